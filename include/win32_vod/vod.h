@@ -1,0 +1,32 @@
+/*
+ * Start and stop of the recording-access service. Call from one thread of the host.
+ */
+#ifndef WIN32_VOD_VOD_H
+#define WIN32_VOD_VOD_H
+
+#include "win32_vod/vod_types.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/*
+ * Brings the whole service up: 1 when it runs, 0 when a step failed (the log says which; what earlier steps built
+ * stays). May end the process with status 1 when there is no memory. Call it once: every call runs all steps again.
+ */
+VOD_API int vod_startup(void);
+/*
+ * Stops the analysis engine and the flow controller and unloads the player libraries; returns the result of the latter,
+ * 1. The message-service binding, the link table and the worker live as long as the process.
+ */
+VOD_API int vod_cleanup(void);
+/* Always 0: the started flag is not maintained. */
+VOD_API int vod_is_startup(void);
+/* Loads the player library of player type `type`; only 3 can be loaded, `filename` is ignored. 1 when loaded, else 0. */
+VOD_API int vod_set_player_lib(int type, const const char *filename);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
