@@ -23,7 +23,7 @@ VOD_API int vod_cleanup(void);
 /* Always 0: the started flag is not maintained. */
 VOD_API int vod_is_startup(void);
 /* Loads the player library of player type `type`; only 3 can be loaded, `filename` is ignored. 1 when loaded, else 0. */
-VOD_API int vod_set_player_lib(int type, const const char *filename);
+VOD_API int vod_set_player_lib(int type, const char *filename);
 
 #ifdef __cplusplus
 }
