@@ -246,7 +246,7 @@ struct os_system_version {
     int server_r2_metric;   /* system metric 89 */
 };
 /* 0 on hosts that have no such version (everything but Windows). */
-ORB_API int os_system_version(struct os_system_version *version);
+ORB_API int os_system_version_get(struct os_system_version *version);
 
 /* ---- Logger ----------------------------------------------------------------------------------------------------- */
 

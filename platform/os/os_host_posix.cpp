@@ -1,0 +1,53 @@
+#include "platform/os/os.h"
+
+#include <cerrno>
+#include <cstring>
+#include <sys/random.h>
+#include <unistd.h>
+
+size_t os_module_filename(char *buffer, size_t size)
+{
+    if (buffer == nullptr || size == 0 || os_fault_point("os_module_filename"))
+        return 0;
+    char path[4096];
+    ssize_t length = readlink("/proc/self/exe", path, sizeof path);
+    // A full buffer may be a cut path.
+    if (length <= 0 || static_cast<size_t>(length) >= sizeof path || static_cast<size_t>(length) >= size)
+        return 0;
+    std::memcpy(buffer, path, static_cast<size_t>(length));
+    buffer[length] = '\0';
+    return static_cast<size_t>(length);
+}
+
+int os_process_id(void)
+{
+    return static_cast<int>(getpid());
+}
+
+static bool random_bytes(void *bytes, size_t size)
+{
+    for (size_t done = 0; done < size;) {
+        ssize_t got = getrandom(static_cast<char *>(bytes) + done, size - done, 0);
+        if (got < 0 && errno != EINTR)
+            return false;
+        done += got < 0 ? 0 : static_cast<size_t>(got);
+    }
+    return true;
+}
+
+int os_guid_create(os_guid *guid)
+{
+    os_guid made;
+    if (guid == nullptr || os_fault_point("os_guid_create") || !random_bytes(&made, sizeof made))
+        return 0;
+    // Version 4, variant 1 of RFC 4122.
+    made.data3 = static_cast<uint16_t>((made.data3 & 0x0FFF) | 0x4000);
+    made.data4[0] = static_cast<uint8_t>((made.data4[0] & 0x3F) | 0x80);
+    *guid = made;
+    return 1;
+}
+
+int os_system_version_get(struct os_system_version *)
+{
+    return 0;
+}

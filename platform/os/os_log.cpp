@@ -1,0 +1,218 @@
+#include "platform/os/os_internal.h"
+#include "platform/os/os_log_output.h"
+#include "platform/os/os_log_rate.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+
+static std::atomic<int> s_level = LOG_REFUSE;
+static std::atomic<void (*)(int)> s_exit_func;
+
+// Recursive, because a sink may log and the buffered log keeps it from its first call to its last. Never destroyed:
+// threads that outlive main still log.
+static std::recursive_mutex &log_mutex()
+{
+    static auto mutex = new std::recursive_mutex;
+    return *mutex;
+}
+using log_guard = std::lock_guard<std::recursive_mutex>;
+
+// Guarded by log_mutex().
+static os_log_sink s_sink;
+static void *s_sink_user;
+
+int os_log_enabled(int level)
+{
+    return level >= s_level.load(std::memory_order_relaxed);
+}
+
+void os_log_set_level(int level)
+{
+    s_level = level;
+}
+
+void os_log_set_sink(os_log_sink sink, void *user)
+{
+    log_guard held(log_mutex());
+    s_sink = sink;
+    s_sink_user = user;
+}
+
+// The text of a format and its arguments; cut to the first bytes where there is no memory for more.
+static std::string format_text(const char *format, va_list args)
+{
+    char text[1024];
+    va_list again;
+    va_copy(again, args);
+    int length = std::vsnprintf(text, sizeof text, format, args);
+    std::string result;
+    if (length >= static_cast<int>(sizeof text)) {
+        result.resize(static_cast<size_t>(length) + 1);
+        std::vsnprintf(result.data(), result.size(), format, again);
+        result.resize(static_cast<size_t>(length));
+    } else if (length > 0) {
+        result.assign(text, static_cast<size_t>(length));
+    }
+    va_end(again);
+    return result;
+}
+
+// A text from outside must not be able to begin a line of its own or to steer a terminal.
+static std::string escape(std::string_view text)
+{
+    static constexpr char DIGITS[] = "0123456789abcdef";
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (char c : text) {
+        auto byte = static_cast<unsigned char>(c);
+        if (byte >= 0x20 && byte != 0x7F)
+            escaped += c;
+        else
+            escaped.append({'\\', 'x', DIGITS[byte >> 4], DIGITS[byte & 15]});
+    }
+    return escaped;
+}
+
+static std::string date_text(int64_t ms)
+{
+    struct tm parts = {};
+    os_localtime(ms / 1000, &parts);
+    char text[48];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", parts.tm_year + 1900, parts.tm_mon + 1,
+                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, static_cast<int>(ms % 1000));
+    return text;
+}
+
+static void write_out(int level, std::string_view unit, int line, std::string_view text)
+{
+    std::string head = "[" + std::to_string(level) + "] ";
+    if (!unit.empty())
+        head += escape(unit) + ":" + std::to_string(line) + " ";
+    os_log_output_write(level, date_text(os_wall_ms()), head + escape(text));
+}
+
+static void report_left_out(std::string_view unit, int line, uint32_t left_out)
+{
+    write_out(LOG_REFUSE, unit, line, "... " + std::to_string(left_out) + " lines like this left out");
+}
+
+static void deliver(int level, const char *unit, int line, const std::string &text)
+{
+    log_guard held(log_mutex());
+    if (s_sink != nullptr) {
+        s_sink(s_sink_user, level, unit, line, text.c_str());
+        return;
+    }
+    uint64_t now_ms = os_tick();
+    os_log_rate_collect(now_ms, false, report_left_out);
+    if (os_log_rate_pass(unit == nullptr ? "" : unit, line, now_ms))
+        write_out(level, unit == nullptr ? "" : unit, line, text);
+}
+
+void log_debug_ex(int level, const char *unit, int line, const char *format, ...)
+{
+    if (!os_log_enabled(level) || format == nullptr)
+        return;
+    va_list args;
+    va_start(args, format);
+    try {
+        deliver(level, unit, line, format_text(format, args));
+    } catch (...) {
+        std::fputs("a log line was lost for want of memory\n", stderr);
+    }
+    va_end(args);
+}
+
+int os_log_open(const struct os_log_settings *settings)
+{
+    if (settings == nullptr)
+        return 0;
+    log_guard held(log_mutex());
+    if (!os_log_output_open(*settings))
+        return 0;
+    os_log_rate_set_burst(settings->burst);
+    s_level = settings->level;
+    return 1;
+}
+
+void os_log_flush(void)
+{
+    log_guard held(log_mutex());
+    os_log_rate_collect(os_tick(), true, report_left_out);
+    os_log_output_flush();
+}
+
+void os_exit_install(void (*exit_func)(int status))
+{
+    s_exit_func = exit_func;
+}
+
+void os_exit(int status)
+{
+    os_log_flush();
+    if (auto installed = s_exit_func.load())
+        installed(status);
+    else
+        std::_Exit(status);
+}
+
+// Guarded by log_mutex(), which the buffered log holds from its lock to its unlock.
+static std::string s_buffer;
+
+void log_buf_lock(void)
+{
+    log_mutex().lock();
+    s_buffer.clear();
+}
+
+// Every line carries its date already; the call is kept because the sequence of calls is laid down.
+void log_buf_date(void) {}
+
+static void append(const char *format, va_list args)
+{
+    try {
+        s_buffer += format_text(format, args);
+    } catch (...) {
+    }
+}
+
+void log_buf_msg(const char *format, ...)
+{
+    log_guard held(log_mutex());
+    va_list args;
+    va_start(args, format);
+    append(format, args);
+    va_end(args);
+}
+
+static void write_buffer(int level)
+{
+    std::string text;
+    text.swap(s_buffer);
+    if (os_log_enabled(level))
+        deliver(level, "", 0, text);
+}
+
+void log_buf_msg_unlock(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    append(format, args);
+    va_end(args);
+    write_buffer(LOG_REFUSE);
+    log_mutex().unlock();
+}
+
+void err_buf_quit_unlock(const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    append(format, args);
+    va_end(args);
+    write_buffer(LOG_FATAL);
+    log_mutex().unlock();
+    os_exit(1);
+}

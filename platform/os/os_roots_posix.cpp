@@ -1,0 +1,159 @@
+#include "platform/os/os_roots_posix.h"
+
+#include "platform/os/os_internal.h"
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <memory>
+#include <mutex>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <vector>
+
+// Canonical host paths.
+using folder_list = std::vector<std::string>;
+
+static std::mutex s_folders_mutex;
+// Guarded by s_folders_mutex; the lists themselves never change.
+static std::shared_ptr<const folder_list> s_roots = std::make_shared<folder_list>();
+
+static std::shared_ptr<const folder_list> roots()
+{
+    std::lock_guard held(s_folders_mutex);
+    return s_roots;
+}
+
+static bool canonical(const std::string &host, std::string *result)
+{
+    std::unique_ptr<char, decltype(&std::free)> resolved(realpath(host.c_str(), nullptr), std::free);
+    if (resolved == nullptr)
+        return false;
+    *result = resolved.get();
+    return true;
+}
+
+static bool is_folder(const std::string &host)
+{
+    struct stat info;
+    return stat(host.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Settings are UTF-8, paths of the system GB18030.
+static bool folder_from_setting(const char *text, std::string *folder)
+{
+    char path[OS_PATH_BYTES_MAX], host[OS_PATH_BYTES_MAX];
+    return text != nullptr && os_code_convert("UTF-8", "GB18030", path, sizeof path, text, std::strlen(text)) > 0 &&
+           os_path_to_host(path, host, sizeof host) && canonical(host, folder) && is_folder(*folder);
+}
+
+int os_access_roots_set(const char *const *texts, size_t count)
+{
+    if (texts == nullptr && count != 0)
+        return 0;
+    auto folders = std::make_shared<folder_list>(count);
+    for (size_t i = 0; i < count; i++)
+        if (!folder_from_setting(texts[i], &(*folders)[i]))
+            return 0;
+    std::lock_guard held(s_folders_mutex);
+    s_roots = folders;
+    return 1;
+}
+
+static bool is_below(const std::string &path, const std::string &folder)
+{
+    if (folder == "/")
+        return true;
+    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+static const std::string *root_of(const std::string &path, const folder_list &folders)
+{
+    for (const std::string &folder : folders)
+        if (is_below(path, folder))
+            return &folder;
+    return nullptr;
+}
+
+// The path with links and ".." resolved. The last part may be missing when the file is to be made.
+static bool canonical_target(const std::string &host, bool is_made, std::string *result)
+{
+    if (canonical(host, result))
+        return true;
+    if (!is_made || errno != ENOENT)
+        return false;
+    os_path_parts parts = os_path_split(host);
+    if (parts.name.empty() || parts.name == "." || parts.name == ".." || !canonical(parts.folder, result))
+        return false;
+    *result += (*result == "/" ? "" : "/") + parts.name;
+    return true;
+}
+
+// Where the kernel has no openat2: what was opened tells where it lies.
+static int open_and_look(const std::string &path, const std::string &root, int flags, mode_t mode)
+{
+    int fd = open(path.c_str(), flags | O_NOFOLLOW, mode);
+    if (fd < 0)
+        return -1;
+    char opened[OS_PATH_BYTES_MAX];
+    std::string link = "/proc/self/fd/" + std::to_string(fd);
+    ssize_t length = readlink(link.c_str(), opened, sizeof opened);
+    if (length > 0 && static_cast<size_t>(length) < sizeof opened &&
+        is_below(std::string(opened, static_cast<size_t>(length)), root))
+        return fd;
+    close(fd);
+    errno = EACCES;
+    return -1;
+}
+
+static int open_beneath(int root_fd, const std::string &relative, int flags, mode_t mode)
+{
+    struct open_how how = {};
+    how.flags = static_cast<uint64_t>(static_cast<unsigned>(flags));
+    how.mode = (flags & O_CREAT) != 0 ? mode : 0;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    long fd = 0;
+    do
+        fd = syscall(SYS_openat2, root_fd, relative.c_str(), &how, sizeof how);
+    while (fd < 0 && (errno == EINTR || errno == EAGAIN));
+    return static_cast<int>(fd);
+}
+
+static int open_below(const std::string &path, const std::string &root, int flags, mode_t mode)
+{
+    int root_fd = open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (root_fd < 0)
+        return -1;
+    std::string relative = path.size() == root.size() ? "." : path.substr(root == "/" ? 1 : root.size() + 1);
+    int fd = open_beneath(root_fd, relative, flags, mode);
+    int error = errno;
+    close(root_fd);
+    errno = error;
+    // EPERM: a sandbox that does not know the call.
+    return fd < 0 && (error == ENOSYS || error == EPERM) ? open_and_look(path, root, flags, mode) : fd;
+}
+
+int os_open_allowed(const std::string &host, bool is_client, int flags, mode_t mode)
+{
+    auto folders = roots();
+    if (!is_client || folders->empty()) {
+        int fd = 0;
+        do
+            fd = open(host.c_str(), flags, mode);
+        while (fd < 0 && errno == EINTR);
+        return fd;
+    }
+    std::string path;
+    if (!canonical_target(host, (flags & O_CREAT) != 0, &path))
+        return -1;
+    const std::string *root = root_of(path, *folders);
+    if (root == nullptr) {
+        errno = EACCES;
+        return -1;
+    }
+    return open_below(path, *root, flags, mode);
+}
