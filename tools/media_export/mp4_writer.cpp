@@ -1,0 +1,131 @@
+#include "tools/media_export/mp4_writer.h"
+
+static AVCodecID codec_of_mode(int mode)
+{
+    return mode_is_h265(mode) ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
+}
+
+// The picture size that the parameter sets state, for recordings whose header does not know it.
+static void size_from_parameter_sets(const mp4_settings &settings, AVCodecParameters *parameters)
+{
+    const AVCodec *codec = avcodec_find_decoder(codec_of_mode(settings.mode));
+    av_codec_owner context(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
+    if (!context || avcodec_parameters_to_context(context.get(), parameters) < 0
+        || avcodec_open2(context.get(), codec, nullptr) < 0)
+        return;
+    parameters->width = context->width;
+    parameters->height = context->height;
+}
+
+bool mp4_writer::add_video(const mp4_settings &settings)
+{
+    video_ = avformat_new_stream(output_.get(), nullptr);
+    if (video_ == nullptr)
+        return false;
+    AVCodecParameters *parameters = video_->codecpar;
+    size_t bytes = settings.parameter_sets.size();
+    parameters->extradata = static_cast<uint8_t *>(av_mallocz(bytes + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (parameters->extradata == nullptr)
+        return false;
+    std::copy(settings.parameter_sets.begin(), settings.parameter_sets.end(), parameters->extradata);
+    parameters->extradata_size = static_cast<int>(bytes);
+    parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters->codec_id = codec_of_mode(settings.mode);
+    // Many players take H.265 only under this name.
+    parameters->codec_tag = mode_is_h265(settings.mode) ? MKTAG('h', 'v', 'c', '1') : 0;
+    parameters->width = settings.width;
+    parameters->height = settings.height;
+    if (settings.width == 0 || settings.height == 0)
+        size_from_parameter_sets(settings, parameters);
+    video_->time_base = {1, 1000};
+    video_->avg_frame_rate = {settings.frame_rate, 1};
+    return true;
+}
+
+bool mp4_writer::add_audio(const AVCodecContext *encoder)
+{
+    audio_ = avformat_new_stream(output_.get(), nullptr);
+    if (audio_ == nullptr || avcodec_parameters_from_context(audio_->codecpar, encoder) < 0)
+        return false;
+    audio_->time_base = encoder->time_base;
+    return true;
+}
+
+bool mp4_writer::open(const mp4_settings &settings, av_io_owner io, std::string *error)
+{
+    AVFormatContext *output = nullptr;
+    avformat_alloc_output_context2(&output, nullptr, "mp4", nullptr);
+    output_.reset(output);
+    packet_.reset(av_packet_alloc());
+    stream_ = settings.stream;
+    if (!output_ || !packet_ || !add_video(settings) || (settings.audio != nullptr && !add_audio(settings.audio))) {
+        *error = "the MP4 writer cannot be set up: out of memory";
+        return false;
+    }
+    output_->pb = io.release();
+    AVDictionary *options = nullptr;
+    if (stream_) {
+        av_dict_set(&options, "movflags", "empty_moov+frag_keyframe+default_base_moof", 0);
+        output_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+    }
+    int result = avformat_write_header(output_.get(), &options);
+    av_dict_free(&options);
+    header_written_ = result >= 0;
+    if (!header_written_)
+        *error = "the MP4 cannot be started: " + av_reason(result);
+    return header_written_;
+}
+
+bool mp4_writer::write(AVPacket *packet, std::string *error)
+{
+    int result = av_write_frame(output_.get(), packet);
+    if (result >= 0 && output_->pb->error < 0)
+        result = output_->pb->error;
+    if (result < 0)
+        *error = "the MP4 cannot be written: " + av_reason(result);
+    return result >= 0;
+}
+
+bool mp4_writer::write_video(byte_span unit, bool is_key, int64_t time_ms, int64_t duration_ms, std::string *error)
+{
+    // The muxer reads a little past the end.
+    if (av_new_packet(packet_.get(), static_cast<int>(unit.size())) < 0) {
+        *error = "out of memory";
+        return false;
+    }
+    std::copy(unit.begin(), unit.end(), packet_->data);
+    packet_->stream_index = video_->index;
+    packet_->flags = is_key ? AV_PKT_FLAG_KEY : 0;
+    packet_->pts = packet_->dts = time_ms;
+    packet_->duration = duration_ms;
+    av_packet_rescale_ts(packet_.get(), {1, 1000}, video_->time_base);
+    bool written = write(packet_.get(), error);
+    av_packet_unref(packet_.get());
+    return written;
+}
+
+bool mp4_writer::write_audio(AVPacket *packet, std::string *error)
+{
+    // The encoder's run-in lies before the first sample. An edit list hides it in a file; a stream has none.
+    if (stream_ && packet->pts < 0)
+        return true;
+    packet->stream_index = audio_->index;
+    packet->flags |= AV_PKT_FLAG_KEY;
+    av_packet_rescale_ts(packet, {1, audio_->codecpar->sample_rate}, audio_->time_base);
+    return write(packet, error);
+}
+
+bool mp4_writer::finish(std::string *error)
+{
+    int result = av_write_trailer(output_.get());
+    avio_flush(output_->pb);
+    if (result >= 0)
+        result = output_->pb->error;
+    bytes_ = static_cast<uint64_t>(output_->pb->bytes_written);
+    int closed = avio_closep(&output_->pb);
+    if (result >= 0)
+        result = closed;
+    if (result < 0)
+        *error = "the MP4 cannot be completed: " + av_reason(result);
+    return result >= 0;
+}
