@@ -213,6 +213,8 @@ struct os_file_info {
 ORB_API int os_file_stat(const char *path, int flags, struct os_file_info *info);
 ORB_API int os_file_rename(const char *from, const char *to);
 ORB_API int os_file_remove(const char *path);
+/* Sets the modification time (and the time of last access) of a file that is there; seconds since 1970. */
+ORB_API int os_file_set_modified(const char *path, int64_t seconds);
 /* Succeeds when the folder is already there. */
 ORB_API int os_directory_create(const char *path);
 /* Calls `visit(user, name)` for each entry but "." and "..", in name order, until it returns 0. Names are paths' parts. */
@@ -230,6 +232,8 @@ ORB_API int os_file_replace(const char *path, int flags, const void *bytes, size
 /* Full path of the running executable with the host's separators. The length, or 0 when it cannot be had or is cut. */
 ORB_API size_t os_module_filename(char *buffer, size_t size);
 ORB_API int os_process_id(void);
+/* 1 when that standard stream (0 input, 1 output, 2 errors) is a terminal, that is, when somebody looks on. */
+ORB_API int os_is_terminal(int stream);
 
 typedef struct os_guid {
     uint32_t data1;

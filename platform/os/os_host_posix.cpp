@@ -35,6 +35,11 @@ static bool random_bytes(void *bytes, size_t size)
     return true;
 }
 
+int os_is_terminal(int stream)
+{
+    return isatty(stream) == 1 ? 1 : 0;
+}
+
 int os_guid_create(os_guid *guid)
 {
     os_guid made;
