@@ -49,7 +49,7 @@ enum mp_attr_type {
     MP_ATTR_DATA = 8,
     MP_ATTR_ERROR = 9,        /* uint32 error code of a reject */
     MP_ATTR_HARDPLAY_INFO = 10,
-    MP_ATTR_CMD_INFO = 11,    /* uint32 result, uint32 is_last, uint32 piece number, uint32 total length */
+    MP_ATTR_CMD_INFO = 11,    /* uint32 result, uint32 number of pieces, uint32 piece index, uint32 total length */
     MP_ATTR_INSERT_ABSTIME = 'n',
     MP_ATTR_CAPABILITY = 'm'
 };
@@ -115,9 +115,9 @@ ORB_API uint32_t mp_attr_session_id(const MpAttrHead *attr);
 /* ---- Builders --------------------------------------------------------------------------------------------------- */
 
 /*
- * Each starts a package in `buffer`, of which `buffer_size` bytes (65535 at most) may be used. Its attributes can be
- * followed by more (mp_add_attr) until mp_commit_package fixes the length; ms_send_package wants it committed. 0 when it
- * does not fit; `data_len` may be 64513 at most.
+ * Each builds a package in `buffer`, of which `buffer_size` bytes (65535 at most) may be used. It can be sent as it is,
+ * or get more attributes (mp_add_attr), after which mp_commit_package fixes the length again; ms_send_package refuses
+ * a package whose length is not the one of its attributes. 0 when it does not fit; `data_len` may be 64513 at most.
  */
 ORB_API int mp_build_package_accept_res(void *buffer, uint32_t buffer_size, uint16_t module_des, uint16_t module_src,
                                         const void *data, uint32_t data_len, MpPackage *package);
@@ -125,10 +125,13 @@ ORB_API int mp_build_package_send_res(void *buffer, uint32_t buffer_size, uint16
                                       const void *data, uint32_t data_len, MpPackage *package);
 ORB_API int mp_build_package_reject_res(void *buffer, uint32_t buffer_size, uint32_t error_code, const char *local_devid,
                                         MpPackage *package);
-/* Device ids are 60-byte fields. `result` 0, `is_last` 1, `piece` 0 and `total_len` the data's length for a short reply. */
+/*
+ * Device ids are 60-byte fields (NULL: zeros). `result` 0, `pieces` 1, `piece` 0 and `total_len` the data's length for a
+ * short reply; a long one is cut into `pieces` packages, numbered from 0. `reserved` goes into the head's reserved2.
+ */
 ORB_API int mp_build_package_ret_cmd_chs(void *buffer, uint32_t buffer_size, uint32_t result, uint16_t module_des,
                                          uint16_t module_src, const void *id3, const void *id2, const void *id1,
-                                         const void *id0, uint32_t session_id, uint32_t is_last, uint32_t piece,
+                                         const void *id0, uint32_t session_id, uint32_t pieces, uint32_t piece,
                                          uint32_t total_len, uint32_t reserved, const void *data, uint32_t data_len,
                                          MpPackage *package);
 /* An empty package of any code, for clients. `reserved2` is the head's field. */
@@ -152,7 +155,9 @@ enum ms_event { MS_CLIENT_EV_CONNECT = 0, MS_CLIENT_EV_READ = 1, MS_CLIENT_EV_DI
 
 /*
  * Called on the service's threads; the events of one connection come one after the other. `package` is NULL but for
- * reads. After MS_CLIENT_EV_DISCONNECT, which comes exactly once, nothing more comes from that connection.
+ * reads. After MS_CLIENT_EV_DISCONNECT, which comes exactly once, nothing more comes from that connection. A handler
+ * bound to a module hears of a connection from its first package for that module on: MS_CLIENT_EV_CONNECT comes just
+ * before that package's read. A handler may block; it then holds up its own connection only, as long as threads are left.
  */
 typedef void (*ms_event_func)(MsLink *link, int event, MpPackage *package);
 
@@ -161,7 +166,10 @@ typedef void (*ms_event_func)(MsLink *link, int event, MpPackage *package);
  * A second call while it runs succeeds and changes nothing.
  */
 ORB_API int ms_startup(void);
-/* Closes every connection (their disconnects are reported), stops the threads and forgets the handlers. For hosts. */
+/*
+ * Closes every connection of the service (their disconnects are reported), stops the threads and forgets the handlers.
+ * For hosts; 0 from a handler, which cannot wait for itself. Connections made with ms_connect are their owners'.
+ */
 ORB_API int ms_cleanup(void);
 /* Packages for `module` go to `handler` from now on; a package goes to the module that its head names. */
 ORB_API int ms_bind_client_event(uint16_t module, ms_event_func handler);
