@@ -63,8 +63,9 @@ struct vodclient_time {
 };
 
 #define VODCLIENT_RECENT_YEAR 65535   // as start.year: the last start.second seconds up to now
-#define VODCLIENT_FILE_NAME_MAX 259   // bytes of UTF-8
+#define VODCLIENT_FILE_NAME_MAX 259   // bytes of UTF-8; the service refuses longer ones
 #define VODCLIENT_DEVICE_ID_MAX 60
+#define VODCLIENT_MODE_MAX 65533
 
 struct vodclient_play_request {
     // By file: its name as the service sees it, UTF-8. Empty: by time, with the fields below.
@@ -74,7 +75,7 @@ struct vodclient_play_request {
     uint16_t file_type = 0; // by time: which recordings
     vodclient_time start;   // by time: the span; by file: `start` is the origin of VODCLIENT_SEEK_ABSOLUTE_TIME
     vodclient_time end;
-    uint16_t mode = 0;        // 0 plays everything; 1 to 65533 key frames only, at this distance
+    uint16_t mode = 0;           // 0 plays everything; 1 to 65533 by time: key frames only, at this distance
     uint32_t start_position = 0; // by time: where to begin, bytes
     bool insert_abstime = false; // have absolute time written into key frames that lack it
 };
