@@ -19,7 +19,7 @@ extern "C" {
 
 #define AVFILTER_FILE_HEAD_SIZE 88
 #define AVFILTER_FRAME_HEAD_SIZE 32
-#define AVFILTER_FRAME_ID 0x4D524656u /* u32FrameID of every frame: "VFRM" */
+#define AVFILTER_FRAME_ID 0xE5020000u /* u32FrameID of every frame: 00 00 02 E5, which Annex B video cannot hold */
 #define AVFILTER_PACKAGE_SIZE 49152 /* what one data package carries; kind 1 fills it with whole frames */
 
 typedef struct AVUtcTime {
