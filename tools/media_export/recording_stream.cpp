@@ -1,6 +1,6 @@
 #include "tools/media_export/recording_stream.h"
 
-#include "platform/avfiltersdk/avfiltersdk.h"
+#include "platform/avfiltersdk/avfilterwriter.h"
 #include "platform/os/os_guard.h"
 
 #include <algorithm>
@@ -16,6 +16,19 @@ template <class T> static T field(byte_span bytes, size_t offset)
     return wire_load<T>(bytes.data() + offset);
 }
 
+static constexpr uint8_t OLD_HEAD_FLAG = 0xFF;
+static constexpr uint16_t OLD_HEAD_MODE = 21;
+
+// The older layout has a 3-byte frame rate and no picture size where the newer one has it.
+static void old_head_amend(byte_span bytes, recording_head *head)
+{
+    uint32_t frame_rate = bytes[1] | uint32_t{bytes[2]} << 8 | uint32_t{bytes[3]} << 16;
+    head->frame_rate = static_cast<uint16_t>(std::min<uint32_t>(frame_rate, 0xFFFF));
+    head->width = head->height = head->has_audio = 0;
+    head->mode = OLD_HEAD_MODE;
+    head->total_size = head->frame_count = 0;
+}
+
 bool recording_head_read(byte_span bytes, recording_head *head)
 {
     if (bytes.size() < RECORDING_HEAD_BYTES)
@@ -29,13 +42,16 @@ bool recording_head_read(byte_span bytes, recording_head *head)
     }
     head->total_size = field<uint32_t>(bytes, 80);
     head->frame_count = field<uint32_t>(bytes, 84);
+    if (bytes[0] == OLD_HEAD_FLAG)
+        old_head_amend(bytes, head);
     return true;
 }
 
 static bool frame_head_is_plausible(const recording_frame_head &head)
 {
     uint64_t audio = uint64_t{head.audio_frames} * head.audio_frame_bytes;
-    return head.id == AVFILTER_FRAME_ID && uint64_t{head.video_bytes} + audio == head.frame_bytes
+    bool is_known = head.type == AVFRAME_TYPE_KEY || head.type == AVFRAME_TYPE_DELTA;
+    return head.id == AVFILTER_FRAME_ID && is_known && uint64_t{head.video_bytes} + audio == head.frame_bytes
         && head.frame_bytes > 0 && head.frame_bytes <= RECORDING_FRAME_BYTES_MAX - RECORDING_FRAME_HEAD_BYTES;
 }
 
