@@ -177,6 +177,11 @@ ORB_API int os_fs_charset_set(const char *charset);
  * Set once at start. Fails, leaving the earlier roots, when a root is not an existing folder.
  */
 ORB_API int os_access_roots_set(const char *const *roots, size_t count);
+/*
+ * Shuts a folder (in the host's form) and everything below it to calls with OS_FILE_CLIENT, roots or not: for files that
+ * must not be opened a second time by this process, such as a store's. Fails when it is no existing folder.
+ */
+ORB_API int os_access_protect(const char *host_folder);
 
 typedef struct os_file os_file;
 

@@ -53,10 +53,10 @@ static int open_mode(int flags)
 
 // Even opening has effects on a device or a pipe, so what is there is looked at first; and again after opening, because
 // it may have been exchanged in between.
-static bool is_refused_kind(const std::string &host)
+static bool is_refused_kind(const std::string &path)
 {
     struct stat info;
-    return stat(host.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
+    return stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode);
 }
 
 static bool is_regular(int fd)
@@ -71,13 +71,14 @@ static bool has_one_way(int flags)
     return way == OS_FILE_READ || way == OS_FILE_WRITE || way == OS_FILE_UPDATE;
 }
 
-static int open_regular(const std::string &host, int flags)
+// The descriptor, or -1 with the reason kept.
+static int open_regular(const os_allowed_path &allowed, int flags)
 {
-    int fd = os_open_allowed(host, (flags & OS_FILE_CLIENT) != 0, open_mode(flags), 0666);
-    if (fd < 0) {
-        os_file_fail_errno(errno);
-        return -1;
-    }
+    if (is_refused_kind(allowed.path))
+        return os_file_fail("not a regular file") - 1;
+    int fd = os_open_allowed(allowed, open_mode(flags), 0666);
+    if (fd < 0)
+        return os_file_fail_errno(errno) - 1;
     if (!is_regular(fd))
         os_file_fail("not a regular file");
     else if ((flags & OS_FILE_WRITE) && ftruncate(fd, 0) != 0)
@@ -88,16 +89,15 @@ static int open_regular(const std::string &host, int flags)
     return -1;
 }
 
-int os_file_open(const char *path, int flags, os_file **file)
+static int file_open(const char *path, int flags, os_file **file)
 {
     std::string host;
-    if (file == nullptr || !has_one_way(flags))
-        return os_file_fail("wrong arguments");
-    if (is_injected("os_file_open") || !os_path_resolve(path, &host))
+    os_allowed_path allowed;
+    if (!os_path_resolve(path, &host))
         return 0;
-    if (is_refused_kind(host))
-        return os_file_fail("not a regular file");
-    int fd = open_regular(host, flags);
+    if (!os_path_allow(host, (flags & OS_FILE_CLIENT) != 0, (flags & OS_FILE_READ) == 0, &allowed))
+        return os_file_fail_errno(errno);
+    int fd = open_regular(allowed, flags);
     if (fd < 0)
         return 0;
     auto opened = new (std::nothrow) os_file{fd};
@@ -107,6 +107,13 @@ int os_file_open(const char *path, int flags, os_file **file)
     }
     *file = opened;
     return 1;
+}
+
+int os_file_open(const char *path, int flags, os_file **file)
+{
+    if (file == nullptr || !has_one_way(flags))
+        return os_file_fail("wrong arguments");
+    return is_injected("os_file_open") ? 0 : os_guarded(0, [&] { return file_open(path, flags, file); });
 }
 
 int os_file_close(os_file *file)

@@ -1,8 +1,11 @@
-#include "platform/os/os.h"
+#include "platform/os/os_internal.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/random.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 size_t os_module_filename(char *buffer, size_t size)
@@ -55,4 +58,19 @@ int os_guid_create(os_guid *guid)
 int os_system_version_get(struct os_system_version *)
 {
     return 0;
+}
+
+void os_stream_keep(std::FILE *stream)
+{
+    fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
+}
+
+bool os_stderr_is_journal()
+{
+    // "device:inode" of the stream that the service manager connected; a later redirection makes it another one.
+    const char *named = std::getenv("JOURNAL_STREAM");
+    unsigned long long device = 0, inode = 0;
+    struct stat info;
+    return named != nullptr && std::sscanf(named, "%llu:%llu", &device, &inode) == 2 &&
+           fstat(STDERR_FILENO, &info) == 0 && info.st_dev == device && info.st_ino == inode;
 }

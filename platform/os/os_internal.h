@@ -3,6 +3,7 @@
 
 #include "platform/os/os.h"
 
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -25,3 +26,21 @@ os_path_parts os_path_split(const std::string &host);
 
 // The host form of a system path; false, with the reason kept, when there is none.
 bool os_path_resolve(const char *path, std::string *host);
+// The same as the first step of the call `name`, which may be the one that is to fail.
+bool os_path_begin(const char *name, const char *path, std::string *host);
+
+// Runs `body`, whose texts may want memory that is not there; no exception may leave a function of the header.
+template <class Result, class Body> Result os_guarded(Result on_failure, Body body)
+{
+    try {
+        return body();
+    } catch (...) {
+        os_file_fail("out of memory");
+        return on_failure;
+    }
+}
+
+// Lets no child process inherit an open stream.
+void os_stream_keep(std::FILE *stream);
+// True when standard error leads to the host's journal, which then reads a priority at the start of each line.
+bool os_stderr_is_journal();

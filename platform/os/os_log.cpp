@@ -2,6 +2,7 @@
 #include "platform/os/os_log_output.h"
 #include "platform/os/os_log_rate.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -86,17 +87,28 @@ static std::string date_text(int64_t ms)
     return text;
 }
 
+static std::string_view without_folders(std::string_view unit)
+{
+    size_t separator = unit.find_last_of("/\\");
+    return separator == std::string_view::npos ? unit : unit.substr(separator + 1);
+}
+
 static void write_out(int level, std::string_view unit, int line, std::string_view text)
 {
     std::string head = "[" + std::to_string(level) + "] ";
     if (!unit.empty())
-        head += escape(unit) + ":" + std::to_string(line) + " ";
+        head += escape(without_folders(unit)) + ":" + std::to_string(line) + " ";
     os_log_output_write(level, date_text(os_wall_ms()), head + escape(text));
 }
 
-static void report_left_out(std::string_view unit, int line, uint32_t left_out)
+static void report_left_out(int level, std::string_view unit, int line, uint32_t left_out)
 {
-    write_out(LOG_REFUSE, unit, line, "... " + std::to_string(left_out) + " lines like this left out");
+    write_out(level, unit, line, "... " + std::to_string(left_out) + " lines like this left out");
+}
+
+static void report_lost_line()
+{
+    std::fputs("a log line was lost for want of memory\n", stderr);
 }
 
 static void deliver(int level, const char *unit, int line, const std::string &text)
@@ -108,7 +120,7 @@ static void deliver(int level, const char *unit, int line, const std::string &te
     }
     uint64_t now_ms = os_tick();
     os_log_rate_collect(now_ms, false, report_left_out);
-    if (os_log_rate_pass(unit == nullptr ? "" : unit, line, now_ms))
+    if (os_log_rate_pass(level, unit == nullptr ? "" : unit, line, now_ms))
         write_out(level, unit == nullptr ? "" : unit, line, text);
 }
 
@@ -121,7 +133,7 @@ void log_debug_ex(int level, const char *unit, int line, const char *format, ...
     try {
         deliver(level, unit, line, format_text(format, args));
     } catch (...) {
-        std::fputs("a log line was lost for want of memory\n", stderr);
+        report_lost_line();
     }
     va_end(args);
 }
@@ -131,18 +143,22 @@ int os_log_open(const struct os_log_settings *settings)
     if (settings == nullptr)
         return 0;
     log_guard held(log_mutex());
-    if (!os_log_output_open(*settings))
+    if (os_fault_point("os_log_open") || !os_log_output_open(*settings))
         return 0;
     os_log_rate_set_burst(settings->burst);
-    s_level = settings->level;
+    s_level = std::clamp<int>(settings->level, LOG_TRACE, LOG_FATAL);
     return 1;
 }
 
 void os_log_flush(void)
 {
     log_guard held(log_mutex());
-    os_log_rate_collect(os_tick(), true, report_left_out);
-    os_log_output_flush();
+    try {
+        os_log_rate_collect(os_tick(), true, report_left_out);
+        os_log_output_flush();
+    } catch (...) {
+        report_lost_line();
+    }
 }
 
 void os_exit_install(void (*exit_func)(int status))
@@ -176,6 +192,7 @@ static void append(const char *format, va_list args)
     try {
         s_buffer += format_text(format, args);
     } catch (...) {
+        report_lost_line();
     }
 }
 
@@ -190,10 +207,13 @@ void log_buf_msg(const char *format, ...)
 
 static void write_buffer(int level)
 {
-    std::string text;
-    text.swap(s_buffer);
-    if (os_log_enabled(level))
-        deliver(level, "", 0, text);
+    if (!os_log_enabled(level))
+        return;
+    try {
+        deliver(level, "", 0, s_buffer);
+    } catch (...) {
+        report_lost_line();
+    }
 }
 
 void log_buf_msg_unlock(const char *format, ...)

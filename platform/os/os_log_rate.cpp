@@ -12,6 +12,7 @@ static constexpr size_t PLACES_MAX = 4096;
 struct place_count {
     uint64_t start_ms;
     uint32_t lines, left_out;
+    int level;
 };
 
 // Guarded by the log's lock.
@@ -25,13 +26,13 @@ void os_log_rate_set_burst(uint32_t lines)
     s_burst = lines == 0 ? BURST_DEFAULT : lines;
 }
 
-bool os_log_rate_pass(std::string_view unit, int line, uint64_t now_ms)
+bool os_log_rate_pass(int level, std::string_view unit, int line, uint64_t now_ms)
 {
     if (s_places.size() >= PLACES_MAX)
         s_places.clear();
-    place_count &place = s_places.try_emplace({std::string(unit), line}, place_count{now_ms, 0, 0}).first->second;
+    place_count &place = s_places.try_emplace({std::string(unit), line}, place_count{now_ms, 0, 0, level}).first->second;
     if (now_ms - place.start_ms >= PERIOD_MS)
-        place = {now_ms, 0, 0};
+        place = {now_ms, 0, 0, level};
     if (place.lines < s_burst) {
         place.lines++;
         return true;
@@ -51,7 +52,7 @@ void os_log_rate_collect(uint64_t now_ms, bool all, os_log_rate_report report)
         if (place.left_out == 0)
             continue;
         if (all || now_ms - place.start_ms >= PERIOD_MS) {
-            report(key.first, key.second, place.left_out);
+            report(place.level, key.first, key.second, place.left_out);
             place.left_out = 0;
         } else if (place.start_ms + PERIOD_MS < s_next_report_ms) {
             s_next_report_ms = place.start_ms + PERIOD_MS;

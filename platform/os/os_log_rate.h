@@ -5,9 +5,9 @@
 #include <string_view>
 
 // True when the line is to be written, false when it is only counted.
-bool os_log_rate_pass(std::string_view unit, int line, uint64_t now_ms);
+bool os_log_rate_pass(int level, std::string_view unit, int line, uint64_t now_ms);
 void os_log_rate_set_burst(uint32_t lines);
 
-using os_log_rate_report = void (*)(std::string_view unit, int line, uint32_t left_out);
+using os_log_rate_report = void (*)(int level, std::string_view unit, int line, uint32_t left_out);
 // Reports the places whose second has passed; with `all` also the others.
 void os_log_rate_collect(uint64_t now_ms, bool all, os_log_rate_report report);

@@ -71,7 +71,7 @@ static bool take_in(const char *path, std::string *text)
     return true;
 }
 
-int os_path_to_host(const char *path, char *host, size_t host_size)
+static int path_to_host(const char *path, char *host, size_t host_size)
 {
     std::string text;
     if (host == nullptr || !take_in(path, &text))
@@ -82,7 +82,12 @@ int os_path_to_host(const char *path, char *host, size_t host_size)
     return copy_out(text, host, host_size);
 }
 
-int os_path_from_host(const char *host, char *path, size_t path_size)
+int os_path_to_host(const char *path, char *host, size_t host_size)
+{
+    return os_guarded(0, [&] { return path_to_host(path, host, host_size); });
+}
+
+static int path_from_host(const char *host, char *path, size_t path_size)
 {
     std::string text;
     if (path == nullptr || !take_in(host, &text))
@@ -91,6 +96,11 @@ int os_path_from_host(const char *host, char *path, size_t path_size)
         return 0;
     turn_gb18030_separators(&text, '/', '\\');
     return copy_out(text, path, path_size);
+}
+
+int os_path_from_host(const char *host, char *path, size_t path_size)
+{
+    return os_guarded(0, [&] { return path_from_host(host, path, path_size); });
 }
 
 os_path_parts os_path_split(const std::string &host)
@@ -110,4 +120,9 @@ bool os_path_resolve(const char *path, std::string *host)
         return os_file_fail("the name is too long or has no form on this host");
     *host = text;
     return true;
+}
+
+bool os_path_begin(const char *name, const char *path, std::string *host)
+{
+    return os_fault_point(name) ? os_file_fail("injected failure") : os_path_resolve(path, host);
 }

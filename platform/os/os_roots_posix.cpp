@@ -2,8 +2,8 @@
 
 #include "platform/os/os_internal.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -21,11 +21,12 @@ using folder_list = std::vector<std::string>;
 static std::mutex s_folders_mutex;
 // Guarded by s_folders_mutex; the lists themselves never change.
 static std::shared_ptr<const folder_list> s_roots = std::make_shared<folder_list>();
+static std::shared_ptr<const folder_list> s_protected = std::make_shared<folder_list>();
 
-static std::shared_ptr<const folder_list> roots()
+static std::shared_ptr<const folder_list> folders_now(const std::shared_ptr<const folder_list> &folders)
 {
     std::lock_guard held(s_folders_mutex);
-    return s_roots;
+    return folders;
 }
 
 static bool canonical(const std::string &host, std::string *result)
@@ -51,17 +52,40 @@ static bool folder_from_setting(const char *text, std::string *folder)
            os_path_to_host(path, host, sizeof host) && canonical(host, folder) && is_folder(*folder);
 }
 
-int os_access_roots_set(const char *const *texts, size_t count)
+static int roots_set(const char *const *texts, size_t count)
 {
-    if (texts == nullptr && count != 0)
-        return 0;
     auto folders = std::make_shared<folder_list>(count);
     for (size_t i = 0; i < count; i++)
         if (!folder_from_setting(texts[i], &(*folders)[i]))
-            return 0;
+            return os_file_fail("an access root is not an existing folder");
     std::lock_guard held(s_folders_mutex);
     s_roots = folders;
     return 1;
+}
+
+int os_access_roots_set(const char *const *texts, size_t count)
+{
+    if (texts == nullptr && count != 0)
+        return os_file_fail("wrong arguments");
+    return os_guarded(0, [&] { return roots_set(texts, count); });
+}
+
+static int protect(const char *host_folder)
+{
+    std::string folder;
+    if (host_folder == nullptr || !canonical(host_folder, &folder) || !is_folder(folder))
+        return os_file_fail("not an existing folder");
+    std::lock_guard held(s_folders_mutex);
+    auto folders = std::make_shared<folder_list>(*s_protected);
+    if (std::ranges::find(*folders, folder) == folders->end())
+        folders->push_back(folder);
+    s_protected = folders;
+    return 1;
+}
+
+int os_access_protect(const char *host_folder)
+{
+    return os_guarded(0, [&] { return protect(host_folder); });
 }
 
 static bool is_below(const std::string &path, const std::string &folder)
@@ -137,23 +161,35 @@ static int open_below(const std::string &path, const std::string &root, int flag
     return fd < 0 && (error == ENOSYS || error == EPERM) ? open_and_look(path, root, flags, mode) : fd;
 }
 
-int os_open_allowed(const std::string &host, bool is_client, int flags, mode_t mode)
+static bool refuse_access()
 {
-    auto folders = roots();
-    if (!is_client || folders->empty()) {
-        int fd = 0;
-        do
-            fd = open(host.c_str(), flags, mode);
-        while (fd < 0 && errno == EINTR);
-        return fd;
-    }
-    std::string path;
-    if (!canonical_target(host, (flags & O_CREAT) != 0, &path))
-        return -1;
-    const std::string *root = root_of(path, *folders);
-    if (root == nullptr) {
-        errno = EACCES;
-        return -1;
-    }
-    return open_below(path, *root, flags, mode);
+    errno = EACCES;
+    return false;
+}
+
+bool os_path_allow(const std::string &host, bool is_client, bool is_made, os_allowed_path *allowed)
+{
+    auto roots = folders_now(s_roots), shut = folders_now(s_protected);
+    allowed->path = host;
+    allowed->root.clear();
+    if (!is_client || (roots->empty() && shut->empty()))
+        return true;
+    if (!canonical_target(host, is_made, &allowed->path))
+        return false;
+    const std::string *root = root_of(allowed->path, *roots);
+    if ((root == nullptr && !roots->empty()) || root_of(allowed->path, *shut) != nullptr)
+        return refuse_access();
+    allowed->root = root == nullptr ? "/" : *root;
+    return true;
+}
+
+int os_open_allowed(const os_allowed_path &allowed, int flags, mode_t mode)
+{
+    if (!allowed.root.empty())
+        return open_below(allowed.path, allowed.root, flags, mode);
+    int fd = 0;
+    do
+        fd = open(allowed.path.c_str(), flags, mode);
+    while (fd < 0 && errno == EINTR);
+    return fd;
 }

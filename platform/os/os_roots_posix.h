@@ -4,6 +4,13 @@
 #include <string>
 #include <sys/types.h>
 
-// Opens like open(2). For a client's name links are resolved first, the result must lie below an access root (when there
-// are any) and outside every protected folder, and what is opened is what was checked. -1 with errno on failure.
-int os_open_allowed(const std::string &host, bool is_client, int flags, mode_t mode);
+// A path that passed the check. With a root, `path` is free of links and the opening must stay below the root.
+struct os_allowed_path {
+    std::string path, root;
+};
+
+// Anything goes for a path of the system's own. A client's is resolved first and must then lie below an access root
+// (where there are any) and in no protected folder. `is_made`: its last part need not be there yet. False with errno.
+bool os_path_allow(const std::string &host, bool is_client, bool is_made, os_allowed_path *allowed);
+// Opens like open(2); what is opened is what was checked, whoever exchanges folders for links meanwhile.
+int os_open_allowed(const os_allowed_path &allowed, int flags, mode_t mode);
