@@ -228,8 +228,8 @@ int time_t_to_string_ex(int time, char *strtime, int len)
         return LOGGED(0, LOG_SYSTEM, "len < MIN_STR_TIME_LEN");
 
     struct tm parts = local_parts(time);
-    std::snprintf(strtime, static_cast<size_t>(len), "%04d%02d%02d%02d%02d%02d", parts.tm_year + 1900,
-                  parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
+    std::snprintf(strtime, static_cast<size_t>(len), "%04d%02d%02d%02d%02d%02d", parts.tm_year + 1900, parts.tm_mon + 1,
+                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
     return 1;
 }
 

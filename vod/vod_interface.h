@@ -2,8 +2,8 @@
 //
 // It chooses the player type from the storage type and the request, so that the caller gets a ready handle or
 // INVALID_HANDLE_ORB with nothing left behind. Opening functions return a handle; queries return 1 or 0 and deliver the
-// value through their last argument, writing it even when it is the failure value; the rest return what the player layer
-// returned. No lock is taken here: functions run on whichever thread calls them.
+// value through their last argument, writing it even when it is the failure value; the rest return what the player
+// layer returned. No lock is taken here: functions run on whichever thread calls them.
 #pragma once
 
 #include "win32_vod/vod_download.h"
@@ -18,9 +18,9 @@ handle_orb vodplay_open_file(const char *filename, OnRecvOriginalDataFunc func, 
 // host_id, ch and file_type are not used by the by-file forms.
 handle_orb vod_deal_with_analyze_by_file(const char *host_id, int ch, int file_type, QueryRule *rules, int rule_count,
                                          const char *filename, OnRecvOriginalDataFunc func, handle_orb usr);
-handle_orb vod_deal_with_analyze_by_file_ex(const char *host_id, int ch, int file_type, QueryRule *rules, int rule_count,
-                                            const char *filename, OnRecvOriginalDataFunc func, handle_orb usr,
-                                            int player_type);
+handle_orb vod_deal_with_analyze_by_file_ex(const char *host_id, int ch, int file_type, QueryRule *rules,
+                                            int rule_count, const char *filename, OnRecvOriginalDataFunc func,
+                                            handle_orb usr, int player_type);
 handle_orb vod_deal_with_analyze_by_file_new_rule(const char *host_id, int ch, int file_type, const char *filename,
                                                   OnRecvOriginalDataFunc func, handle_orb usr, int rules_type,
                                                   void *rules_info, int rules_size);
@@ -37,20 +37,21 @@ handle_orb vodplay_open_file_by_time_ex(const char *host_id, int ch, int file_ty
                                         int player_type);
 // One slice every `iframetimes` key frames. A refusal for MP4 storage leaves 0x1000007 as the thread's error number.
 handle_orb vod_deal_with_slice_by_time(const char *host_id, int ch, int file_type, int iframetimes,
-                                       const VOD_TIME *start_time, const VOD_TIME *end_time, OnRecvOriginalDataFunc func,
-                                       handle_orb usr);
+                                       const VOD_TIME *start_time, const VOD_TIME *end_time,
+                                       OnRecvOriginalDataFunc func, handle_orb usr);
 handle_orb vod_deal_with_slice_by_time_ex(const char *host_id, int ch, int file_type, int iframetimes,
                                           const VOD_TIME *start_time, const VOD_TIME *end_time,
                                           OnRecvOriginalDataFunc func, handle_orb usr, int player_type);
 handle_orb vod_deal_with_analyze_by_time(const char *host_id, int ch, int file_type, QueryRule *rules, int rule_count,
                                          const VOD_TIME *start_time, const VOD_TIME *end_time,
                                          OnRecvOriginalDataFunc func, handle_orb usr);
-handle_orb vod_deal_with_analyze_by_time_ex(const char *host_id, int ch, int file_type, QueryRule *rules, int rule_count,
-                                            const VOD_TIME *start_time, const VOD_TIME *end_time,
+handle_orb vod_deal_with_analyze_by_time_ex(const char *host_id, int ch, int file_type, QueryRule *rules,
+                                            int rule_count, const VOD_TIME *start_time, const VOD_TIME *end_time,
                                             OnRecvOriginalDataFunc func, handle_orb usr, int player_type);
-handle_orb vod_deal_with_analyze_by_time_new_rule(const char *host_id, int ch, int file_type, const VOD_TIME *start_time,
-                                                  const VOD_TIME *end_time, OnRecvOriginalDataFunc func, handle_orb usr,
-                                                  int rules_type, void *rules_info, int rules_size);
+handle_orb vod_deal_with_analyze_by_time_new_rule(const char *host_id, int ch, int file_type,
+                                                  const VOD_TIME *start_time, const VOD_TIME *end_time,
+                                                  OnRecvOriginalDataFunc func, handle_orb usr, int rules_type,
+                                                  void *rules_info, int rules_size);
 handle_orb vod_deal_with_analyze_by_time_new_rule_ex(const char *host_id, int ch, int file_type,
                                                      const VOD_TIME *start_time, const VOD_TIME *end_time,
                                                      OnRecvOriginalDataFunc func, handle_orb usr, int player_type,
@@ -104,7 +105,8 @@ int vodplay_download_get_filetype(handle_orb downfd);
 
 // ---- Uploads --------------------------------------------------------------------------------------------------------
 
-handle_orb vodplay_upload_open_file(const char *filename, uint64_t recv_size, OnRecvUploadDataFunc func, handle_orb usr);
+handle_orb vodplay_upload_open_file(const char *filename, uint64_t recv_size, OnRecvUploadDataFunc func,
+                                    handle_orb usr);
 int vodplay_upload_write_data(handle_orb upfd, char *buf, int size);
 int vodplay_upload_close(handle_orb upfd, time_t mtime);
 int vodplay_upload_is_recv_by_filename(const char *filename);
