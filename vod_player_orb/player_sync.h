@@ -41,7 +41,7 @@ void player_sync_destroy(VODOrbPlayer *player);
 
 // The player's lock. The reading threads hold it for a pass but for callbacks; others need a player_use first.
 struct player_guard : os_lock_guard {
-    explicit player_guard(VODOrbPlayer *player, std::source_location place = std::source_location::current());
+    explicit player_guard(VODOrbPlayer *player, os_place place = os_place::current());
 };
 
 // Keeps the lock and the wake alive; false when the player is closed.

@@ -22,10 +22,30 @@
 #define LOG_UNIT __FILE_NAME__
 #endif
 
+// Where a caller stands. Not every compiler of ours has the standard library's.
+#if defined(__cpp_lib_source_location)
+using os_place = std::source_location;
+#else
+class os_place {
+  public:
+    static constexpr os_place current(const char *file = __builtin_FILE(), unsigned line = __builtin_LINE())
+    {
+        return os_place(file, line);
+    }
+    constexpr const char *file_name() const { return file_; }
+    constexpr unsigned line() const { return line_; }
+
+  private:
+    constexpr os_place(const char *file, unsigned line) : file_(file), line_(line) {}
+    const char *file_;
+    unsigned line_;
+};
+#endif
+
 // Holds a mutex for the life of the guard. Give each lock its own guard type, derived from this one.
 class os_lock_guard {
   public:
-    explicit os_lock_guard(LMutex *mutex, std::source_location place = std::source_location::current()) : mutex_(mutex)
+    explicit os_lock_guard(LMutex *mutex, os_place place = os_place::current()) : mutex_(mutex)
     {
         os_mutex_lock_at(mutex_, place.file_name(), static_cast<int>(place.line()));
     }
@@ -41,7 +61,7 @@ class os_lock_guard {
 // Lends the lock of a guard for the life of this object; afterwards look again at whatever you knew before.
 class os_unlock_guard {
   public:
-    explicit os_unlock_guard(os_lock_guard &held, std::source_location place = std::source_location::current())
+    explicit os_unlock_guard(os_lock_guard &held, os_place place = os_place::current())
         : mutex_(held.mutex()), place_(place)
     {
         os_mutex_unlock(mutex_);
@@ -52,7 +72,7 @@ class os_unlock_guard {
 
   private:
     LMutex *mutex_;
-    std::source_location place_;
+    os_place place_;
 };
 
 inline void os_sleep_unlocked(os_lock_guard &held, uint32_t ms)
@@ -88,7 +108,7 @@ inline void text_copy(std::span<char> to, std::string_view from)
 
 // A zeroed record of `T` that the system cannot do without: when there is no memory, logs `text` at level 5 and ends the
 // process with status 1. Freed with std::free by whoever ends up owning it.
-template <class T> T *new_or_exit(const char *text, std::source_location place = std::source_location::current())
+template <class T> T *new_or_exit(const char *text, os_place place = os_place::current())
 {
     static_assert(std::is_trivially_destructible_v<T>);
     void *memory = os_fault_point("new_or_exit") ? nullptr : std::calloc(1, sizeof(T));
