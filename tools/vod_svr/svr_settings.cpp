@@ -1,0 +1,60 @@
+#include "tools/vod_svr/svr_settings.h"
+
+#include "platform/json/json.h"
+#include "platform/os/os.h"
+
+static constexpr char SVR_CONFIG[] = "etc\\conf\\vod_svr.json";
+
+static void log_settings_read(json_object *log, svr_settings *settings)
+{
+    settings->log_level = json_object_get_field_int(log, "level", settings->log_level);
+    settings->log_stderr = json_object_get_field_int(log, "stderr", settings->log_stderr) != 0;
+    settings->log_journal = json_object_get_field_int(log, "journal", settings->log_journal) != 0;
+    if (const char *file = json_object_get_field_string(log, "file"))
+        settings->log_file = file;
+    int bytes = json_object_get_field_int(log, "file_bytes", static_cast<int>(settings->log_file_bytes));
+    settings->log_file_bytes = bytes > 0 ? static_cast<uint64_t>(bytes) : settings->log_file_bytes;
+    settings->log_file_count = json_object_get_field_int(log, "file_count", settings->log_file_count);
+}
+
+bool svr_settings_read(svr_settings *settings, std::string *error)
+{
+    os_file_info info;
+    if (!os_file_stat(SVR_CONFIG, 0, &info))
+        return true;
+    json_ref config(json_object_from_file_ex(SVR_CONFIG));
+    if (config == nullptr || !json_object_is_type(config.get(), json_type_object)) {
+        *error = "etc/conf/vod_svr.json is no JSON object; correct it or take it away";
+        return false;
+    }
+    if (const char *charset = json_object_get_field_string(config.get(), "fs_charset"))
+        settings->fs_charset = charset;
+    json_object *log = nullptr;
+    if (json_object_object_get_ex(config.get(), "log", &log))
+        log_settings_read(log, settings);
+    if (settings->log_level < 1 || settings->log_level > 5) {
+        *error = "log.level in etc/conf/vod_svr.json must be 1 to 5";
+        return false;
+    }
+    return true;
+}
+
+bool svr_settings_apply(const svr_settings &settings, std::string *error)
+{
+    if (!os_fs_charset_set(settings.fs_charset.c_str())) {
+        *error = "fs_charset in etc/conf/vod_svr.json must be \"GB18030\" or \"UTF-8\"";
+        return false;
+    }
+    os_log_settings log = {};
+    log.level = settings.log_level;
+    log.to_stderr = settings.log_stderr;
+    log.to_journal = settings.log_journal;
+    log.file = settings.log_file.empty() ? nullptr : settings.log_file.c_str();
+    log.file_bytes = settings.log_file_bytes;
+    log.file_count = settings.log_file_count;
+    if (!os_log_open(&log)) {
+        *error = "the log cannot be opened: " + settings.log_file + "; see log.file in etc/conf/vod_svr.json";
+        return false;
+    }
+    return true;
+}

@@ -1,0 +1,118 @@
+// The host process: configures the platform libraries, starts the service, runs until it is told to stop.
+#include "tools/vod_svr/svr_settings.h"
+
+#include "platform/ms/ms.h"
+#include "platform/os/os.h"
+#include "win32_vod/vod.h"
+
+#include <CLI/CLI.hpp>
+#include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+enum exit_code { EXIT_STOPPED = 0, EXIT_NOT_STARTED = 1, EXIT_USAGE = 64 };
+
+static constexpr char DESCRIPTION[] =
+    "Serves recordings to remote clients until it is told to stop (Ctrl-C or SIGTERM).\n"
+    "\n"
+    "Everything is read from the folder given with --root (the working directory by default):\n"
+    "  etc/conf/vod_svr.json     this process: logging, character set of file names\n"
+    "  etc/conf/ms_config.json   the network: address, port, limits\n"
+    "  etc/conf/vod_config.json  the service: sessions, pacing, folders that clients may name\n"
+    "A file that is missing leaves the defaults. When the service takes requests, one line says so on standard output.\n"
+    "\n"
+    "Example:\n"
+    "  vod_svr --root /var/lib/win32-vod\n"
+    "\n"
+    "Exit status: 0 stopped when told to, 1 not started (the log says why), 64 wrong arguments.";
+
+struct svr_arguments {
+    std::string root;
+    int log_level = 0;
+    bool check = false, json = false;
+};
+
+static int complain(const std::string &error)
+{
+    std::fprintf(stderr, "vod_svr: %s\n", error.c_str());
+    return EXIT_NOT_STARTED;
+}
+
+static void say_ready(bool json)
+{
+    unsigned port = ms_listen_port();
+    if (json)
+        std::printf("{\"event\":\"ready\",\"port\":%u,\"pid\":%d,\"version\":\"" VOD_VERSION "\"}\n", port,
+                    os_process_id());
+    else
+        std::printf("vod_svr " VOD_VERSION " serves on port %u\n", port);
+    std::fflush(stdout);
+}
+
+static void wait_for_signal()
+{
+    asio::io_context context;
+    asio::signal_set signals(context, SIGINT, SIGTERM);
+    signals.async_wait([](const asio::error_code &, int) {});
+    context.run();
+}
+
+// Connections end first, so that every session closes its player while the service is still whole.
+static void stop_service()
+{
+    ms_cleanup();
+    vod_cleanup();
+    os_log_flush();
+}
+
+static int run(const svr_arguments &arguments)
+{
+    std::error_code failed;
+    if (!arguments.root.empty())
+        std::filesystem::current_path(arguments.root, failed);
+    if (failed)
+        return complain("--root " + arguments.root + ": " + failed.message() + "; name an existing folder");
+    svr_settings settings;
+    std::string error;
+    if (!svr_settings_read(&settings, &error))
+        return complain(error);
+    if (arguments.log_level != 0)
+        settings.log_level = arguments.log_level;
+    if (!svr_settings_apply(settings, &error))
+        return complain(error);
+    if (arguments.check) {
+        std::puts("the configuration can be used");
+        return EXIT_STOPPED;
+    }
+    if (!vod_startup()) {
+        os_log_flush();
+        return complain("the service did not start; the last lines of the log say why");
+    }
+    say_ready(arguments.json);
+    wait_for_signal();
+    stop_service();
+    return EXIT_STOPPED;
+}
+
+int main(int argc, char **argv)
+{
+    CLI::App app(DESCRIPTION, "vod_svr");
+    svr_arguments arguments;
+    app.add_option("--root", arguments.root, "Folder with etc/conf and var; becomes the working directory")
+        ->type_name("DIR");
+    app.add_option("--log-level", arguments.log_level, "1 writes every package and step, 2 is usual, 5 only ends")
+        ->check(CLI::Range(1, 5));
+    app.add_flag("--check", arguments.check, "Read the configuration, say whether it can be used, and end");
+    app.add_flag("--json", arguments.json, "Say that the service is ready as a JSON object");
+    app.set_version_flag("--version", "vod_svr " VOD_VERSION);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &wrong) {
+        return app.exit(wrong) == 0 ? EXIT_STOPPED : EXIT_USAGE;
+    }
+    return run(arguments);
+}
