@@ -1,0 +1,8 @@
+# `vod_raw_client`: include this where a test sends bytes of its own making.
+if(NOT TARGET vod_raw_client)
+  find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
+  add_library(vod_raw_client STATIC ${CMAKE_CURRENT_LIST_DIR}/raw_client.cpp)
+  target_link_libraries(vod_raw_client PUBLIC vod_settings ms vodos)
+  target_include_directories(vod_raw_client SYSTEM PRIVATE ${ASIO_INCLUDE_DIR})
+  target_compile_definitions(vod_raw_client PRIVATE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+endif()
