@@ -1,0 +1,37 @@
+#include "tools/orbrec/progress.h"
+
+#include "platform/os/os.h"
+
+#include <algorithm>
+#include <cstdio>
+
+static constexpr uint64_t REDRAW_MS = 100;
+static constexpr int BAR_WIDTH = 30;
+
+progress_bar::progress_bar(std::string title, int64_t total)
+    : title_(std::move(title)), total_(total), visible_(os_is_terminal(2) == 1)
+{
+}
+
+void progress_bar::show(int64_t done)
+{
+    uint64_t now = os_tick();
+    if (!visible_ || (drawn_ && now - drawn_at_ < REDRAW_MS))
+        return;
+    drawn_at_ = now;
+    drawn_ = true;
+    if (total_ <= 0) {
+        std::fprintf(stderr, "\r%s ...", title_.c_str());
+        return;
+    }
+    int64_t percent = std::clamp<int64_t>(done * 100 / total_, 0, 100);
+    auto filled = static_cast<size_t>(percent * BAR_WIDTH / 100);
+    std::string bar = std::string(filled, '#') + std::string(BAR_WIDTH - filled, '.');
+    std::fprintf(stderr, "\r%s [%s] %3d %%", title_.c_str(), bar.c_str(), static_cast<int>(percent));
+}
+
+progress_bar::~progress_bar()
+{
+    if (drawn_)
+        std::fprintf(stderr, "\r\033[K");
+}

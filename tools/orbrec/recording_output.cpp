@@ -1,0 +1,152 @@
+#include "tools/orbrec/recording_output.h"
+
+#include "platform/avfiltersdk/avfilterwriter.h"
+#include "tools/orbrec/orbrec.h"
+
+#include <algorithm>
+#include <cstdio>
+
+// Files of 2 GiB and more cannot be downloaded by name.
+static constexpr int64_t FILE_BYTES_MAX = 2'000'000'000;
+static const char *const s_part_suffix = ".part";
+
+bool name_tells_start(const std::string &name)
+{
+    size_t last = name.rfind('_');
+    if (last == std::string::npos || last == 0)
+        return false;
+    size_t before = name.rfind('_', last - 1);
+    if (before == std::string::npos)
+        return false;
+    std::string_view piece = std::string_view(name).substr(before + 1, last - before - 1);
+    return piece.size() == 14 && std::ranges::all_of(piece, [](char c) { return c >= '0' && c <= '9'; });
+}
+
+static AVUtcTime calendar_time(int64_t seconds)
+{
+    tm parts = {};
+    os_localtime(seconds, &parts);
+    auto field = [](int value) { return static_cast<uint16_t>(value); };
+    return {field(parts.tm_year + 1900), field(parts.tm_mon + 1), field(parts.tm_mday), field(parts.tm_hour),
+            field(parts.tm_min), field(parts.tm_sec)};
+}
+
+recording_output::~recording_output()
+{
+    file_abandon();
+}
+
+bool recording_output::fail(int status, const std::string &text)
+{
+    error_ = text;
+    status_ = status;
+    file_abandon();
+    return false;
+}
+
+void recording_output::file_abandon()
+{
+    if (writer_ == nullptr)
+        return;
+    AVWriterAbandon(writer_);
+    writer_ = nullptr;
+    os_file_remove(part_.c_str());
+}
+
+void recording_output::begin(const output_video &video, int64_t start_seconds)
+{
+    video_ = video;
+    start_seconds_ = start_seconds;
+}
+
+std::string recording_output::file_name(int64_t start_seconds) const
+{
+    if (!settings_.file.empty())
+        return settings_.file;
+    AVUtcTime time = calendar_time(start_seconds);
+    char stamp[64];
+    std::snprintf(stamp, sizeof stamp, "_%02d_0_%04d%02d%02d%02d%02d%02d_%d.rec", settings_.channel, time.usYear,
+                  time.usMonth, time.usDay, time.usHour, time.usMinute, time.usSecond, number_);
+    bool is_closed = settings_.folder.back() == '/' || settings_.folder.back() == '\\';
+    return settings_.folder + (is_closed ? "" : "/") + settings_.host + stamp;
+}
+
+bool recording_output::file_open(int64_t time_ms)
+{
+    if (!settings_.file.empty() && !files_.empty())
+        return fail(ORBREC_UNWRITABLE, "the recording becomes too large for one file: name a folder with -o DIR/");
+    number_++;
+    current_ = {};
+    current_.start_seconds = start_seconds_ + time_ms / 1000;
+    current_.name = file_name(current_.start_seconds);
+    base_ms_ = last_ms_ = time_ms;
+    std::string reason;
+    if (!system_path(current_.name, &name_, &reason) || !system_path(current_.name + s_part_suffix, &part_, &reason))
+        return fail(ORBREC_UNWRITABLE, reason);
+    if (!settings_.force && path_exists(current_.name))
+        return fail(ORBREC_UNWRITABLE, current_.name + " is already there: use --force to replace it");
+    AVWriterSettings writer = {};
+    writer.iSize = sizeof writer;
+    text_copy(writer.cFileName, part_);
+    writer.iFrameRate = video_.frame_rate;
+    writer.iWidth = video_.width;
+    writer.iHeight = video_.height;
+    writer.iVEncMode = video_.mode;
+    writer.bAudio = video_.has_audio ? 1 : 0;
+    writer.tStart = calendar_time(current_.start_seconds);
+    os_file_remove(part_.c_str()); // what a crash may have left
+    writer_ = AVWriterCreate(&writer);
+    return writer_ != nullptr || fail(ORBREC_UNWRITABLE, "cannot write " + current_.name + ": " + os_file_error());
+}
+
+bool recording_output::file_is_due(const access_unit &unit) const
+{
+    if (writer_ == nullptr)
+        return true;
+    bool is_long = settings_.split_ms > 0 && unit.time_ms - base_ms_ >= settings_.split_ms;
+    return unit.is_key && (is_long || AVWriterSize(writer_) >= FILE_BYTES_MAX);
+}
+
+bool recording_output::add(const access_unit &unit, const std::vector<alaw_frame> &audio)
+{
+    if (file_is_due(unit) && (!end() || !file_open(unit.time_ms)))
+        return false;
+    byte_vector sound;
+    for (const alaw_frame &frame : audio)
+        sound.insert(sound.end(), frame.bytes.begin(), frame.bytes.end());
+    last_ms_ = std::max(unit.time_ms, last_ms_);
+    AVWriterFrame frame = {};
+    frame.iFrameType = unit.is_key ? AVFRAME_TYPE_KEY : AVFRAME_TYPE_DELTA;
+    frame.uiTimeStamp = static_cast<uint32_t>(last_ms_ - base_ms_);
+    frame.pVideo = unit.bytes.data();
+    frame.uiVideoBytes = static_cast<uint32_t>(unit.bytes.size());
+    frame.pAudio = sound.data();
+    frame.usAudioFrames = static_cast<uint16_t>(audio.size());
+    frame.usAudioFrameSize = audio.empty() ? 0 : ALAW_FRAME_BYTES;
+    frame.iAudioCoder = audio.empty() ? AVAUDIO_NONE : AVAUDIO_G711A;
+    if (!AVWriterAddFrame(writer_, &frame))
+        return fail(ORBREC_UNWRITABLE, "cannot write " + current_.name + ": " + os_file_error());
+    current_.frames++;
+    current_.key_frames += unit.is_key ? 1 : 0;
+    current_.audio_frames += static_cast<int64_t>(audio.size());
+    return true;
+}
+
+bool recording_output::end()
+{
+    if (writer_ == nullptr)
+        return true;
+    current_.bytes = AVWriterSize(writer_);
+    int64_t length_ms = last_ms_ - base_ms_ + 1000 / std::max(video_.frame_rate, 1);
+    current_.end_seconds = current_.start_seconds + (length_ms + 999) / 1000;
+    void *writer = writer_;
+    writer_ = nullptr;
+    if (!AVWriterFinish(writer) || !os_file_set_modified(part_.c_str(), current_.end_seconds)
+        || !os_file_rename(part_.c_str(), name_.c_str())) {
+        std::string reason = os_file_error();
+        os_file_remove(part_.c_str());
+        return fail(ORBREC_UNWRITABLE, "cannot complete " + current_.name + ": " + reason);
+    }
+    files_.push_back(current_);
+    return true;
+}
