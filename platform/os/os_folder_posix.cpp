@@ -96,7 +96,8 @@ static bool names_read(const std::string &host, std::vector<std::string> *names)
     while (const dirent *entry = readdir(folder.get())) {
         std::string_view name = entry->d_name;
         char text[OS_PATH_BYTES_MAX];
-        if (name != "." && name != ".." && os_path_from_host(entry->d_name, text, sizeof text))
+        if (name != "." && name != ".." && os_path_from_host(entry->d_name, text, sizeof text) &&
+            os_path_is_part(text))
             names->push_back(text);
         errno = 0;
     }

@@ -24,6 +24,8 @@ struct os_path_parts {
 };
 os_path_parts os_path_split(const std::string &host);
 
+// False for a text with a separator in it.
+bool os_path_is_part(std::string_view path);
 // The host form of a system path; false, with the reason kept, when there is none.
 bool os_path_resolve(const char *path, std::string *host);
 // The same as the first step of the call `name`, which may be the one that is to fail.

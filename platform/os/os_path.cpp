@@ -45,6 +45,14 @@ static void turn_gb18030_separators(std::string *text, char from, char to)
             (*text)[i] = to;
 }
 
+bool os_path_is_part(std::string_view path)
+{
+    for (size_t i = 0; i < path.size(); i += character_bytes(path.substr(i)))
+        if (path[i] == '\\')
+            return false;
+    return true;
+}
+
 static bool convert(const char *from, const char *to, std::string *text)
 {
     char converted[OS_PATH_BYTES_MAX];

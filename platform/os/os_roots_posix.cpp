@@ -140,10 +140,14 @@ static int open_beneath(int root_fd, const std::string &relative, int flags, mod
     how.flags = static_cast<uint64_t>(static_cast<unsigned>(flags));
     how.mode = (flags & O_CREAT) != 0 ? mode : 0;
     how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
-    long fd = 0;
-    do
+    // EAGAIN: something was renamed meanwhile. Whoever keeps renaming does not get the file.
+    constexpr int ATTEMPTS_MAX = 32;
+    long fd = -1;
+    for (int i = 0; i < ATTEMPTS_MAX; i++) {
         fd = syscall(SYS_openat2, root_fd, relative.c_str(), &how, sizeof how);
-    while (fd < 0 && (errno == EINTR || errno == EAGAIN));
+        if (fd >= 0 || (errno != EINTR && errno != EAGAIN))
+            break;
+    }
     return static_cast<int>(fd);
 }
 

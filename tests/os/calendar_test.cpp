@@ -1,0 +1,162 @@
+#include "platform/os/os.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <rapidcheck.h>
+#include <string>
+#include <thread>
+
+// Zones are written out, so that the tests do not need the host's zone files.
+static constexpr char SHANGHAI[] = "CST-8", BERLIN[] = "CET-1CEST,M3.5.0,M10.5.0/3";
+
+class OsCalendar : public testing::Test {
+  protected:
+    OsCalendar() { zone_set(SHANGHAI); }
+    ~OsCalendar() override { zone_set(SHANGHAI); }
+
+    static void zone_set(const char *zone)
+    {
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+};
+
+static struct tm parts_of(int year, int month, int day, int hour, int minute, int second, int isdst = -1)
+{
+    struct tm parts = {};
+    parts.tm_year = year - 1900;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = day;
+    parts.tm_hour = hour;
+    parts.tm_min = minute;
+    parts.tm_sec = second;
+    parts.tm_isdst = isdst;
+    return parts;
+}
+
+TEST_F(OsCalendar, MktimeReadsLocalTime)
+{
+    struct row {
+        struct tm parts;
+        int64_t seconds;
+    };
+    const row rows[] = {
+        {parts_of(1970, 1, 1, 8, 0, 0), 0},
+        {parts_of(1970, 1, 1, 7, 59, 59), -1},
+        {parts_of(1970, 1, 1, 7, 59, 0), -1},
+        {parts_of(1969, 12, 31, 23, 59, 59), -1},
+        {parts_of(1900, 1, 1, 0, 0, 0), -1},
+        {parts_of(0, 0, 0, 0, 0, 0), -1},
+        {parts_of(0, 1, 1, 0, 0, 0), -1},
+        {parts_of(2024, 1, 1, 8, 0, 0), 1704067200},
+        {parts_of(2024, 2, 29, 0, 0, 0), 1709136000},
+        {parts_of(2038, 1, 19, 11, 14, 8), 2147483648},
+        {parts_of(3001, 1, 1, 7, 59, 59), 32535215999},
+        {parts_of(3001, 1, 1, 8, 0, 0), -1},
+        {parts_of(9999, 1, 1, 0, 0, 0), -1},
+        {parts_of(65535, 65535, 65535, 65535, 65535, 65535), -1},
+    };
+    for (const row &one : rows) {
+        struct tm parts = one.parts;
+        EXPECT_EQ(os_mktime(&parts), one.seconds) << one.parts.tm_year + 1900 << "-" << one.parts.tm_mon + 1;
+    }
+    EXPECT_EQ(os_mktime(nullptr), -1);
+}
+
+TEST_F(OsCalendar, MktimeNormalisesItsArgument)
+{
+    struct tm parts = parts_of(2024, 1, 32, 25, 61, 61);
+    EXPECT_EQ(os_mktime(&parts), 1706810521);
+    EXPECT_EQ(parts.tm_mon, 1);
+    EXPECT_EQ(parts.tm_mday, 2);
+    EXPECT_EQ(parts.tm_hour, 2);
+    EXPECT_EQ(parts.tm_min, 2);
+    EXPECT_EQ(parts.tm_sec, 1);
+    EXPECT_EQ(parts.tm_wday, 5);
+    EXPECT_EQ(parts.tm_isdst, 0);
+}
+
+TEST_F(OsCalendar, FailedMktimeLeavesItsArgument)
+{
+    struct tm parts = parts_of(1960, 14, 40, 0, 0, 0), before = parts;
+    EXPECT_EQ(os_mktime(&parts), -1);
+    EXPECT_EQ(std::memcmp(&parts, &before, sizeof parts), 0);
+}
+
+TEST_F(OsCalendar, SummerTimeIsDecidedByTheZoneWhenNotGiven)
+{
+    zone_set(BERLIN);
+    struct tm summer = parts_of(2024, 7, 1, 12, 0, 0), winter = parts_of(2024, 1, 1, 12, 0, 0);
+    EXPECT_EQ(os_mktime(&summer), 1719828000);
+    EXPECT_EQ(summer.tm_isdst, 1);
+    EXPECT_EQ(os_mktime(&winter), 1704106800);
+    EXPECT_EQ(winter.tm_isdst, 0);
+    // Both readings of the hour that comes twice.
+    struct tm first = parts_of(2024, 10, 27, 2, 30, 0, 1), second = parts_of(2024, 10, 27, 2, 30, 0, 0);
+    EXPECT_EQ(os_mktime(&second) - os_mktime(&first), 3600);
+}
+
+TEST_F(OsCalendar, BreaksInstantsDown)
+{
+    struct tm local = {}, utc = {};
+    ASSERT_EQ(os_localtime(1704067200, &local), 1);
+    EXPECT_EQ(local.tm_year, 124);
+    EXPECT_EQ(local.tm_hour, 8);
+    ASSERT_EQ(os_gmtime(1704067200, &utc), 1);
+    EXPECT_EQ(utc.tm_hour, 0);
+    ASSERT_EQ(os_localtime(0, &local), 1);
+    EXPECT_EQ(local.tm_year, 70);
+    EXPECT_EQ(local.tm_hour, 8);
+    ASSERT_EQ(os_gmtime(32535215999, &utc), 1);
+    EXPECT_EQ(utc.tm_year, 1100);
+}
+
+TEST_F(OsCalendar, InstantsOutsideTheCalendarAreRefused)
+{
+    for (int64_t seconds : {int64_t{-1}, int64_t{-2147483648}, INT64_MIN, int64_t{32535216000}, INT64_MAX}) {
+        struct tm parts = parts_of(2000, 1, 2, 3, 4, 5), before = parts;
+        EXPECT_EQ(os_localtime(seconds, &parts), 0) << seconds;
+        EXPECT_EQ(os_gmtime(seconds, &parts), 0) << seconds;
+        EXPECT_EQ(std::memcmp(&parts, &before, sizeof parts), 0) << seconds;
+    }
+    EXPECT_EQ(os_localtime(0, nullptr), 0);
+    EXPECT_EQ(os_gmtime(0, nullptr), 0);
+}
+
+TEST_F(OsCalendar, LocalTimeAndBackIsTheSameInstant)
+{
+    for (const char *zone : {SHANGHAI, BERLIN}) {
+        zone_set(zone);
+        rc::check("os_mktime of os_localtime", [] {
+            // From the second day on: the first hours of 1970 are before 1970 in some zones.
+            const int64_t seconds = *rc::gen::inRange<int64_t>(86400, 32535000000);
+            struct tm parts = {};
+            RC_ASSERT(os_localtime(seconds, &parts) == 1);
+            RC_ASSERT(os_mktime(&parts) == seconds);
+        });
+    }
+}
+
+TEST_F(OsCalendar, NeverChangesTheZone)
+{
+    struct tm parts = parts_of(2024, 1, 1, 8, 0, 0);
+    os_mktime(&parts);
+    os_localtime(1704067200, &parts);
+    os_gmtime(1704067200, &parts);
+    EXPECT_STREQ(getenv("TZ"), SHANGHAI);
+}
+
+TEST_F(OsCalendar, ThreadsConvertSideBySide)
+{
+    auto convert = [] {
+        for (int64_t seconds = 1704067200; seconds < 1704067200 + 300 * 3600; seconds += 3600) {
+            struct tm parts = {};
+            ASSERT_EQ(os_localtime(seconds, &parts), 1);
+            ASSERT_EQ(os_mktime(&parts), seconds);
+        }
+    };
+    std::thread first(convert), second(convert);
+    first.join();
+    second.join();
+}

@@ -1,0 +1,400 @@
+#include "platform/os/os_guard.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/temp_folder.h"
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <regex>
+#include <string>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+static const os_log_settings s_start_settings = {LOG_REFUSE, 1, nullptr, 0, 0, 0, 0};
+
+class OsLog : public testing::Test {
+  protected:
+    ~OsLog() override { os_log_open(&s_start_settings); }
+
+    void open(int level, uint32_t burst = 0, uint64_t file_bytes = 0, int file_count = 0)
+    {
+        const std::string path = folder_.file("log.txt");
+        const os_log_settings settings = {level, 0, path.c_str(), file_bytes, file_count, 0, burst};
+        ASSERT_EQ(os_log_open(&settings), 1);
+    }
+    // The lines of the file without their dates.
+    std::vector<std::string> lines() const
+    {
+        os_log_flush();
+        std::ifstream in(folder_.path() / "log.txt");
+        std::vector<std::string> found;
+        for (std::string line; std::getline(in, line);)
+            found.push_back(line.substr(std::min<size_t>(line.size(), 24)));
+        return found;
+    }
+
+    temp_folder folder_;
+};
+
+TEST_F(OsLog, LineHasDateLevelPlaceAndText)
+{
+    setenv("TZ", "CST-8", 1);
+    tzset();
+    manual_clock clock(1704067200);
+    clock.advance(123);
+    open(LOG_TRACE);
+    log_debug_ex(LOG_REFUSE, "link_table.cpp", 42, "vodlink == %s", "NULL");
+    os_log_flush();
+    std::ifstream in(folder_.path() / "log.txt");
+    std::string line;
+    std::getline(in, line);
+    EXPECT_EQ(line, "2024-01-01 08:00:00.123 [2] link_table.cpp:42 vodlink == NULL");
+}
+
+TEST_F(OsLog, LevelsBelowAreNotWritten)
+{
+    open(LOG_PACKAGE);
+    for (int level = LOG_TRACE; level <= LOG_FATAL; level++) {
+        EXPECT_EQ(os_log_enabled(level), level >= LOG_PACKAGE);
+        log_debug_ex(level, "u", level, "level %d", level);
+    }
+    EXPECT_THAT(lines(), ElementsAre("[3] u:3 level 3", "[4] u:4 level 4", "[5] u:5 level 5"));
+}
+
+TEST_F(OsLog, LevelStartsAtTwo)
+{
+    EXPECT_EQ(os_log_enabled(LOG_TRACE), 0);
+    EXPECT_EQ(os_log_enabled(LOG_REFUSE), 1);
+}
+
+TEST_F(OsLog, ControlBytesAreEscaped)
+{
+    open(LOG_REFUSE);
+    log_debug_ex(LOG_REFUSE, "u", 1, "%s", "a\nb\r\tc\x1b[31m\x7f %d 通");
+    log_debug_ex(LOG_REFUSE, "bad\nunit", 2, "x");
+    EXPECT_THAT(lines(), ElementsAre("[2] u:1 a\\x0ab\\x0d\\x09c\\x1b[31m\\x7f %d 通", "[2] bad\\x0aunit:2 x"));
+}
+
+TEST_F(OsLog, LongTextsAreWhole)
+{
+    open(LOG_REFUSE);
+    for (size_t size : {1023u, 1024u, 1025u, 70000u})
+        log_debug_ex(LOG_REFUSE, "u", static_cast<int>(size), "%s", std::string(size, 'x').c_str());
+    std::vector<std::string> found = lines();
+    ASSERT_EQ(found.size(), 4u);
+    EXPECT_EQ(found[3], "[2] u:70000 " + std::string(70000, 'x'));
+    EXPECT_EQ(found[1], "[2] u:1024 " + std::string(1024, 'x'));
+}
+
+TEST_F(OsLog, UnitsLoseTheirFolders)
+{
+    open(LOG_REFUSE);
+    log_debug_ex(LOG_REFUSE, "vod/link_table.cpp", 1, "a");
+    log_debug_ex(LOG_REFUSE, "vod\\link_table.cpp", 2, "b");
+    log_debug_ex(LOG_REFUSE, nullptr, 3, "c");
+    log_debug_ex(LOG_REFUSE, "u", 4, nullptr);
+    EXPECT_THAT(lines(), ElementsAre("[2] link_table.cpp:1 a", "[2] link_table.cpp:2 b", "[2] c"));
+}
+
+TEST_F(OsLog, PlaceThatRepeatsIsCutDownAndReported)
+{
+    manual_clock clock;
+    open(LOG_REFUSE, 3);
+    for (int i = 0; i < 10; i++)
+        log_debug_ex(LOG_SYSTEM, "u", 1, "line %d", i);
+    log_debug_ex(LOG_REFUSE, "u", 2, "another place");
+    EXPECT_EQ(os_tick(), 1000u);
+    clock.advance(999);
+    log_debug_ex(LOG_REFUSE, "u", 2, "not yet");
+    clock.advance(1);
+    log_debug_ex(LOG_REFUSE, "u", 1, "next second");
+    EXPECT_THAT(lines(), ElementsAre("[4] u:1 line 0", "[4] u:1 line 1", "[4] u:1 line 2", "[2] u:2 another place",
+                                     "[2] u:2 not yet", "[4] u:1 ... 7 lines like this left out",
+                                     "[2] u:1 next second"));
+}
+
+TEST_F(OsLog, AnyLineBringsTheReportOnceTheSecondHasPassed)
+{
+    manual_clock clock;
+    open(LOG_REFUSE, 1);
+    log_debug_ex(LOG_REFUSE, "u", 1, "a");
+    log_debug_ex(LOG_REFUSE, "u", 1, "b");
+    clock.advance(5000);
+    log_debug_ex(LOG_REFUSE, "v", 9, "c");
+    log_debug_ex(LOG_REFUSE, "v", 10, "d");
+    EXPECT_THAT(lines(),
+                ElementsAre("[2] u:1 a", "[2] u:1 ... 1 lines like this left out", "[2] v:9 c", "[2] v:10 d"));
+}
+
+TEST_F(OsLog, FlushBringsTheReportAtOnce)
+{
+    manual_clock clock;
+    open(LOG_REFUSE, 1);
+    for (int i = 0; i < 5; i++)
+        log_debug_ex(LOG_REFUSE, "u", 1, "a");
+    os_log_flush();
+    EXPECT_THAT(lines(), ElementsAre("[2] u:1 a", "[2] u:1 ... 4 lines like this left out"));
+}
+
+TEST_F(OsLog, SameLineOfAnotherUnitIsAnotherPlace)
+{
+    manual_clock clock;
+    open(LOG_REFUSE, 1);
+    for (const char *unit : {"u", "v", "u", "v"})
+        log_debug_ex(LOG_REFUSE, unit, 1, "a");
+    EXPECT_THAT(lines(), ElementsAre("[2] u:1 a", "[2] v:1 a", "[2] u:1 ... 1 lines like this left out",
+                                     "[2] v:1 ... 1 lines like this left out"));
+}
+
+TEST_F(OsLog, FloodTakesBoundedRoom)
+{
+    manual_clock clock;
+    open(LOG_TRACE, 0, 8192, 2);
+    for (int second = 0; second < 20; second++) {
+        for (int i = 0; i < 2000; i++)
+            log_debug_ex(LOG_TRACE, "u", i % 7, "a client repeats a bad package %d", i);
+        clock.advance(1000);
+    }
+    os_log_flush();
+    uintmax_t bytes = 0;
+    size_t files = 0;
+    for (const auto &entry : std::filesystem::directory_iterator(folder_.path())) {
+        bytes += entry.file_size();
+        files++;
+    }
+    EXPECT_EQ(files, 3u);
+    EXPECT_LE(bytes, 3u * 8192);
+}
+
+TEST_F(OsLog, FileThatCannotBeOpenedLeavesTheOutputs)
+{
+    open(LOG_REFUSE);
+    ASSERT_EQ(mkfifo(folder_.file("fifo").c_str(), 0600), 0);
+    for (const std::string &path : {folder_.file("fifo"), folder_.path().string(), std::string("/proc/none/log.txt")}) {
+        const os_log_settings wrong = {LOG_TRACE, 0, path.c_str(), 0, 0, 0, 0};
+        EXPECT_EQ(os_log_open(&wrong), 0) << path;
+    }
+    EXPECT_EQ(os_log_open(nullptr), 0);
+    EXPECT_EQ(os_log_enabled(LOG_TRACE), 0);
+    log_debug_ex(LOG_REFUSE, "u", 1, "still here");
+    EXPECT_THAT(lines(), ElementsAre("[2] u:1 still here"));
+}
+
+TEST_F(OsLog, LogFileIsNotInherited)
+{
+    open(LOG_REFUSE);
+    std::string path = std::filesystem::canonical(folder_.file("log.txt"));
+    bool is_found = false;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fdinfo")) {
+        std::error_code ignored;
+        auto name = entry.path().filename();
+        if (std::filesystem::read_symlink("/proc/self/fd" / name, ignored) != path)
+            continue;
+        std::ifstream in(entry.path());
+        std::string info(std::istreambuf_iterator<char>(in), {});
+        std::smatch flags;
+        ASSERT_TRUE(std::regex_search(info, flags, std::regex("flags:\\s*([0-7]+)")));
+        EXPECT_NE(std::stoul(flags[1], nullptr, 8) & 02000000u, 0u);
+        is_found = true;
+    }
+    EXPECT_TRUE(is_found);
+}
+
+TEST_F(OsLog, LevelsOutsideTheScaleAreDrawnIn)
+{
+    os_log_settings settings = {0, 0, nullptr, 0, 0, 0, 0};
+    ASSERT_EQ(os_log_open(&settings), 1);
+    EXPECT_EQ(os_log_enabled(LOG_TRACE), 1);
+    settings.level = 99;
+    ASSERT_EQ(os_log_open(&settings), 1);
+    EXPECT_EQ(os_log_enabled(LOG_SYSTEM), 0);
+    EXPECT_EQ(os_log_enabled(LOG_FATAL), 1);
+}
+
+TEST_F(OsLog, StandardErrorIsWrittenTo)
+{
+    testing::internal::CaptureStderr();
+    log_debug_ex(LOG_REFUSE, "u", 7, "to the terminal");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                MatchesRegex("....-..-.. ..:..:..\\.... \\[2\\] u:7 to the terminal\n"));
+}
+
+TEST_F(OsLog, JournalLinesBeginWithTheirPriority)
+{
+    testing::internal::CaptureStderr();
+    struct stat info = {};
+    ASSERT_EQ(fstat(STDERR_FILENO, &info), 0);
+    setenv("JOURNAL_STREAM", (std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino)).c_str(), 1);
+    const os_log_settings settings = {LOG_TRACE, 1, nullptr, 0, 0, 1, 0};
+    EXPECT_EQ(os_log_open(&settings), 1);
+    for (int level = LOG_TRACE; level <= LOG_FATAL; level++)
+        log_debug_ex(level, "u", level, "x");
+    os_log_flush();
+    unsetenv("JOURNAL_STREAM");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "<7>[1] u:1 x\n<6>[2] u:2 x\n<4>[3] u:3 x\n<3>[4] u:4 x\n<2>[5] u:5 x\n");
+}
+
+TEST_F(OsLog, WithoutAJournalTheTerminalIsUsed)
+{
+    for (const char *stream : {"", "1:2", "nonsense"}) {
+        testing::internal::CaptureStderr();
+        setenv("JOURNAL_STREAM", stream, 1);
+        const os_log_settings settings = {LOG_TRACE, 1, nullptr, 0, 0, 1, 0};
+        EXPECT_EQ(os_log_open(&settings), 1);
+        log_debug_ex(LOG_REFUSE, "u", 1, "x");
+        unsetenv("JOURNAL_STREAM");
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(" [2] u:1 x\n")) << stream;
+    }
+}
+
+TEST_F(OsLog, SinkGetsEveryLineUncutAndUnescaped)
+{
+    manual_clock clock;
+    open(LOG_REFUSE, 1);
+    {
+        log_capture log;
+        for (int i = 0; i < 20; i++)
+            log_debug_ex(LOG_TRACE, "u", 1, "a\nb");
+        EXPECT_EQ(log.count("a\nb", LOG_TRACE), 20u);
+        EXPECT_EQ(log.lines()[0], (log_line{LOG_TRACE, "u", "a\nb"}));
+    }
+    EXPECT_TRUE(lines().empty());
+    log_debug_ex(LOG_REFUSE, "u", 1, "outputs are back");
+    EXPECT_THAT(lines(), ElementsAre("[2] u:1 outputs are back"));
+}
+
+TEST_F(OsLog, SinkMayLog)
+{
+    static std::vector<std::string> s_texts;
+    os_log_set_sink(
+        [](void *, int, const char *, int, const char *text) {
+            s_texts.push_back(text);
+            if (s_texts.size() == 1)
+                log_debug_ex(LOG_REFUSE, "sink", 1, "inner");
+        },
+        nullptr);
+    log_debug_ex(LOG_REFUSE, "u", 1, "outer");
+    os_log_set_sink(nullptr, nullptr);
+    EXPECT_THAT(s_texts, ElementsAre("outer", "inner"));
+}
+
+TEST_F(OsLog, BufferedLogMakesOneLine)
+{
+    log_capture log;
+    log_buf_lock();
+    log_buf_date();
+    log_buf_msg("[info] ");
+    log_buf_msg("file: %s line: %d ", "vod.cpp", 12);
+    log_buf_msg_unlock("%s == NULL", "s_lst_findfds");
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].text, "[info] file: vod.cpp line: 12 s_lst_findfds == NULL");
+    EXPECT_EQ(log.lines()[0].level, LOG_REFUSE);
+}
+
+TEST_F(OsLog, BufferedLinesOfThreadsDoNotMix)
+{
+    log_capture log;
+    auto write = [](const char *text) {
+        for (int i = 0; i < 100; i++) {
+            log_buf_lock();
+            log_buf_date();
+            log_buf_msg("%s", text);
+            log_buf_msg_unlock("%s", text);
+        }
+    };
+    std::thread first(write, "a"), second(write, "b");
+    first.join();
+    second.join();
+    EXPECT_EQ(log.count("aa"), 100u);
+    EXPECT_EQ(log.count("bb"), 100u);
+}
+
+TEST_F(OsLog, BufferedLineInTheFileHasItsDateInFront)
+{
+    open(LOG_REFUSE);
+    log_buf_lock();
+    log_buf_date();
+    log_buf_msg_unlock("[info] up\n");
+    EXPECT_THAT(lines(), ElementsAre("[2] [info] up\\x0a"));
+}
+
+static int s_status;
+
+TEST_F(OsLog, QuitWritesTheLineThenEndsTheProcess)
+{
+    log_capture log;
+    os_exit_install([](int status) { s_status = status; });
+    log_buf_lock();
+    log_buf_date();
+    log_buf_msg("[fatal] ");
+    err_buf_quit_unlock("out of %s", "memory");
+    os_exit_install(nullptr);
+    EXPECT_EQ(s_status, 1);
+    EXPECT_EQ(log.count("[fatal] out of memory", LOG_FATAL), 1u);
+    // The lock was given back: another thread can log.
+    std::thread([] { log_debug_ex(LOG_REFUSE, "u", 1, "after"); }).join();
+    EXPECT_EQ(log.count("after"), 1u);
+}
+
+TEST_F(OsLog, ThreadsLogSideBySide)
+{
+    open(LOG_REFUSE, 100000);
+    std::array<std::thread, 4> threads;
+    for (std::thread &thread : threads)
+        thread = std::thread([] {
+            for (int i = 0; i < 200; i++)
+                log_debug_ex(LOG_REFUSE, "u", 1, "a line of some length, whole or not at all");
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    std::vector<std::string> found = lines();
+    EXPECT_EQ(found.size(), 800u);
+    for (const std::string &line : found)
+        EXPECT_EQ(line, "[2] u:1 a line of some length, whole or not at all");
+}
+
+TEST_F(OsLog, MacrosLogAtTheirPlaceAndYieldTheValue)
+{
+    log_capture log(LOG_REFUSE);
+    auto refuse = [] { return LOGGED(-1, LOG_REFUSE, "playerfd == %d", -1); };
+    EXPECT_EQ(refuse(), -1);
+    LOG(LOG_TRACE, "below the level");
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0], (log_line{LOG_REFUSE, "log_test.cpp", "playerfd == -1"}));
+}
+
+TEST(OsLogDeathTest, ExitEndsTheProcessWithItsStatus)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(os_exit(3), testing::ExitedWithCode(3), "");
+    EXPECT_EXIT(
+        {
+            log_buf_lock();
+            err_buf_quit_unlock("[fatal] %s", "the last words");
+        },
+        testing::ExitedWithCode(1), "\\[5\\] \\[fatal\\] the last words");
+}
+
+TEST(OsLogDeathTest, ExitReportsWhatWasLeftOut)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            for (int i = 0; i < 60; i++)
+                log_debug_ex(LOG_REFUSE, "u", 1, "again");
+            os_exit(0);
+        },
+        testing::ExitedWithCode(0), "... [0-9]+ lines like this left out");
+}
