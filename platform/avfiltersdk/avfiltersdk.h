@@ -78,7 +78,7 @@ typedef struct AVPlayDirection {
 
 typedef struct AVSeekByFrmNo {
     int32_t iSise; /* 8 */
-    int32_t iFrameNo;
+    int32_t iFrameNo; /* within the play range, 1 its first frame */
 } AVSeekByFrmNo;
 
 typedef struct AVSeekByAbsTime {
@@ -132,11 +132,15 @@ ORB_API int AVFilterGetData(void *handle, int kind, void *buffer, int size, AVFr
 /*
  * `record_size` must be the record's size. Seeks go to the key frame at or before the target (to the first frame when
  * there is none before) and, forwards, the next data starts there; after a frame-number seek it starts at that very
- * frame. Targets past the end seek to the end (bytes) or the last key frame (times). 0 on success.
+ * frame. Targets past the end seek to the end (bytes) or the last key frame (times). After a byte seek kind 0 goes on at
+ * that very byte, so that an interrupted download continues where it stopped. 0 on success.
  */
 ORB_API int AVFilterSetCommond(void *handle, int command, const void *record, int record_size);
 
-/* The key frames from `from` on, for tools: frame number, time stamp (ms), file offset. Ends when `visit` returns 0. */
+/*
+ * The good frames of the play range (or its key frames only) in order, for tools: `offset` in the file and bytes with
+ * the frame header. Ends when `visit` returns 0. Leaves the position as it is. 0, or below 0 for bad arguments.
+ */
 ORB_API int AVFilterVisitFrames(void *handle, int key_frames_only,
                                 int (*visit)(void *user, const AVFrameInfo *info, int64_t offset, int32_t frame_bytes),
                                 void *user);

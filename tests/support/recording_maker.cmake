@@ -1,0 +1,2 @@
+add_library(recording_maker STATIC recording_maker.cpp)
+target_link_libraries(recording_maker PUBLIC vod_settings avfiltersdk vodos)
