@@ -138,18 +138,6 @@ void log_debug_ex(int level, const char *unit, int line, const char *format, ...
     va_end(args);
 }
 
-int os_log_open(const struct os_log_settings *settings)
-{
-    if (settings == nullptr)
-        return 0;
-    log_guard held(log_mutex());
-    if (os_fault_point("os_log_open") || !os_log_output_open(*settings))
-        return 0;
-    os_log_rate_set_burst(settings->burst);
-    s_level = std::clamp<int>(settings->level, LOG_TRACE, LOG_FATAL);
-    return 1;
-}
-
 void os_log_flush(void)
 {
     log_guard held(log_mutex());
@@ -159,6 +147,20 @@ void os_log_flush(void)
     } catch (...) {
         report_lost_line();
     }
+}
+
+int os_log_open(const struct os_log_settings *settings)
+{
+    if (settings == nullptr || os_fault_point("os_log_open"))
+        return 0;
+    log_guard held(log_mutex());
+    // What was left out so far belongs to the outputs so far.
+    os_log_flush();
+    if (!os_log_output_open(*settings))
+        return 0;
+    os_log_rate_start(settings->burst);
+    s_level = std::clamp<int>(settings->level, LOG_TRACE, LOG_FATAL);
+    return 1;
 }
 
 void os_exit_install(void (*exit_func)(int status))

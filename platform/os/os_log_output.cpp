@@ -86,7 +86,6 @@ bool os_log_output_open(const os_log_settings &settings)
         log_outputs opened;
         if (!outputs_for(settings, &opened))
             return false;
-        os_log_output_flush();
         outputs() = opened;
         return true;
     } catch (...) {

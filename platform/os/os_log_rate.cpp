@@ -21,9 +21,11 @@ static uint32_t s_burst = BURST_DEFAULT;
 // No place has left out lines that end before this.
 static uint64_t s_next_report_ms = UINT64_MAX;
 
-void os_log_rate_set_burst(uint32_t lines)
+void os_log_rate_start(uint32_t burst)
 {
-    s_burst = lines == 0 ? BURST_DEFAULT : lines;
+    s_burst = burst == 0 ? BURST_DEFAULT : burst;
+    s_places.clear();
+    s_next_report_ms = UINT64_MAX;
 }
 
 bool os_log_rate_pass(int level, std::string_view unit, int line, uint64_t now_ms)

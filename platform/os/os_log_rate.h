@@ -6,7 +6,8 @@
 
 // True when the line is to be written, false when it is only counted.
 bool os_log_rate_pass(int level, std::string_view unit, int line, uint64_t now_ms);
-void os_log_rate_set_burst(uint32_t lines);
+// Forgets all counts; 0 lines take the default.
+void os_log_rate_start(uint32_t burst);
 
 using os_log_rate_report = void (*)(int level, std::string_view unit, int line, uint32_t left_out);
 // Reports the places whose second has passed; with `all` also the others.

@@ -61,7 +61,7 @@ TEST(OsCode, TwoByteCharactersMayBecomeFourBytes)
     EXPECT_EQ(convert("utf-8", "GB18030", in, &out, 129 * 4), REFUSED);
     EXPECT_EQ(out, "");
     EXPECT_EQ(convert("utf-8", "GB18030", in, &out, 129 * 4 + 1), 129 * 4);
-    EXPECT_EQ(out.substr(0, 8), "\x81\x30\x8B\x38\x81\x30\x8B\x38");
+    EXPECT_EQ(out.substr(0, 8), "\x81\x30\x8B\x37\x81\x30\x8B\x37");
     EXPECT_EQ(converted("GB18030", "utf-8", out), in);
 }
 

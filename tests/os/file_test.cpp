@@ -27,7 +27,8 @@ class OsFile : public testing::Test {
     static os_file_ptr open(const std::string &path, int flags)
     {
         os_file *opened = nullptr;
-        EXPECT_EQ(os_file_open(path.c_str(), flags, &opened), opened != nullptr);
+        int result = os_file_open(path.c_str(), flags, &opened);
+        EXPECT_EQ(result, opened != nullptr);
         return os_file_ptr(opened);
     }
     size_t entries() const
@@ -101,7 +102,7 @@ TEST_F(OsFile, AnythingButRegularFilesIsRefusedWithoutBlocking)
     std::filesystem::create_symlink("fifo", file("link_to_fifo"));
     for (const std::string &path : {file("fifo"), file("folder"), file("link_to_fifo"), std::string("/dev/null"),
                                     std::string("/dev/zero"), file("."), std::string("/")})
-        for (int flags : {OS_FILE_READ, OS_FILE_WRITE, OS_FILE_UPDATE, OS_FILE_READ | OS_FILE_CLIENT}) {
+        for (int flags : {+OS_FILE_READ, +OS_FILE_WRITE, +OS_FILE_UPDATE, OS_FILE_READ | OS_FILE_CLIENT}) {
             EXPECT_EQ(open(path, flags), nullptr) << path << " " << flags;
             EXPECT_STREQ(os_file_error(), "not a regular file") << path << " " << flags;
         }

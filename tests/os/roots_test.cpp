@@ -86,7 +86,7 @@ TEST_F(OsRoots, EverythingElseIsRefused)
 
 TEST_F(OsRoots, RefusalChangesNothing)
 {
-    for (int flags : {OS_FILE_WRITE + 0, OS_FILE_UPDATE + 0, OS_FILE_WRITE | OS_FILE_EXCLUSIVE}) {
+    for (int flags : {+OS_FILE_WRITE, +OS_FILE_UPDATE, OS_FILE_WRITE | OS_FILE_EXCLUSIVE}) {
         EXPECT_FALSE(opens(storage_ + "/../secret/s.rec", flags));
         EXPECT_FALSE(opens(storage_ + "/../secret/new.rec", flags));
         EXPECT_FALSE(opens(folder_.file("new.rec"), flags));
@@ -262,8 +262,9 @@ TEST_F(OsRoots, ProtectedFoldersAreShutToClients)
     ASSERT_EQ(os_access_protect((storage_ + "/db").c_str()), 1);
     ASSERT_EQ(os_access_protect((storage_ + "/db").c_str()), 1);
     for (bool has_roots : {true, false}) {
-        if (!has_roots)
+        if (!has_roots) {
             ASSERT_EQ(os_access_roots_set(nullptr, 0), 1);
+        }
         EXPECT_FALSE(opens(storage_ + "/db/data.mdb"));
         EXPECT_FALSE(opens(storage_ + "/sub/../db/data.mdb", OS_FILE_UPDATE));
         EXPECT_FALSE(opens(storage_ + "/to_store"));
