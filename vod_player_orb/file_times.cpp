@@ -1,9 +1,7 @@
 #include "vod_player_orb/vod_player_orb.h"
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
-#include <string>
-#include <vector>
 
 AVUtcTime utc_time_of(const VOD_TIME &time)
 {
@@ -19,22 +17,28 @@ int local_zone_hours()
     return static_cast<int>((now - os_mktime(&parts)) / 3600);
 }
 
-// The pieces between underscores, empty ones left out.
-static std::vector<std::string> name_pieces(std::string_view name)
+// The next-to-last piece between underscores, empty pieces left out; false when there are fewer than two.
+static bool name_piece_before_last(std::string_view name, std::string_view *piece)
 {
-    std::vector<std::string> pieces;
-    for (size_t start = 0; start < name.size();) {
-        size_t end = std::min(name.find('_', start), name.size());
-        if (end > start)
-            pieces.emplace_back(name.substr(start, end - start));
-        start = end + 1;
+    std::string_view last, before;
+    while (!name.empty()) {
+        size_t end = std::min(name.find('_'), name.size());
+        if (end > 0) {
+            before = last;
+            last = name.substr(0, end);
+        }
+        name.remove_prefix(std::min(end + 1, name.size()));
     }
-    return pieces;
+    *piece = before;
+    return !before.empty();
 }
 
-static VOD_TIME time_from_digits(const char *digits)
+// Fields that the text does not supply stay 0.
+static VOD_TIME time_from_digits(std::string_view text)
 {
-    std::array<short, 6> field = {};
+    char digits[32];
+    text_copy(digits, text);
+    short field[6] = {};
     std::sscanf(digits, "%04hd%02hd%02hd%02hd%02hd%02hd", &field[0], &field[1], &field[2], &field[3], &field[4],
                 &field[5]);
     auto part = [&](size_t i) { return static_cast<uint16_t>(field[i]); };
@@ -50,9 +54,9 @@ int vod_orbplayer_file_find_time(const char *filename, VOD_TIME *start_time, VOD
         return LOGGED(0, LOG_REFUSE, "!time_t_to_commtime(&end_time, end_time)");
 
     // A recorder names its files ..._<start>_<rest>.
-    std::vector<std::string> pieces = name_pieces(filename);
-    if (pieces.size() < 2)
+    std::string_view piece;
+    if (!name_piece_before_last(filename, &piece))
         return LOGGED(0, LOG_REFUSE, "error index < 2 ");
-    *start_time = time_from_digits(pieces[pieces.size() - 2].c_str());
+    *start_time = time_from_digits(piece);
     return 1;
 }
