@@ -63,6 +63,21 @@ int os_file_remove(const char *path)
     return os_guarded(0, [&] { return file_remove(path); });
 }
 
+static int file_set_modified(const char *path, int64_t seconds)
+{
+    std::string host;
+    if (!os_path_begin("os_file_set_modified", path, &host))
+        return 0;
+    timespec time = {static_cast<time_t>(seconds), 0};
+    const timespec times[2] = {time, time};
+    return utimensat(AT_FDCWD, host.c_str(), times, 0) == 0 ? 1 : os_file_fail_errno(errno);
+}
+
+int os_file_set_modified(const char *path, int64_t seconds)
+{
+    return os_guarded(0, [&] { return file_set_modified(path, seconds); });
+}
+
 static int directory_create(const char *path)
 {
     std::string host;
