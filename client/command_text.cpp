@@ -87,7 +87,8 @@ bool command_return_read(std::string_view text, const char *name, const char *va
     // Some replies are indented before their declaration, which XML does not allow.
     text.remove_prefix(std::min(text.find('<'), text.size()));
     static constexpr int OPTIONS = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
-    xml_doc doc(text.empty() ? nullptr : xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, OPTIONS));
+    xml_doc doc(text.empty() ? nullptr
+                             : xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, OPTIONS));
     if (doc == nullptr || doc->intSubset != nullptr)
         return false;
     xmlNode *root = xmlDocGetRootElement(doc.get());

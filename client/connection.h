@@ -50,8 +50,8 @@ vodclient_result connection_open(const std::shared_ptr<connection> &self, const 
 void connection_close(connection &self);
 vodclient_result connection_send(connection &self, const outgoing_package &package);
 
-// Waits until `ready(held)` answers true (VODCLIENT_OK), the connection is over (its reason) or the time runs out. `ready`
-// is asked before the end is looked at, so that what came before the end is not lost.
+// Waits until `ready(held)` answers true (VODCLIENT_OK), the connection is over (its reason) or the time runs out.
+// `ready` is asked before the end is looked at, so that what came before the end is not lost.
 template <class F>
 vodclient_result connection_wait(connection &self, connection_guard &held, uint32_t timeout_ms, const F &ready)
 {
@@ -68,8 +68,8 @@ vodclient_result connection_wait(connection &self, connection_guard &held, uint3
     }
 }
 
-// Sends a request and waits for its answer: VODCLIENT_OK with the accept package in `accept`, VODCLIENT_REFUSED with the
-// reject's code.
+// Sends a request and waits for its answer: VODCLIENT_OK with the accept package in `accept`, VODCLIENT_REFUSED with
+// the reject's code.
 vodclient_result connection_request(connection &self, const outgoing_package &request, std::vector<uint8_t> *accept);
 // Sends a command and waits for the reply that carries its session id.
 vodclient_result connection_command(connection &self, uint32_t session_id, std::string_view xml, std::string *reply);

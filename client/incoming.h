@@ -1,5 +1,5 @@
-// Reads the packages that a service sends, but for the data of a playback (stream_queue.h). Every function answers false
-// when the package is not what it should be.
+// Reads the packages that a service sends, but for the data of a playback (stream_queue.h). Every function answers
+// false when the package is not what it should be.
 #pragma once
 
 #include "client/vodclient.h"

@@ -130,7 +130,8 @@ static vodclient_result request_playback(playback_state &state, const vodclient_
     return {};
 }
 
-vodclient_result vodclient_playback::open(const vodclient_server &server, const vodclient_play_request &request) noexcept
+vodclient_result vodclient_playback::open(const vodclient_server &server,
+                                          const vodclient_play_request &request) noexcept
 {
     return guarded(state_, [&](playback_state &state) {
         if (vodclient_result result = check_request(request); !result)
@@ -254,8 +255,8 @@ static bool is_question(int code)
     return code == VODCLIENT_GET_PERCENT || code == VODCLIENT_GET_TOTAL_FRAMES || code == VODCLIENT_GET_TOTAL_SECONDS;
 }
 
-// Codes that always move to another position. A change of direction is none: asking for the direction that already holds
-// does nothing, and there is no telling which it was.
+// Codes that always move to another position. A change of direction is none: asking for the direction that already
+// holds does nothing, and there is no telling which it was.
 static bool is_seek(int code)
 {
     static constexpr int s_seek_codes[] = {VODCLIENT_SEEK_PERCENT, VODCLIENT_SEEK_MS, VODCLIENT_SEEK_KILOBYTE,

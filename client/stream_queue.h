@@ -18,8 +18,8 @@ enum stream_mark : uint8_t {
     STREAM_MARK_ALARM = 0xFF
 };
 
-// What may wait here. The service's window is 1000 packages of 48 KiB and what was on its way when the window was opened
-// again; a service that sends more than this does not keep to the window at all.
+// What may wait here. The service's window is 1000 packages of 48 KiB and what was on its way when the window was
+// opened again; a service that sends more than this does not keep to the window at all.
 inline constexpr size_t STREAM_QUEUE_MAX_BYTES = 192u << 20;
 
 struct stream_package {

@@ -11,11 +11,13 @@
 //     while (playback.next(&event, 10000) && event.type != VODCLIENT_EVENT_END)
 //         consume(event.data, event.size);
 //
-// Nothing here throws. Every call answers with a vodclient_result whose text says what happened and what to do about it.
+// Nothing here throws. Every call answers with a vodclient_result whose text says what happened and what to do about
+// it.
 //
 // Threads: one object may be used from several threads at once, with three exceptions: `next` and `for_each` belong to
-// one thread at a time, as an event lives until the next call of them; `open` comes before everything else; the object
-// must not be destroyed while a call is under way. `close` may come from any thread and wakes every waiting call.
+// one thread at a time, as an event lives until the next call of them; `open` comes before everything else but `close`;
+// the object must not be destroyed while a call is under way. `close` may come from any thread and wakes every waiting
+// call.
 // Different objects have nothing to do with each other: each has a connection of its own.
 #pragma once
 
@@ -137,22 +139,27 @@ class ORB_API vodclient_playback {
     // Lets the data flow. Once.
     vodclient_result start() noexcept;
 
-    // Waits for the next event. At most about 1000 data packages wait here for a consumer that takes its time; after
-    // that the service pauses until they are consumed, which this object tells it by itself. VODCLIENT_TIMEOUT: nothing
-    // came in `timeout_ms` (0: only look). VODCLIENT_LOST: all that came has been handed out and the connection is over.
+    // Waits for the next event. About 1000 data packages (of up to 48 KiB) wait here for a consumer that takes its
+    // time, besides what was on its way; then the service pauses until they are consumed, which this object tells it by
+    // itself. VODCLIENT_TIMEOUT: nothing came in `timeout_ms` (0: only look). VODCLIENT_LOST: all that came has been
+    // handed out and the connection is over.
     vodclient_result next(vodclient_event *event, uint32_t timeout_ms) noexcept;
     // Calls `consume` for each event until it answers false (VODCLIENT_OK) or `next` fails.
-    vodclient_result for_each(const std::function<bool(const vodclient_event &)> &consume, uint32_t timeout_ms) noexcept;
+    vodclient_result for_each(const std::function<bool(const vodclient_event &)> &consume,
+                              uint32_t timeout_ms) noexcept;
 
     // Any control code. `reply` (may be null) receives the reply's value, -1 for codes that only act. A refusal carries
-    // the service's error number. After VODCLIENT_SEEK_* data of the old position that was not yet taken is dropped, and
+    // the service's error number. After VODCLIENT_SEEK_* data of the old position not taken yet is dropped, and
     // VODCLIENT_EVENT_SEEK_DONE tells where the new position begins. A change of direction is told by the same event,
     // but for a request of the direction that already holds, which does nothing; older data is then kept.
     // Seeking needs `start` first.
     vodclient_result control(int code, int32_t value, int32_t *reply) noexcept;
 
     vodclient_result play() noexcept { return control(VODCLIENT_PLAY, 0, nullptr); }
-    vodclient_result seek_percent(int32_t percent) noexcept { return control(VODCLIENT_SEEK_PERCENT, percent, nullptr); }
+    vodclient_result seek_percent(int32_t percent) noexcept
+    {
+        return control(VODCLIENT_SEEK_PERCENT, percent, nullptr);
+    }
     vodclient_result seek_ms(int32_t ms) noexcept { return control(VODCLIENT_SEEK_MS, ms, nullptr); }
     vodclient_result seek_kilobyte(int32_t kilobyte) noexcept
     {

@@ -47,7 +47,8 @@ std::vector<uint8_t> raw_package(uint8_t code, const std::vector<raw_attr> &attr
 {
     std::vector<uint8_t> body;
     for (const raw_attr &attr : attrs)
-        body = raw_join({body, {attr.type, attr.reserved}, raw_u16(static_cast<uint16_t>(attr.value.size() + 4)), attr.value});
+        body = raw_join(
+            {body, {attr.type, attr.reserved}, raw_u16(static_cast<uint16_t>(attr.value.size() + 4)), attr.value});
     return raw_join({raw_u32(MP_HEAD_FLAG), {0, code}, raw_u16(reserved2), {131, 200},
                      raw_u16(static_cast<uint16_t>(body.size() + sizeof(MpPackHead))), body});
 }

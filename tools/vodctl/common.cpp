@@ -94,5 +94,6 @@ void json_add_flag(json_object *object, const char *key, bool value)
 
 void json_print(json_object *object)
 {
-    std::printf("%s\n", json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE));
+    std::printf("%s\n",
+                json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE));
 }

@@ -1,4 +1,4 @@
-// Follows the frames in the bytes of a playback: counts them, and ends the flow at a frame's border when there is a limit.
+// Follows the frames in the bytes of a playback: counts them, and with a limit ends the flow at a frame's border.
 #pragma once
 
 #include "tools/media_export/recording_stream.h"

@@ -53,7 +53,8 @@ static void declare_play(command_line *line)
     play->add_option("--format", line->format, "rec (as recorded), annexb (bare video) or mp4; by the extension of -o");
     auto *percent = play->add_option("--seek-percent", line->seek_percent, "begin at this part of the recording")
                         ->check(CLI::Range(0, 100));
-    auto *time = play->add_option("--seek-time", line->seek_time, "begin at this time, seconds or hh:mm:ss")->excludes(percent);
+    auto *time =
+        play->add_option("--seek-time", line->seek_time, "begin at this time, seconds or hh:mm:ss")->excludes(percent);
     auto *byte = play->add_option("--seek-byte", line->seek_kilobyte, "begin at this kilobyte")
                      ->check(CLI::Range(0, std::numeric_limits<int>::max()))
                      ->excludes(percent)
@@ -133,6 +134,7 @@ static int run(command_line *line)
 int main(int argc, char **argv)
 {
     vodctl_signals_install();
+    os_log_set_level(LOG_FATAL); // what went wrong is said by the commands, in words
     try {
         command_line line;
         declare_global(&line);

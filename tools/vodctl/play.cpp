@@ -143,8 +143,9 @@ static void report(const play_run &run)
     if (!run.settings.json) {
         if (!run.settings.quiet)
             std::fprintf(stderr, "vodctl: %llu frames (%llu key), %llu bytes in %.1f s\n",
-                         static_cast<unsigned long long>(totals.frames), static_cast<unsigned long long>(totals.key_frames),
-                         static_cast<unsigned long long>(run.bytes), static_cast<double>(elapsed_ms) / 1000);
+                         static_cast<unsigned long long>(totals.frames),
+                         static_cast<unsigned long long>(totals.key_frames), static_cast<unsigned long long>(run.bytes),
+                         static_cast<double>(elapsed_ms) / 1000);
         return;
     }
     json_ref object(json_object_new_object());

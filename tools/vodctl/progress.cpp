@@ -12,7 +12,8 @@ std::string progress_text(uint64_t bytes, uint64_t total_bytes, uint64_t elapsed
 {
     std::string bar;
     if (total_bytes != 0) {
-        auto percent = static_cast<unsigned>(std::min(100.0, 100.0 * static_cast<double>(bytes) / static_cast<double>(total_bytes)));
+        auto percent = static_cast<unsigned>(
+            std::min(100.0, 100.0 * static_cast<double>(bytes) / static_cast<double>(total_bytes)));
         size_t filled = percent * BAR_WIDTH / 100;
         bar = "[" + std::string(filled, '#') + std::string(BAR_WIDTH - filled, '.') + "]";
         char text[16];

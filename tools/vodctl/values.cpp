@@ -42,7 +42,8 @@ bool server_parse(const std::string &text, vodclient_server *server)
         return bracketed_parse(text, server);
     if (std::ranges::count(text, ':') == 1) {
         size_t colon = text.find(':');
-        return host_port_parse(std::string_view(text).substr(0, colon), std::string_view(text).substr(colon + 1), server);
+        return host_port_parse(std::string_view(text).substr(0, colon), std::string_view(text).substr(colon + 1),
+                               server);
     }
     server->host = text;
     return true;

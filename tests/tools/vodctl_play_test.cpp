@@ -1,0 +1,318 @@
+// vodctl play as a process, against a service that plays one recording.
+#include "tests/client/fake_service.h"
+#include "tests/support/raw_client.h"
+#include "tests/tools/vodctl_process.h"
+#include "tests/tools/vodctl_recording.h"
+
+#include "platform/json/json.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+
+static std::string text_of(const byte_list &bytes)
+{
+    return {bytes.begin(), bytes.end()};
+}
+
+class VodctlPlayTest : public testing::Test {
+  protected:
+    VodctlPlayTest()
+    {
+        file = recording_head_bytes();
+        byte_list frames = recording_frames_bytes(0, FRAMES);
+        file.insert(file.end(), frames.begin(), frames.end());
+        service.on(MP_CODE_REQUEST_RES, [this](fake_service &self, MsLink *link, const seen_package &) {
+            self.accept_playback(link, recording_head_bytes(), file.size());
+        });
+        service.on(MP_CODE_GET_RES, [this](fake_service &self, MsLink *link, const seen_package &) {
+            if (!is_playing.exchange(true))
+                play_from(self, link, 0);
+        });
+        service.on(MP_CODE_SEND_CMD_CHS, [this](fake_service &self, MsLink *link, const seen_package &command) {
+            self.reply_control(link, command, "ok", -1);
+            self.data(link, {}, 0xEE);
+            play_from(self, link, seek_to);
+        });
+    }
+    // In pieces that do not care for frames.
+    void play_from(fake_service &self, MsLink *link, uint32_t frame)
+    {
+        static constexpr size_t PIECE = 700;
+        byte_list frames = recording_frames_bytes(frame, FRAMES - frame);
+        for (size_t at = 0; at < frames.size(); at += PIECE)
+            self.data(link, {frames.begin() + static_cast<ptrdiff_t>(at),
+                             frames.begin() + static_cast<ptrdiff_t>(std::min(at + PIECE, frames.size()))});
+        self.data(link, {});
+    }
+    std::vector<std::string> with_server(std::vector<std::string> arguments) const
+    {
+        arguments.insert(arguments.begin(), {"--server", "127.0.0.1:" + std::to_string(ms_listen_port())});
+        return arguments;
+    }
+    process_result run(const std::vector<std::string> &arguments) const { return run_vodctl(with_server(arguments)); }
+
+    static constexpr uint32_t FRAMES = 30;
+    fake_service service;
+    byte_list file;
+    std::atomic<bool> is_playing{false};
+    uint32_t seek_to = 10;
+};
+
+TEST_F(VodctlPlayTest, TheSavedRecordingEqualsTheServedFile)
+{
+    process_result result = run({"play", "D:\\rec\\\xC3\xA4.rec", "-o", "out.rec"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(file_text("out.rec"), text_of(file));
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("30 frames (6 key)"), std::string::npos) << result.err;
+    const std::vector<uint8_t> &value = service.seen(MP_CODE_REQUEST_RES).at(0).attrs[5].value;
+    EXPECT_EQ(std::string(value.begin() + 44, value.end()), std::string("D:\\rec\\\xC3\xA4.rec") + '\0');
+    EXPECT_TRUE(service.wait_for(MP_CODE_STOP_RES, 1));
+    EXPECT_TRUE(service.wait_for_disconnect());
+}
+
+TEST_F(VodctlPlayTest, QuietSaysNothing)
+{
+    process_result result = run({"play", "x", "-o", "out.rec", "--quiet"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out + result.err, "");
+}
+
+TEST_F(VodctlPlayTest, AFileThatIsThereIsReplaced)
+{
+    service.folder().write("out.rec", std::string(100'000, 'x'));
+    EXPECT_EQ(run({"play", "x", "-o", "out.rec"}).status, 0);
+    EXPECT_EQ(file_text("out.rec"), text_of(file));
+}
+
+TEST_F(VodctlPlayTest, StandardOutputCarriesTheRecordingAlone)
+{
+    process_result result = run_vodctl_into("cat", with_server({"play", "x", "-o", "-"}));
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, text_of(file));
+}
+
+TEST_F(VodctlPlayTest, AReaderThatLeavesEndsItQuietly)
+{
+    service.on(MP_CODE_GET_RES, [](fake_service &self, MsLink *link, const seen_package &) {
+        byte_list frame = recording_frame_bytes(0, 40'000);
+        for (int i = 0; i < 500 && self.data(link, frame); i++)
+            ;
+        self.data(link, {});
+    });
+    process_result result = run_vodctl_into("head -c 10", with_server({"play", "x", "-o", "-"}));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, text_of(file).substr(0, 10));
+}
+
+TEST_F(VodctlPlayTest, JsonTellsTheTotals)
+{
+    process_result result = run({"--json", "play", "x", "-o", "out.rec"});
+    ASSERT_EQ(result.status, 0) << result.err;
+    json_ref object(json_tokener_parse(result.out.c_str()));
+    ASSERT_NE(object, nullptr) << result.out;
+    EXPECT_EQ(json_object_get_field_int(object.get(), "frames", -1), 30);
+    EXPECT_EQ(json_object_get_field_int(object.get(), "key_frames", -1), 6);
+    EXPECT_EQ(json_object_get_field_int(object.get(), "bytes_received", -1), static_cast<int>(file.size()));
+    EXPECT_EQ(json_object_get_field_int(object.get(), "bytes_written", -1), static_cast<int>(file.size()));
+    EXPECT_EQ(json_object_get_field_int(object.get(), "recording_bytes", -1), static_cast<int>(file.size()));
+    EXPECT_EQ(json_object_get_field_int(object.get(), "last_frame_ms", -1), 29 * 40);
+    EXPECT_STREQ(json_object_get_field_string(object.get(), "output"), "out.rec");
+    EXPECT_EQ(json_object_get_boolean(json_object_object_get(object.get(), "reached_end")), 1);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(VodctlPlayTest, SeeksAndReverseSendTheirControlCodeAndKeepOnlyWhatFollows)
+{
+    struct row {
+        std::vector<std::string> options;
+        const char *code, *value;
+    };
+    const row rows[] = {{{"--seek-percent", "50"}, "12", "50"},
+                        {{"--seek-percent", "0"}, "12", "0"},
+                        {{"--seek-time", "0:01:02.5"}, "25", "62500"},
+                        {{"--seek-byte", "64"}, "30", "64"},
+                        {{"--reverse"}, "24", "4"},
+                        {{"--reverse", "--seek-time", "3"}, "36", "3000"},
+                        {{"--reverse", "--seek-percent", "50"}, "36", "2000"}};
+    byte_list expected = recording_head_bytes(), frames = recording_frames_bytes(seek_to, FRAMES - seek_to);
+    expected.insert(expected.end(), frames.begin(), frames.end());
+    size_t commands = 0;
+    for (const row &of : rows) {
+        is_playing = false;
+        std::vector<std::string> arguments{"play", "x", "-o", "out.rec"};
+        arguments.insert(arguments.end(), of.options.begin(), of.options.end());
+        process_result result = run(arguments);
+        EXPECT_EQ(result.status, 0) << result.err;
+        std::vector<seen_package> seen = service.seen(MP_CODE_SEND_CMD_CHS);
+        ASSERT_EQ(seen.size(), ++commands);
+        EXPECT_EQ(seen.back().xml_value("control_code"), of.code);
+        EXPECT_EQ(seen.back().xml_value("value"), of.value);
+        EXPECT_EQ(file_text("out.rec"), text_of(expected)) << of.code;
+    }
+}
+
+TEST_F(VodctlPlayTest, ARefusedSeekIsARefusal)
+{
+    service.on(MP_CODE_SEND_CMD_CHS, [](fake_service &self, MsLink *link, const seen_package &of) {
+        self.reply_control(link, of, "error", 0);
+    });
+    process_result result = run({"play", "x", "-o", "out.rec", "--seek-percent", "50"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("refused control code 12"), std::string::npos) << result.err;
+}
+
+TEST_F(VodctlPlayTest, LimitsEndAtAFramesBorder)
+{
+    byte_list expected = recording_head_bytes(), frames = recording_frames_bytes(0, 7);
+    expected.insert(expected.end(), frames.begin(), frames.end());
+    for (const std::vector<std::string> &limit :
+         {std::vector<std::string>{"--frames", "7"}, std::vector<std::string>{"--duration", "0.28"}}) {
+        is_playing = false;
+        process_result result = run({"play", "x", "-o", "out.rec", limit[0], limit[1]});
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(file_text("out.rec"), text_of(expected)) << limit[0];
+    }
+}
+
+TEST_F(VodctlPlayTest, AbsoluteTimeIsAskedForOnlyWhenWanted)
+{
+    EXPECT_EQ(run({"play", "x", "-o", "out.rec"}).status, 0);
+    is_playing = false;
+    EXPECT_EQ(run({"play", "x", "-o", "out.rec", "--abs-time"}).status, 0);
+    std::vector<seen_package> requests = service.seen(MP_CODE_REQUEST_RES);
+    ASSERT_EQ(requests.size(), 2u);
+    EXPECT_EQ(requests[0].u32(6), 0u);
+    EXPECT_EQ(requests[1].u32(6), 1u);
+}
+
+TEST_F(VodctlPlayTest, AnnexBIsTheBareVideo)
+{
+    if (!VODCTL_HAS_MEDIA)
+        GTEST_SKIP() << "built without the media libraries";
+    byte_list expected;
+    for (uint32_t number = 0; number < FRAMES; number++) {
+        byte_list picture = recording_picture_bytes(number);
+        expected.insert(expected.end(), picture.begin(), picture.end());
+    }
+    process_result result = run({"play", "x", "-o", "out.h264"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(file_text("out.h264"), text_of(expected));
+    is_playing = false;
+    EXPECT_EQ(run_vodctl_into("cat", with_server({"play", "x", "-o", "-", "--format", "annexb"})).out,
+              text_of(expected));
+}
+
+TEST_F(VodctlPlayTest, Mp4IsMadeInAFileAndInAPipe)
+{
+    if (!VODCTL_HAS_MEDIA)
+        GTEST_SKIP() << "built without the media libraries";
+    process_result result = run({"play", "x", "-o", "out.mp4"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    std::string mp4 = file_text("out.mp4");
+    EXPECT_EQ(mp4.substr(4, 4), "ftyp");
+    EXPECT_NE(mp4.find("moov"), std::string::npos);
+    EXPECT_NE(mp4.find("avc1"), std::string::npos);
+    is_playing = false;
+    result = run_vodctl_into("cat", with_server({"play", "x", "--format", "mp4", "-o", "-"}));
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out.substr(4, 4), "ftyp");
+    EXPECT_NE(result.out.find("moof"), std::string::npos);
+}
+
+TEST_F(VodctlPlayTest, AnMp4ReaderThatLeavesEndsItQuietly)
+{
+    if (!VODCTL_HAS_MEDIA)
+        GTEST_SKIP() << "built without the media libraries";
+    service.on(MP_CODE_GET_RES, [](fake_service &self, MsLink *link, const seen_package &get) {
+        if (get.u32(0) != 0)
+            return;
+        for (uint32_t number = 0; number < 400; number++)
+            self.data(link, recording_frame_bytes(number, 40'000));
+        self.data(link, {});
+    });
+    process_result result = run_vodctl_into("head -c 10", with_server({"play", "x", "-o", "-", "--format", "mp4"}));
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(VodctlPlayTest, ARefusedRecordingLeavesNoFileAndSaysWhatToDo)
+{
+    service.on(MP_CODE_REQUEST_RES,
+               [](fake_service &self, MsLink *link, const seen_package &) { self.reject(link, 0x1000028); });
+    process_result result = run({"--json", "play", "x", "-o", "out.rec"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("cannot be opened; check its name"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("(0x1000028)"), std::string::npos) << result.err;
+    EXPECT_FALSE(std::filesystem::exists("out.rec"));
+    json_ref object(json_tokener_parse(result.out.c_str()));
+    json_object *error = object == nullptr ? nullptr : json_object_object_get(object.get(), "error");
+    ASSERT_NE(error, nullptr) << result.out;
+    EXPECT_STREQ(json_object_get_field_string(error, "code"), "0x1000028");
+    EXPECT_EQ(json_object_get_field_int(error, "exit", -1), 1);
+}
+
+TEST_F(VodctlPlayTest, ALostConnectionIsIncompleteAndKeepsWhatCame)
+{
+    service.on(MP_CODE_GET_RES, [](fake_service &self, MsLink *link, const seen_package &) {
+        self.data(link, recording_frames_bytes(0, 5));
+        self.send(link, raw_package(MP_CODE_SEND_RES, {})); // no data attribute: the client gives the connection up
+    });
+    process_result result = run({"play", "x", "-o", "out.rec"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.err.find("out.rec holds only what came until then"), std::string::npos) << result.err;
+    byte_list expected = recording_head_bytes(), frames = recording_frames_bytes(0, 5);
+    expected.insert(expected.end(), frames.begin(), frames.end());
+    EXPECT_EQ(file_text("out.rec"), text_of(expected));
+}
+
+TEST_F(VodctlPlayTest, AServiceThatEndsTheConnectionIsIncomplete)
+{
+    service.on(MP_CODE_GET_RES, [](fake_service &self, MsLink *link, const seen_package &) { self.disconnect(link); });
+    process_result result = run({"play", "x", "-o", "out.rec"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.err.find("the service has ended the connection"), std::string::npos) << result.err;
+}
+
+TEST_F(VodctlPlayTest, SilenceIsIncompleteAfterTheTimeout)
+{
+    service.on(MP_CODE_GET_RES, [](fake_service &, MsLink *, const seen_package &) {});
+    process_result result = run({"--timeout", "0.3", "play", "x", "-o", "out.rec"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.err.find("--timeout"), std::string::npos) << result.err;
+}
+
+TEST_F(VodctlPlayTest, AnOutputThatCannotBeOpenedIsALocalError)
+{
+    for (const char *name : {"no_folder/out.rec", "no_folder/out.mp4"}) {
+        process_result result = run({"play", "x", "-o", name});
+        EXPECT_EQ(result.status, 4) << result.err;
+        EXPECT_NE(result.err.find(std::string("cannot write ") + name), std::string::npos) << result.err;
+    }
+}
+
+TEST_F(VodctlPlayTest, AFullDeviceIsALocalError)
+{
+    if (!std::filesystem::exists("/dev/full"))
+        GTEST_SKIP() << "no device that is always full";
+    process_result result = run({"play", "x", "-o", "/dev/full"});
+    EXPECT_EQ(result.status, 4) << result.err;
+    EXPECT_NE(result.err.find("cannot write /dev/full: No space left"), std::string::npos) << result.err;
+}
+
+TEST_F(VodctlPlayTest, APoliteRequestToEndKeepsWhatCame)
+{
+    byte_list frame = recording_frame_bytes(0, 40'000);
+    service.on(MP_CODE_GET_RES, [frame](fake_service &self, MsLink *link, const seen_package &) {
+        for (int i = 0; i < 10; i++)
+            self.data(link, frame);
+    });
+    process_result result = run_vodctl_and_stop("out.rec", with_server({"play", "x", "-o", "out.rec"}));
+    EXPECT_EQ(result.status, 130) << result.err;
+    EXPECT_NE(result.err.find("stopped"), std::string::npos) << result.err;
+    EXPECT_EQ((file_text("out.rec").size() - 88) % frame.size(), 0u);
+}
