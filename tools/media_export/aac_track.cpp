@@ -101,6 +101,11 @@ static int ulaw_sample(uint8_t code)
     return (code & 0x80) != 0 ? -value : value;
 }
 
+int g711_sample(int coder, uint8_t code)
+{
+    return coder == AVAUDIO_G711A ? alaw_sample(code) : ulaw_sample(code);
+}
+
 static size_t coder_sample_bytes(int coder)
 {
     switch (coder) {
@@ -112,9 +117,7 @@ static size_t coder_sample_bytes(int coder)
 
 static float coder_sample(int coder, const uint8_t *bytes)
 {
-    int value = coder == AVAUDIO_G711A ? alaw_sample(*bytes)
-        : coder == AVAUDIO_G711U       ? ulaw_sample(*bytes)
-                                       : wire_load<int16_t>(bytes);
+    int value = coder == AVAUDIO_PCM16 ? wire_load<int16_t>(bytes) : g711_sample(coder, *bytes);
     return static_cast<float>(value) / 32768.0F;
 }
 

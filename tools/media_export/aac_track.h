@@ -6,6 +6,9 @@
 
 #include <string>
 
+// The 16-bit sample that a G.711 code stands for; `coder` is AVAUDIO_G711A or AVAUDIO_G711U.
+int g711_sample(int coder, uint8_t code);
+
 // Takes a finished packet; its times are in samples. False stops.
 using aac_packet_func = std::function<bool(AVPacket *packet)>;
 
