@@ -54,7 +54,7 @@ static void *recording_open(const char *filename, handle_orb usr)
     return handle;
 }
 
-// Nothing of an earlier file may reach the next one.
+// Nothing of an earlier file may reach the next one. Before there is a lock that a setter could hold.
 static void player_forget(VODOrbPlayer *player)
 {
     VODOrbFileInfo *info = &player->file_info;
@@ -86,9 +86,9 @@ static int reader_start(VODOrbPlayer *player)
 
 static int player_start(VODOrbPlayer *player, OnRecvOriginalDataFunc func, handle_orb usr)
 {
+    player_forget(player);
     if (!player_sync_create(player))
         return 0;
-    player_forget(player);
     player->func = func;
     player->usr = usr;
     if (reader_start(player))

@@ -161,9 +161,12 @@ class OrbZoneTest : public testing::TestWithParam<std::pair<const char *, int>> 
   protected:
     ~OrbZoneTest() override
     {
-        unsetenv("TZ");
+        setenv("TZ", before_.c_str(), 1);
         tzset();
     }
+
+  private:
+    std::string before_ = getenv("TZ");
 };
 
 TEST_P(OrbZoneTest, ZoneIsTheWholeHoursEastOfUtc)
