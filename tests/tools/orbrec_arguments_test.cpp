@@ -22,7 +22,7 @@ TEST_F(OrbrecArgumentsTest, WrongArgumentsEndWith64AndSayWhatIsWrong)
     struct row {
         const char *arguments, *text;
     };
-    for (row each : {row{"", "subcommand"}, row{"frobnicate", "frobnicate"}, row{"import", "required"},
+    for (row each : {row{"", "name a command: import, export, info or verify"}, row{"frobnicate", "frobnicate"}, row{"import", "required"},
                      row{"import in.mp4", "--output is required"}, row{"import in.mp4 -o out/ --codec vp9", "vp9"},
                      row{"import in.mp4 -o out/ --size 100x101", "--size wants WIDTHxHEIGHT"},
                      row{"import in.mp4 -o out/ --size 100", "--size wants WIDTHxHEIGHT"},

@@ -35,6 +35,8 @@ static void stream_drain(clip_writer *writer, AVCodecContext *encoder, AVStream 
     check(avcodec_send_frame(encoder, frame), "encode");
     while (avcodec_receive_packet(encoder, writer->packet.get()) >= 0) {
         writer->packet->stream_index = stream->index;
+        if (encoder->codec_type == AVMEDIA_TYPE_VIDEO)
+            writer->packet->duration = 1;
         av_packet_rescale_ts(writer->packet.get(), encoder->time_base, stream->time_base);
         check(av_interleaved_write_frame(writer->output.get(), writer->packet.get()), "mux");
     }

@@ -71,7 +71,7 @@ static bool mp4_start(media_export *object, byte_span unit)
     int mode = object->head.mode;
     mp4_settings settings = {.stream = object->settings.output == "-", .mode = mode, .width = object->head.width,
                              .height = object->head.height, .frame_rate = std::max<int>(object->head.frame_rate, 1),
-                             .parameter_sets = annexb_parameter_sets(mode, unit),
+                             .key_frame = unit,
                              .audio = object->has_aac ? object->aac.encoder() : nullptr};
     return object->mp4.open(settings, std::move(object->output), &error) || export_fail(object, error);
 }

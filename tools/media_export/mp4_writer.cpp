@@ -5,16 +5,22 @@ static AVCodecID codec_of_mode(int mode)
     return mode_is_h265(mode) ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
 }
 
-// The picture size that the parameter sets state, for recordings whose header does not know it.
-static void size_from_parameter_sets(const mp4_settings &settings, AVCodecParameters *parameters)
+// The picture size that the first key frame states, for recordings whose header does not know it.
+static void size_from_key_frame(const mp4_settings &settings, AVCodecParameters *parameters)
 {
-    const AVCodec *codec = avcodec_find_decoder(codec_of_mode(settings.mode));
-    av_codec_owner context(codec == nullptr ? nullptr : avcodec_alloc_context3(codec));
-    if (!context || avcodec_parameters_to_context(context.get(), parameters) < 0
-        || avcodec_open2(context.get(), codec, nullptr) < 0)
+    av_parser_owner parser(av_parser_init(parameters->codec_id));
+    av_codec_owner context(avcodec_alloc_context3(nullptr));
+    byte_vector padded(settings.key_frame.begin(), settings.key_frame.end());
+    padded.resize(padded.size() + AV_INPUT_BUFFER_PADDING_SIZE);
+    if (!parser || !context)
         return;
-    parameters->width = context->width;
-    parameters->height = context->height;
+    parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+    uint8_t *out = nullptr;
+    int out_bytes = 0;
+    av_parser_parse2(parser.get(), context.get(), &out, &out_bytes, padded.data(),
+                     static_cast<int>(settings.key_frame.size()), AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
+    parameters->width = parser->width;
+    parameters->height = parser->height;
 }
 
 bool mp4_writer::add_video(const mp4_settings &settings)
@@ -23,11 +29,12 @@ bool mp4_writer::add_video(const mp4_settings &settings)
     if (video_ == nullptr)
         return false;
     AVCodecParameters *parameters = video_->codecpar;
-    size_t bytes = settings.parameter_sets.size();
+    byte_vector parameter_sets = annexb_parameter_sets(settings.mode, settings.key_frame);
+    size_t bytes = parameter_sets.size();
     parameters->extradata = static_cast<uint8_t *>(av_mallocz(bytes + AV_INPUT_BUFFER_PADDING_SIZE));
     if (parameters->extradata == nullptr)
         return false;
-    std::copy(settings.parameter_sets.begin(), settings.parameter_sets.end(), parameters->extradata);
+    std::copy(parameter_sets.begin(), parameter_sets.end(), parameters->extradata);
     parameters->extradata_size = static_cast<int>(bytes);
     parameters->codec_type = AVMEDIA_TYPE_VIDEO;
     parameters->codec_id = codec_of_mode(settings.mode);
@@ -36,7 +43,7 @@ bool mp4_writer::add_video(const mp4_settings &settings)
     parameters->width = settings.width;
     parameters->height = settings.height;
     if (settings.width == 0 || settings.height == 0)
-        size_from_parameter_sets(settings, parameters);
+        size_from_key_frame(settings, parameters);
     video_->time_base = {1, 1000};
     video_->avg_frame_rate = {settings.frame_rate, 1};
     return true;
@@ -121,7 +128,9 @@ bool mp4_writer::finish(std::string *error)
     avio_flush(output_->pb);
     if (result >= 0)
         result = output_->pb->error;
-    bytes_ = static_cast<uint64_t>(output_->pb->bytes_written);
+    // A file's head is written twice: only its size tells. A pipe has none.
+    int64_t size = stream_ ? -1 : avio_size(output_->pb);
+    bytes_ = static_cast<uint64_t>(size < 0 ? output_->pb->bytes_written : size);
     int closed = avio_closep(&output_->pb);
     if (result >= 0)
         result = closed;

@@ -6,7 +6,7 @@
 struct mp4_settings {
     bool stream = false; // fragmented, for an output that cannot go back
     int mode = 0, width = 0, height = 0, frame_rate = 25;
-    byte_vector parameter_sets;
+    byte_span key_frame; // the first one: its parameter sets go into the head
     const AVCodecContext *audio = nullptr;
 };
 

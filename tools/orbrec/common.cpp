@@ -113,8 +113,10 @@ bool duration_parse(const std::string &text, int64_t *seconds)
             return false;
         rest.remove_prefix(colon + 1);
     }
+    if (total <= 0)
+        return false;
     *seconds = total;
-    return total > 0;
+    return true;
 }
 
 bool size_parse(const std::string &text, int *width, int *height)

@@ -139,7 +139,7 @@ try {
     CLI::App app("Makes, converts, inspects and checks recording files.", "orbrec");
     command_settings settings;
     app.footer(std::string(s_main_examples) + s_exit_statuses);
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1);
     app.add_flag("-v,--verbose", settings.is_verbose, "Let FFmpeg and the libraries tell what they do");
     import_command(&app, &settings.import);
     export_command(&app, &settings.output);
@@ -150,6 +150,8 @@ try {
     } catch (const CLI::ParseError &wrong) {
         return app.exit(wrong) == 0 ? ORBREC_OK : ORBREC_USAGE;
     }
+    if (app.get_subcommands().empty())
+        return orbrec_fail(ORBREC_USAGE, "name a command: import, export, info or verify; --help tells more");
     return command_run(app, settings);
 } catch (const std::exception &failure) {
     return orbrec_fail(ORBREC_MEDIA, failure.what());

@@ -76,11 +76,15 @@ int64_t media_source_ms(const media_source &source, const AVStream *stream, int6
 
 int media_source_frame_rate(const media_source &source)
 {
-    for (AVRational rate : {source.video->avg_frame_rate, source.video->r_frame_rate})
-        if (rate.num > 0 && rate.den > 0)
-            if (double value = std::round(av_q2d(rate)); value >= 1 && value <= 240)
-                return static_cast<int>(value);
-    return FRAME_RATE_UNKNOWN;
+    auto usable = [](AVRational rate) {
+        double value = rate.num > 0 && rate.den > 0 ? std::round(av_q2d(rate)) : 0;
+        return value >= 1 && value <= 240 ? static_cast<int>(value) : 0;
+    };
+    int average = usable(source.video->avg_frame_rate), nominal = usable(source.video->r_frame_rate);
+    // In a short film the average is off by its last picture, whose length nobody knows.
+    if (average > 0 && nominal > 0 && std::abs(average - nominal) * 10 <= average)
+        return nominal;
+    return average > 0 ? average : nominal > 0 ? nominal : FRAME_RATE_UNKNOWN;
 }
 
 bool media_source_start(const media_source &source, int64_t *seconds)
