@@ -11,6 +11,8 @@ static constexpr int32_t STORAGE_TYPE_WITHOUT_FILES = 3;
 
 // ---- State ----------------------------------------------------------------------------------------------------------
 
+// Nothing is taken while it is held.
+static constexpr int SAVE_LOCK_RANK = 90;
 static LMutex s_save_mutex;
 struct save_guard : os_lock_guard {
     save_guard() : os_lock_guard(&s_save_mutex) {}
@@ -204,6 +206,7 @@ static bool save_queue_create()
         return LOGGED(false, LOG_PACKAGE, "s_ls_save_buf == NULL");
     if (s_save_mutex.impl == nullptr && !os_mutex_init(&s_save_mutex, 0))
         return LOGGED(false, LOG_SYSTEM, "!os_mutex_init(&s_save_mutex, 0)");
+    os_mutex_set_rank(&s_save_mutex, SAVE_LOCK_RANK, "save queue");
     if (s_save_filled.impl == nullptr && !os_cond_init(&s_save_filled))
         return LOGGED(false, LOG_SYSTEM, "!os_cond_init(&s_save_filled)");
     return true;

@@ -209,21 +209,36 @@ TEST_F(SaveQueue, EntriesFromManyThreadsAllArrive)
     EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
+// Holds the queue's thread at the line that ends its first removal.
+struct removal_gate {
+    std::atomic<bool> is_open = false;
+    std::atomic<int> removals = 0;
+    removal_gate() { os_log_set_sink(pass, this); }
+    ~removal_gate() { os_log_set_sink(nullptr, nullptr); }
+    static void pass(void *user, int, const char *, int, const char *text)
+    {
+        auto self = static_cast<removal_gate *>(user);
+        if (std::strcmp(text, "fremove") != 0)
+            return;
+        self->is_open.wait(false);
+        self->removals++;
+    }
+};
+
 TEST_F(SaveQueue, AFileIsNotReceivedWhileSomethingOfItWaits)
 {
     ASSERT_EQ(vod_player_init(), 1);
     temp_folder folder;
-    log_capture logs;
-    // The thread is busy with what stands before; whichever comes first, the answer turns to 1 at the end and stays.
-    for (int i = 0; i < 1000; i++)
-        ASSERT_EQ(fremove_thr(folder.file("other").c_str()), 1);
-    ASSERT_EQ(fremove_thr(folder.file("mine").c_str()), 1);
-    bool waited = false;
-    while (vod_upload_is_recv_by_filename(folder.file("mine").c_str()) == 0)
-        waited = true;
-    EXPECT_TRUE(waited);
-    EXPECT_EQ(vod_upload_is_recv_by_filename(folder.file("mine").c_str()), 1);
-    EXPECT_TRUE(comes_true([&] { return logs.count("fremove") == 1001; }));
+    std::string other = folder.file("other"), mine = folder.file("mine");
+    removal_gate gate;
+    ASSERT_EQ(fremove_thr(other.c_str()), 1);
+    ASSERT_EQ(fremove_thr(mine.c_str()), 1);
+    EXPECT_EQ(vod_upload_is_recv_by_filename(mine.c_str()), 0);
+    EXPECT_EQ(vod_upload_is_recv_by_filename((mine + "x").c_str()), 1) << "names are compared whole";
+    gate.is_open = true;
+    gate.is_open.notify_all();
+    EXPECT_TRUE(comes_true([&] { return gate.removals == 2; }));
+    EXPECT_EQ(vod_upload_is_recv_by_filename(mine.c_str()), 1);
 }
 
 TEST_F(SaveQueue, RemovalNeedsAName)
