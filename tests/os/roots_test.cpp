@@ -2,12 +2,21 @@
 #include "tests/support/temp_folder.h"
 
 #include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -46,6 +55,14 @@ class OsRoots : public testing::Test {
     {
         std::ifstream in(folder_.path() / name, std::ios::binary);
         return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    int foreign_files_opened();
+    // Ends a process that a death test started, its folder removed.
+    [[noreturn]] void quit(bool is_good) const
+    {
+        fs::remove_all(folder_.path());
+        std::_Exit(is_good ? 0 : 1);
     }
 
     temp_folder folder_;
@@ -226,7 +243,7 @@ TEST_F(OsRoots, RootOfTheFileSystemAllowsAll)
 }
 
 // Somebody exchanges a folder for a link while files are opened: a foreign file must never come out.
-TEST_F(OsRoots, ExchangeDuringTheOpeningDoesNotLeadOutside)
+int OsRoots::foreign_files_opened()
 {
     const std::string part = storage_ + "/swap", aside = storage_ + "/aside", link = storage_ + "/link";
     folder_.write("storage/swap/s.rec", "inside");
@@ -240,17 +257,64 @@ TEST_F(OsRoots, ExchangeDuringTheOpeningDoesNotLeadOutside)
             rename(aside.c_str(), part.c_str());
         }
     });
+    int foreign = 0;
     for (int i = 0; i < 2000; i++) {
         os_file *opened = nullptr;
         if (!os_file_open((part + "/s.rec").c_str(), OS_FILE_READ | OS_FILE_CLIENT, &opened))
             continue;
         os_file_ptr file(opened);
         char read[7] = {};
-        EXPECT_EQ(os_file_pread(file.get(), read, 6, 0), 6);
-        EXPECT_STREQ(read, "inside");
+        foreign += os_file_pread(file.get(), read, 6, 0) != 6 || std::strcmp(read, "inside") != 0;
     }
     is_over = true;
     exchanger.join();
+    return foreign;
+}
+
+TEST_F(OsRoots, ExchangeDuringTheOpeningDoesNotLeadOutside)
+{
+    EXPECT_EQ(foreign_files_opened(), 0);
+}
+
+// Makes the kernel of this process one that does not know openat2.
+static bool forget_openat2()
+{
+    sock_filter steps[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    sock_fprog program = {static_cast<unsigned short>(std::size(steps)), steps};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &program) == 0;
+}
+
+// In a process of its own, because the filter cannot be taken off again.
+using OsRootsDeathTest = OsRoots;
+
+TEST_F(OsRootsDeathTest, OldKernelsRefuseTheSame)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto is_the_same = [&] {
+        fs::create_symlink("../secret", storage_ + "/to_folder");
+        fs::create_symlink("sub/b.rec", storage_ + "/to_inside");
+        os_file_info info = {};
+        return forget_openat2() && syscall(SYS_openat2, 0, nullptr, nullptr, 0) == -1 && errno == ENOSYS &&
+               opens(storage_ + "/a.rec") && opens(storage_ + "/sub/../a.rec") && opens(storage_ + "/to_inside") &&
+               opens(storage_ + "/new.rec", OS_FILE_WRITE) && !opens(storage_ + "/to_folder/s.rec") &&
+               !opens(storage_ + "/../secret/s.rec") && !opens("/etc/passwd") &&
+               os_file_stat(storage_.c_str(), OS_FILE_CLIENT, &info) && info.is_directory &&
+               os_file_replace((storage_ + "/a.rec").c_str(), OS_FILE_CLIENT, "new", 3) &&
+               !os_file_replace((storage_ + "/to_folder/s.rec").c_str(), OS_FILE_CLIENT, "x", 1);
+    };
+    EXPECT_EXIT(quit(is_the_same()), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(OsRootsDeathTest, OldKernelsAreNotLedOutsideEither)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(quit(forget_openat2() && foreign_files_opened() == 0), testing::ExitedWithCode(0), "");
 }
 
 // Protection lasts as long as the process, so each of these shuts a folder of its own.

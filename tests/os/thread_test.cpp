@@ -84,7 +84,10 @@ static size_t stack_size_for(size_t wanted)
 TEST(OsThread, StackIsAtLeastWhatWasAskedFor)
 {
     EXPECT_GE(stack_size_for(0), 512u << 10);
-    EXPECT_LE(stack_size_for(0), 4u << 20);
+    // A tool may add to it, but the host's default of 8 MiB for each of hundreds of threads would be too much.
+#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
+    EXPECT_LE(stack_size_for(0), 1u << 20);
+#endif
     EXPECT_GE(stack_size_for(1), 16u << 10);
     EXPECT_GE(stack_size_for((3u << 20) + 1), (3u << 20) + 1);
 }
