@@ -82,8 +82,19 @@ void on_client_event(MsLink *link, int event, MpPackage *package)
     g_client_events.add(link, event, package);
 }
 
-raw_peer::raw_peer(uint16_t port)
+raw_peer::raw_peer()
 {
+    socket_.open(asio::ip::tcp::v4());
+}
+
+raw_peer::raw_peer(uint16_t port, const std::string &local_address) : raw_peer()
+{
+    connect(port, local_address);
+}
+
+void raw_peer::connect(uint16_t port, const std::string &local_address)
+{
+    socket_.bind({asio::ip::make_address(local_address), 0});
     socket_.connect({asio::ip::make_address("127.0.0.1"), port});
 }
 
@@ -174,6 +185,8 @@ MsLink *MsServiceTest::link_of(raw_peer &peer)
     size_t before = g_service_events.count(MS_CLIENT_EV_READ);
     peer.send(make_package(MP_CODE_ACK_RES, TEST_MODULE));
     EXPECT_TRUE(g_service_events.wait_count(MS_CLIENT_EV_READ, before + 1));
+    // Ends of earlier connections may have come in between.
     auto events = g_service_events.events();
-    return events.empty() ? nullptr : events.back().link;
+    auto last = std::ranges::find(events.rbegin(), events.rend(), int{MS_CLIENT_EV_READ}, &seen_event::event);
+    return last == events.rend() ? nullptr : last->link;
 }

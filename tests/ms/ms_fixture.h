@@ -55,7 +55,10 @@ void on_client_event(MsLink *link, int event, MpPackage *package);
 // A peer that is no good citizen: a bare socket.
 class raw_peer {
   public:
-    explicit raw_peer(uint16_t port);
+    explicit raw_peer(uint16_t port, const std::string &local_address = "127.0.0.1");
+    // Opened but not connected yet.
+    raw_peer();
+    void connect(uint16_t port, const std::string &local_address = "127.0.0.1");
     void send(const byte_vector &bytes);
     // Reads exactly so many bytes; fewer when the connection ends first.
     byte_vector receive(size_t count);

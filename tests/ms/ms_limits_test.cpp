@@ -1,0 +1,280 @@
+// Peers that cost more than they should: too many, too slow, malformed, or more than the host has descriptors for.
+#include "tests/ms/ms_fixture.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/manual_clock.h"
+
+#include <sys/resource.h>
+
+#include <cstdio>
+
+class MsLimitsTest : public MsServiceTest {};
+
+TEST_F(MsLimitsTest, ConnectionAboveTheLimitIsClosedAndOthersStay)
+{
+    log_capture log;
+    start("\"max_connections\": 2");
+    auto refused = statistics().refused_total;
+    auto first = std::make_unique<raw_peer>(port);
+    raw_peer second(port);
+    link_of(*first);
+    link_of(second);
+    raw_peer third(port);
+    EXPECT_TRUE(third.sees_end());
+    EXPECT_EQ(statistics().refused_total, refused + 1);
+    EXPECT_EQ(statistics().connections, 2u);
+    EXPECT_EQ(log.count("connection of 127.0.0.1 refused: max_connections is reached", 2), 1u);
+
+    first->close();
+    ASSERT_TRUE(eventually([] { return statistics().connections == 1; }));
+    raw_peer fourth(port);
+    EXPECT_NE(link_of(fourth), nullptr);
+}
+
+TEST_F(MsLimitsTest, OneAddressCannotTakeAllConnections)
+{
+    log_capture log;
+    start("\"max_connections_per_address\": 2");
+    auto first = std::make_unique<raw_peer>(port);
+    raw_peer second(port);
+    link_of(*first);
+    link_of(second);
+    raw_peer third(port), other_address(port, "127.0.0.2");
+    EXPECT_TRUE(third.sees_end());
+    EXPECT_NE(link_of(other_address), nullptr);
+    EXPECT_EQ(log.count("connection of 127.0.0.1 refused: max_connections_per_address is reached", 2), 1u);
+
+    first->close();
+    ASSERT_TRUE(eventually([] { return statistics().connections == 2; }));
+    raw_peer fourth(port);
+    EXPECT_NE(link_of(fourth), nullptr);
+}
+
+struct loss_row {
+    const char *name;
+    byte_vector bytes;
+    const char *log;
+};
+
+TEST_F(MsLimitsTest, MalformedPackageClosesItsConnectionOnly)
+{
+    byte_vector wrong_flag = make_package(1, TEST_MODULE), short_total = wrong_flag;
+    wrong_flag[1] = 'X';
+    short_total[10] = 11;
+    byte_vector attr_past_end = make_package(1, TEST_MODULE, {1, 2, 3}), attr_of_three = attr_past_end;
+    attr_past_end[14] = 8;
+    attr_of_three[14] = 3;
+    const loss_row rows[] = {
+        {"wrong flag", wrong_flag, "no package begins here, connection of %s closed"},
+        {"total_len 11", short_total, "no package begins here, connection of %s closed"},
+        {"attribute past the end", attr_past_end, "malformed package, connection of %s closed"},
+        {"attribute of 3 bytes", attr_of_three, "malformed package, connection of %s closed"},
+    };
+    start();
+    raw_peer good(port);
+    MsLink *good_link = link_of(good);
+    auto errors = statistics().framing_errors_total;
+    for (const loss_row &row : rows) {
+        log_capture log;
+        raw_peer peer(port);
+        MsLink *link = link_of(peer);
+        std::string name = "127.0.0.1:" + std::to_string(peer.local_port());
+        byte_vector stream = row.bytes, behind = make_package(1, TEST_MODULE);
+        stream.insert(stream.end(), behind.begin(), behind.end());
+        peer.send(stream);
+        EXPECT_TRUE(peer.sees_end()) << row.name;
+        ASSERT_TRUE(eventually([=] { return g_service_events.count(link, MS_CLIENT_EV_DISCONNECT) == 1; }));
+        EXPECT_EQ(g_service_events.count(link, MS_CLIENT_EV_READ), 1u) << row.name;
+        EXPECT_EQ(statistics().framing_errors_total, ++errors) << row.name;
+        char text[200];
+        std::snprintf(text, sizeof text, row.log, name.c_str());
+        EXPECT_EQ(log.count(text, 2), 1u) << row.name;
+    }
+    EXPECT_EQ(link_of(good), good_link);
+}
+
+// The deadlines follow a clock that these tests turn. One sweep looks at all connections, so a connection that stays
+// while another of the same moment goes has been looked at and kept.
+class MsDeadlineTest : public MsServiceTest {
+  protected:
+    void TearDown() override
+    {
+        MsServiceTest::TearDown(); // the threads end before the clock does
+    }
+
+    size_t ends(MsLink *link) const { return g_service_events.count(link, MS_CLIENT_EV_DISCONNECT); }
+    bool wait_end(MsLink *link) const
+    {
+        return eventually([=, this] { return ends(link) == 1; });
+    }
+
+    manual_clock clock;
+};
+
+TEST_F(MsDeadlineTest, PackageThatHasBegunMustArriveInTime)
+{
+    log_capture log;
+    start();
+    raw_peer early(port), late(port), quiet(port);
+    MsLink *early_link = link_of(early), *late_link = link_of(late), *quiet_link = link_of(quiet);
+    byte_vector package = make_package(1, TEST_MODULE, byte_vector(1000, 1));
+    byte_vector half(package.begin(), package.begin() + 500), one(package.begin(), package.begin() + 1);
+
+    early.send(one);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // read at the clock's present moment
+    clock.advance(1);
+    late.send(half);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    clock.advance(29999);
+    ASSERT_TRUE(wait_end(early_link));
+    EXPECT_EQ(ends(late_link), 0u);
+    EXPECT_EQ(ends(quiet_link), 0u);
+    EXPECT_EQ(log.count("connection of 127.0.0.1:" + std::to_string(early.local_port()) +
+                            " closed: a package did not arrive whole in time",
+                        2),
+              1u);
+    clock.advance(1);
+    ASSERT_TRUE(wait_end(late_link));
+    EXPECT_EQ(ends(quiet_link), 0u);
+}
+
+TEST_F(MsDeadlineTest, DripOfBytesDoesNotMoveTheDeadline)
+{
+    start();
+    raw_peer drip(port);
+    MsLink *link = link_of(drip);
+    byte_vector package = make_package(1, TEST_MODULE, byte_vector(1000, 1));
+    for (size_t i = 0; i < 30; i++) {
+        drip.send({package[i]});
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        clock.advance(999);
+    }
+    EXPECT_EQ(ends(link), 0u);
+    clock.advance(31);
+    EXPECT_TRUE(wait_end(link));
+    EXPECT_EQ(g_service_events.count(link, MS_CLIENT_EV_READ), 1u);
+}
+
+TEST_F(MsDeadlineTest, EachPackageHasADeadlineOfItsOwn)
+{
+    start();
+    raw_peer steady(port), stuck(port);
+    MsLink *steady_link = link_of(steady), *stuck_link = link_of(stuck);
+    byte_vector package = make_package(1, TEST_MODULE, byte_vector(1000, 1));
+    byte_vector first(package.begin(), package.begin() + 500), second(package.begin() + 500, package.end());
+    second.insert(second.end(), first.begin(), first.end());
+    steady.send(first);
+    stuck.send(first);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    clock.advance(20000);
+    steady.send(second);
+    ASSERT_TRUE(eventually([=] { return g_service_events.count(steady_link, MS_CLIENT_EV_READ) == 2; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    clock.advance(10000);
+    ASSERT_TRUE(wait_end(stuck_link));
+    EXPECT_EQ(ends(steady_link), 0u);
+    clock.advance(20000);
+    EXPECT_TRUE(wait_end(steady_link));
+}
+
+TEST_F(MsDeadlineTest, ReceiveDeadlineOfNoneIsNone)
+{
+    start("\"receive_deadline_ms\": 0, \"idle_ms\": 50000");
+    raw_peer peer(port), idle(port);
+    MsLink *link = link_of(peer), *idle_link = link_of(idle);
+    clock.advance(10000);
+    peer.send({0x4F});
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    clock.advance(40000);
+    ASSERT_TRUE(wait_end(idle_link));
+    EXPECT_EQ(ends(link), 0u);
+}
+
+TEST_F(MsDeadlineTest, IdleConnectionsAreClosedWhenAskedFor)
+{
+    log_capture log;
+    start("\"idle_ms\": 5000");
+    raw_peer idle(port), sending(port), receiving(port);
+    MsLink *idle_link = link_of(idle), *sending_link = link_of(sending), *receiving_link = link_of(receiving);
+    clock.advance(4000);
+    EXPECT_EQ(link_of(sending), sending_link);
+    byte_vector bytes = make_package(1, 7);
+    MpPackage package;
+    ASSERT_EQ(mp_parse_package(bytes.data(), bytes.size(), &package), 1);
+    ASSERT_EQ(ms_send_package(receiving_link, &package), 1);
+    clock.advance(1000);
+    ASSERT_TRUE(wait_end(idle_link));
+    EXPECT_EQ(ends(sending_link), 0u);
+    EXPECT_EQ(ends(receiving_link), 0u);
+    EXPECT_EQ(
+        log.count("connection of 127.0.0.1:" + std::to_string(idle.local_port()) + " closed: it is idle", 2), 1u);
+    clock.advance(4000);
+    EXPECT_TRUE(wait_end(sending_link));
+    EXPECT_TRUE(wait_end(receiving_link));
+}
+
+TEST_F(MsDeadlineTest, PeerThatTakesNoQueuedBytesIsDead)
+{
+    log_capture log;
+    start("\"send_buffer_bytes\": 20000, \"dead_peer_ms\": 60000");
+    raw_peer stalled(port), idle(port);
+    MsLink *link = link_of(stalled), *idle_link = link_of(idle);
+    byte_vector bytes = make_package(MP_CODE_SEND_RES, CLIENT_MODULE, byte_vector(49152, 1));
+    MpPackage package;
+    ASSERT_EQ(mp_parse_package(bytes.data(), bytes.size(), &package), 1);
+    while (ms_send_package(link, &package))
+        continue;
+    // The host may still shift some bytes between its buffers, each of which starts the time again, but not for ever.
+    clock.advance(59999);
+    for (int step = 0; step < 100 && ends(link) == 0; step++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(250));
+        clock.advance(step == 0 ? 1 : 10000);
+    }
+    ASSERT_TRUE(wait_end(link));
+    EXPECT_EQ(ends(idle_link), 0u);
+    EXPECT_EQ(
+        log.count("connection of 127.0.0.1:" + std::to_string(stalled.local_port()) + " closed: it takes no data", 2),
+        1u);
+}
+
+// ---- Descriptors
+
+class descriptor_limit {
+  public:
+    // No descriptor can be opened while it lives.
+    descriptor_limit()
+    {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        std::FILE *next = std::fopen("/dev/null", "r");
+        rlimit none = before_;
+        none.rlim_cur = static_cast<rlim_t>(fileno(next));
+        std::fclose(next);
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~descriptor_limit() { setrlimit(RLIMIT_NOFILE, &before_); }
+    descriptor_limit(const descriptor_limit &) = delete;
+    descriptor_limit &operator=(const descriptor_limit &) = delete;
+
+  private:
+    rlimit before_;
+};
+
+TEST_F(MsLimitsTest, WithoutDescriptorsNewConnectionsAreTurnedAwayAndTheRestGoesOn)
+{
+    log_capture log;
+    start();
+    raw_peer served(port);
+    MsLink *served_link = link_of(served);
+    raw_peer peers[5];
+    {
+        descriptor_limit none;
+        for (raw_peer &peer : peers) {
+            peer.connect(port);
+            EXPECT_TRUE(peer.sees_end());
+        }
+        EXPECT_EQ(link_of(served), served_link);
+        EXPECT_EQ(log.count("no descriptors left, new connections are turned away", 4), 1u);
+    }
+    raw_peer again(port);
+    EXPECT_NE(link_of(again), served_link);
+    EXPECT_EQ(log.count("no descriptors left, new connections are turned away", 4), 1u);
+}
