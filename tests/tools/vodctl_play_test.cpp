@@ -68,7 +68,7 @@ TEST_F(VodctlPlayTest, TheSavedRecordingEqualsTheServedFile)
     EXPECT_EQ(file_text("out.rec"), text_of(file));
     EXPECT_EQ(result.out, "");
     EXPECT_NE(result.err.find("30 frames (6 key)"), std::string::npos) << result.err;
-    const std::vector<uint8_t> &value = service.seen(MP_CODE_REQUEST_RES).at(0).attrs[5].value;
+    std::vector<uint8_t> value = service.seen(MP_CODE_REQUEST_RES).at(0).attrs[5].value;
     EXPECT_EQ(std::string(value.begin() + 44, value.end()), std::string("D:\\rec\\\xC3\xA4.rec") + '\0');
     EXPECT_TRUE(service.wait_for(MP_CODE_STOP_RES, 1));
     EXPECT_TRUE(service.wait_for_disconnect());

@@ -56,7 +56,7 @@ TEST(VodctlStateTest, ANamedFileIsWrittenByTheService)
     process_result result = run({"state", "--xml-file", "state.xml"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "the service has written its link state to state.xml\n");
-    const std::vector<uint8_t> &value = service.seen(MP_CODE_REQUEST_RES).at(0).attrs[5].value;
+    std::vector<uint8_t> value = service.seen(MP_CODE_REQUEST_RES).at(0).attrs[5].value;
     EXPECT_EQ(std::string(value.begin() + 4, value.end()), std::string("state.xml") + '\0');
 }
 
