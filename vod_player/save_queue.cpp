@@ -30,7 +30,7 @@ static std::mutex s_save_start_mutex;
 
 int calc_ability_level(uint64_t queued_bytes)
 {
-    static constexpr uint64_t MIB = 1024 * 1024;
+    static constexpr uint64_t MIB = 1 << 20;
     if (queued_bytes <= 50 * MIB)
         return 0;
     if (queued_bytes <= 100 * MIB)
@@ -47,6 +47,7 @@ VodSaveFileInfo *save_file_info_create(int type, const char *filename, int size)
     if (memory == nullptr) {
         LOG(LOG_FATAL, "info == NULL");
         os_exit(1);
+        return nullptr;
     }
     auto info = static_cast<VodSaveFileInfo *>(memory);
     info->type = type;
@@ -80,7 +81,7 @@ int fremove_thr(const char *filename)
     if (filename == nullptr)
         return LOGGED(0, LOG_REFUSE, "fremove_thr filename == NULL");
     VodSaveFileInfo *info = save_file_info_create(SAVE_REMOVE, filename, 0);
-    if (save_queue_push(info))
+    if (info != nullptr && save_queue_push(info))
         return 1;
     std::free(info);
     return 0;

@@ -103,7 +103,7 @@ TEST_F(Facade, AFileThatNobodyReadsCostsALineForEachMissingType)
 TEST_F(Facade, AnMp4FileIsOfferedToItsPlayerFirstAndOnceMoreAmongTheOthers)
 {
     temp_folder folder;
-    folder.write("a.mp4", "xxxxftyp");
+    folder.write("a.mp4", "....ftyp");
     std::string name = folder.file("a.mp4");
     enrol_all();
     library.opens_all = false;
@@ -122,7 +122,7 @@ TEST_F(Facade, AnMp4FileIsOfferedToItsPlayerFirstAndOnceMoreAmongTheOthers)
 TEST_F(Facade, TheFirstPlayerThatOpensAFileKeepsIt)
 {
     temp_folder folder;
-    folder.write("a.mp4", "xxxxftyp");
+    folder.write("a.mp4", "....ftyp");
     folder.write("a.rec", "no film");
     std::string mp4 = folder.file("a.mp4"), rec = folder.file("a.rec");
     enrol_all();
@@ -139,7 +139,7 @@ TEST_F(Facade, TheFirstPlayerThatOpensAFileKeepsIt)
 TEST_F(Facade, AMissingMp4PlayerIsOnlyReportedByTheRegistry)
 {
     temp_folder folder;
-    folder.write("a.mp4", "xxxxftyp");
+    folder.write("a.mp4", "....ftyp");
     log_capture logs(LOG_REFUSE);
     EXPECT_EQ(type_and_close(vodplay_open_file(folder.file("a.mp4").c_str(), receive_nothing, 7)), 3);
     EXPECT_EQ(said(logs), join({missing_type_lines(56), missing_type_lines(51), missing_type_lines(0),

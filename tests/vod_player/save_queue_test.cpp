@@ -247,3 +247,13 @@ TEST_F(SaveQueue, RemovalNeedsAName)
     EXPECT_EQ(fremove_thr(nullptr), 0);
     EXPECT_EQ(said(logs), (said_lines{{2, "fremove_thr filename == NULL"}}));
 }
+
+TEST(SaveQueueDeathTest, EndsTheProcessWithoutMemory)
+{
+    EXPECT_EXIT(
+        {
+            os_fault_arm(1);
+            save_file_info_create(SAVE_WRITE, "up", 10);
+        },
+        testing::ExitedWithCode(1), "info == NULL");
+}
