@@ -258,7 +258,7 @@ int OsRoots::foreign_files_opened()
         }
     });
     int foreign = 0;
-    for (int i = 0; i < 2000; i++) {
+    for (int i = 0; i < 20000; i++) {
         os_file *opened = nullptr;
         if (!os_file_open((part + "/s.rec").c_str(), OS_FILE_READ | OS_FILE_CLIENT, &opened))
             continue;
