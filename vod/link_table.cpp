@@ -313,21 +313,22 @@ static void vodlink_free_slot(const vodlinks_guard &, VodLink *link)
         }
         LOG(LOG_TRACE, "vodlink->index:%d, is download by file or by time error, close", link->index);
     }
-    link->index = -1;
+    std::atomic_ref(link->index).store(-1);
 }
 
 int vodlink_destroy(VodLink *link)
 {
     if (link == nullptr)
         return LOGGED(0, LOG_REFUSE, "vodlink == NULL");
-    if (link->index < 0 || link->index > LINK_INDEX_MAX)
+    int32_t index = std::atomic_ref(link->index).load();
+    if (index < 0 || index > LINK_INDEX_MAX)
         return LOGGED(0, LOG_REFUSE,
-                      "vodlink->index < 0 || vodlink->index >= MAX_LINK_NUM---vodlink->index = %d", link->index);
+                      "vodlink->index < 0 || vodlink->index >= MAX_LINK_NUM---vodlink->index = %d", index);
     if (!vodlink_is_slot(link))
-        return LOGGED(0, LOG_SYSTEM, "vodlink is no slot of the table, vodlink->index:%d", link->index);
+        return LOGGED(0, LOG_SYSTEM, "vodlink is no slot of the table, vodlink->index:%d", index);
     if (std::atomic_ref(link->status).exchange(VOD_LINK_STATUS_IS_DESTORY) == VOD_LINK_STATUS_IS_DESTORY)
         return LOGGED(1, LOG_REFUSE,
-                      "vodlink_destroy: index:%d, vodlink->status == VOD_LINK_STATUS_IS_DESTORY return", link->index);
+                      "vodlink_destroy: index:%d, vodlink->status == VOD_LINK_STATUS_IS_DESTORY return", index);
 
     vodlink_wake(link);
     vodlink_release_connection(link);
