@@ -24,7 +24,10 @@ static DList *s_ls_save_buf;
 static uint64_t s_save_buf;
 static LCond s_save_filled;
 
-// Set once the three above are ready and the thread runs.
+// Set before the thread starts, which then touches no file but those that are queued.
+static int32_t s_save_storage_type;
+
+// Set once the queue's lock, list and condition are ready and the thread runs.
 static std::atomic<bool> s_save_is_started = false;
 static std::mutex s_save_start_mutex;
 
@@ -192,10 +195,9 @@ static VodSaveFileInfo *take_oldest()
 static int save_thr_func(void *)
 {
     os_thread_name("vod_save");
-    int32_t storage_type = vod_player_get_storage_type();
     for (;;)
         if (VodSaveFileInfo *info = take_oldest(); info != nullptr)
-            save_file_info_carry_out(info, storage_type);
+            save_file_info_carry_out(info, s_save_storage_type);
 }
 
 // What an earlier, failed start has made is used again.
@@ -220,6 +222,7 @@ int save_queue_start()
         return 1;
     if (!save_queue_create())
         return 0;
+    s_save_storage_type = vod_player_get_storage_type();
     LThread thr = {};
     if (!os_thread_create(&thr, 0, save_thr_func, nullptr))
         return LOGGED(0, LOG_SYSTEM, "!os_thread_create(&thr, 0, save_thr_func, NULL)");
