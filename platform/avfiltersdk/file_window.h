@@ -15,7 +15,7 @@ struct file_window {
     int64_t held;
     int64_t bytes_read; // from the file since it was opened, for tests and figures
     int64_t peek_bytes; // read at once where only a frame header is wanted, see frame_next
-    bool failed;        // a read was refused; the rest of the file then looks like its end
+    bool failed;        // a read was refused, and nothing more is found until this is cleared
     uint8_t bytes[WINDOW_BYTES];
 };
 

@@ -21,11 +21,6 @@ bool frame_peek(file_window *window, int64_t offset, int64_t end, found_frame *f
     return true;
 }
 
-bool frames_are_small(const file_window *window)
-{
-    return window->peek_bytes == SMALL_FRAMES_PEEK;
-}
-
 // Whether another frame or the end comes behind it. A frame of which less than the identifier is there counts.
 static bool frame_is_followed(file_window *window, const found_frame &frame, int64_t end)
 {
@@ -40,7 +35,7 @@ bool frame_next(file_window *window, const frame_area &area, found_frame *frame)
 {
     const int64_t start_limit = std::min(area.start_limit, area.start + RESYNC_MAX);
     int64_t offset = area.start;
-    while (offset >= 0 && offset < start_limit) {
+    while (offset >= 0 && offset < start_limit && !window->failed) {
         found_frame found;
         if (frame_peek(window, offset, area.end, &found) && frame_is_followed(window, found, area.end)) {
             *frame = found;

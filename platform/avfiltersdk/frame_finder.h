@@ -25,9 +25,7 @@ enum frame_order { ORDER_TIME, ORDER_NUMBER };
 
 // The frame header at exactly `offset`, plausible and with room for its frame before `end`; what follows is not looked at.
 bool frame_peek(file_window *window, int64_t offset, int64_t end, found_frame *frame);
-// Whether the frame last looked at was so small that reading header by header does not pay.
-bool frames_are_small(const file_window *window);
-// The first good frame of the area.
+// The first good frame of the area. False also when a read fails, which the window then tells.
 bool frame_next(file_window *window, const frame_area &area, found_frame *frame);
 // The last good frame of a file that ends at `end` and whose first frame is `first`. Mostly a few reads near the end.
 found_frame frame_last(file_window *window, const found_frame &first, int64_t end);

@@ -85,14 +85,19 @@ bool recording_refresh(recording *rec)
     play_range *range = &rec->range;
     if (static_cast<int64_t>(size) == range->file_size)
         return true;
-    const bool had_frames = range->has_frames;
+    const play_range before = *range;
+    rec->window.failed = false;
     measure_file(rec, static_cast<int64_t>(size));
     range->file_size = static_cast<int64_t>(size);
     if (!range->has_frames)
         range->start = range->end = FRAMES_OFFSET;
     else
         measure_range(rec);
-    if (!had_frames)
+    if (rec->window.failed) {
+        *range = before;
+        return false;
+    }
+    if (!before.has_frames)
         recording_set_position(rec, range->start, true);
     return true;
 }

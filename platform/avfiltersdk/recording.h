@@ -30,6 +30,7 @@ struct recording {
     bool is_byte_target;
     bool is_undelivered; // the frame at the position was not delivered since a seek: reverse play begins with it
     int direction;       // 0 forward, 1 reverse
+    bool has_small_frames; // the last package held so many that reading header by header does not pay
 };
 
 // Null when there is nothing to play.
@@ -49,8 +50,8 @@ bool recording_seek_abs_time(recording *rec, int64_t seconds);
 bool recording_seek_number(recording *rec, int32_t number_in_range);
 bool recording_seek_bytes(recording *rec, int64_t offset_in_range);
 void recording_set_position(recording *rec, int64_t position, bool is_undelivered);
-// Turns the target of a byte seek into the key frame at or before it.
-void recording_settle_byte_target(recording *rec);
+// Turns the target of a byte seek into the key frame at or before it. False when the file cannot be read.
+bool recording_settle_byte_target(recording *rec);
 
 // Data, see AVFilterGetData: bytes written, 0 at the end, below 0 on failure.
 int recording_read_stored(recording *rec, uint8_t *buffer, int size);

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 static constexpr int DATA_FAILED = -1;
+static constexpr int SMALL_FRAMES_IN_PACKAGE = 8;
 
 // Frames on their way into the caller's buffer. Frames that lie side by side in the file make one run, read at once.
 struct delivery {
@@ -119,7 +120,8 @@ static int deliver_package(recording *rec, uint8_t *buffer, int size, AVFrameInf
         return DATA_FAILED;
     delivery out = {.rec = rec, .buffer = buffer, .filled = 0, .run_offset = 0, .run_bytes = 0};
     int64_t next_position = range.start;
-    for (;;) {
+    int frame_count = 0;
+    for (;; frame_count++) {
         if (!add_frame(&out, frame))
             return 0;
         next_position = frame.end();
@@ -135,6 +137,7 @@ static int deliver_package(recording *rec, uint8_t *buffer, int size, AVFrameInf
     if (!flush_run(&out))
         return 0;
     describe(rec, first, info);
+    rec->has_small_frames = frame_count >= SMALL_FRAMES_IN_PACKAGE;
     recording_set_position(rec, next_position, false);
     return static_cast<int>(out.filled);
 }
@@ -173,8 +176,9 @@ using deliver_func = int (*)(recording *rec, uint8_t *buffer, int size, AVFrameI
 // Nothing delivered is the end, unless the file has changed since its end was looked for.
 static int deliver(recording *rec, deliver_func func, uint8_t *buffer, int size, AVFrameInfo *info)
 {
-    recording_settle_byte_target(rec);
     rec->window.failed = false;
+    if (!recording_settle_byte_target(rec))
+        return DATA_FAILED;
     const int delivered = func(rec, buffer, size, info);
     if (delivered != 0)
         return delivered;
@@ -189,7 +193,7 @@ static void load_small_frames(recording *rec)
 {
     const int64_t wanted = std::min<int64_t>(AVFILTER_PACKAGE_SIZE + AVFILTER_FRAME_HEAD_SIZE,
                                              rec->range.end - rec->position);
-    if (frames_are_small(&rec->window) && wanted > 0)
+    if (rec->has_small_frames && wanted > 0)
         window_bytes(&rec->window, rec->position, wanted, wanted);
 }
 

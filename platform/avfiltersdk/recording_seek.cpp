@@ -21,18 +21,28 @@ static int64_t key_position(recording *rec, int64_t offset)
     return frame_last_key(&rec->window, {range.start, start_limit, range.end}, &key) ? key.offset : range.start;
 }
 
-static bool refresh_for_seek(recording *rec)
+// The end of a seek: a position that was not found because of a failing read is not taken.
+static bool take_position(recording *rec, int64_t position)
+{
+    if (rec->window.failed)
+        return false;
+    recording_set_position(rec, position, true);
+    return true;
+}
+
+using find_func = int64_t (*)(recording *rec, int64_t target);
+
+// Goes to where `find` says, with nothing to play to the start.
+static bool seek(recording *rec, find_func find, int64_t target)
 {
     if (!recording_refresh(rec))
         return false;
-    if (!recording_is_empty(rec))
-        return true;
-    recording_set_position(rec, rec->range.start, true);
-    return false;
+    rec->window.failed = false;
+    return take_position(rec, recording_is_empty(rec) ? rec->range.start : find(rec, target));
 }
 
 // `ms` from the start of the recording.
-static void seek_recording_time(recording *rec, int64_t ms)
+static int64_t find_time(recording *rec, int64_t ms)
 {
     const play_range &range = rec->range;
     const int64_t target = ms - recording_time_ms(rec, 0);
@@ -40,52 +50,50 @@ static void seek_recording_time(recording *rec, int64_t ms)
     const bool is_inside = target >= 0 && frame_search(&rec->window, range.first, range.last, ORDER_TIME,
                                                        static_cast<uint32_t>(std::min<int64_t>(target, UINT32_MAX)),
                                                        &frame);
-    recording_set_position(rec, is_inside ? key_position(rec, frame.offset) : range.start, true);
+    return is_inside ? key_position(rec, frame.offset) : range.start;
+}
+
+static int64_t find_number(recording *rec, int64_t number_in_range)
+{
+    const play_range &range = rec->range;
+    const int64_t target = range.first.header.number + std::max<int64_t>(number_in_range, 1) - 1;
+    found_frame frame;
+    const bool is_inside = frame_search(&rec->window, range.first, range.last, ORDER_NUMBER,
+                                        static_cast<uint32_t>(std::min<int64_t>(target, UINT32_MAX)), &frame);
+    return is_inside ? frame.offset : range.start;
+}
+
+static int64_t find_byte(recording *rec, int64_t offset_in_range)
+{
+    const play_range &range = rec->range;
+    return range.start + std::clamp<int64_t>(offset_in_range, 0, range.end - range.start);
 }
 
 bool recording_seek_time(recording *rec, int64_t ms_in_range)
 {
-    if (refresh_for_seek(rec))
-        seek_recording_time(rec, rec->start_ms + std::clamp<int64_t>(ms_in_range, 0, SEEK_SECONDS_MAX));
-    return true;
+    return seek(rec, find_time, rec->start_ms + std::clamp<int64_t>(ms_in_range, 0, SEEK_SECONDS_MAX));
 }
 
 bool recording_seek_abs_time(recording *rec, int64_t seconds)
 {
-    if (rec->start_seconds == 0)
-        return false;
     const int64_t from_start = std::clamp(seconds, -SEEK_SECONDS_MAX, SEEK_SECONDS_MAX) - rec->start_seconds;
-    if (refresh_for_seek(rec))
-        seek_recording_time(rec, from_start * 1000);
-    return true;
+    return rec->start_seconds != 0 && seek(rec, find_time, from_start * 1000);
 }
 
 bool recording_seek_number(recording *rec, int32_t number_in_range)
 {
-    if (!refresh_for_seek(rec))
-        return true;
-    const play_range &range = rec->range;
-    const int64_t target = int64_t{range.first.header.number} + std::max(number_in_range, 1) - 1;
-    found_frame frame;
-    const bool is_inside = frame_search(&rec->window, range.first, range.last, ORDER_NUMBER,
-                                        static_cast<uint32_t>(std::min<int64_t>(target, UINT32_MAX)), &frame);
-    recording_set_position(rec, is_inside ? frame.offset : range.start, true);
-    return true;
+    return seek(rec, find_number, number_in_range);
 }
 
 bool recording_seek_bytes(recording *rec, int64_t offset_in_range)
 {
-    if (!refresh_for_seek(rec))
-        return true;
-    const play_range &range = rec->range;
-    const int64_t offset = std::clamp<int64_t>(offset_in_range, 0, range.end - range.start);
-    recording_set_position(rec, range.start + offset, true);
-    rec->is_byte_target = rec->position < range.end;
+    if (!seek(rec, find_byte, offset_in_range))
+        return false;
+    rec->is_byte_target = rec->position < rec->range.end;
     return true;
 }
 
-void recording_settle_byte_target(recording *rec)
+bool recording_settle_byte_target(recording *rec)
 {
-    if (rec->is_byte_target)
-        recording_set_position(rec, key_position(rec, rec->position), true);
+    return !rec->is_byte_target || take_position(rec, key_position(rec, rec->position));
 }

@@ -104,6 +104,15 @@ std::vector<uint32_t> key_numbers(const made_recording &made)
     return numbers;
 }
 
+testing::AssertionResult same_bytes(const std::string &one, const std::string &other)
+{
+    if (one == other)
+        return testing::AssertionSuccess();
+    const auto differ = std::ranges::mismatch(one, other);
+    return testing::AssertionFailure() << one.size() << " and " << other.size() << " bytes, which differ at "
+                                       << differ.in1 - one.begin();
+}
+
 std::string read_file(const std::string &path)
 {
     std::ifstream file(path, std::ios::binary);

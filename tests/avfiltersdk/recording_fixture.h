@@ -51,6 +51,9 @@ AVFileInfo file_info(const filter_ptr &filter);
 std::string frame_bytes(const made_recording &made, size_t from = 0, size_t to = SIZE_MAX);
 std::vector<uint32_t> key_numbers(const made_recording &made);
 
+// Says where they differ instead of printing all of them.
+testing::AssertionResult same_bytes(const std::string &one, const std::string &other);
+
 std::string read_file(const std::string &path);
 void write_file(const std::string &path, const std::string &bytes);
 
