@@ -239,6 +239,11 @@ ORB_API size_t os_module_filename(char *buffer, size_t size);
 ORB_API int os_process_id(void);
 /* 1 when that standard stream (0 input, 1 output, 2 errors) is a terminal, that is, when somebody looks on. */
 ORB_API int os_is_terminal(int stream);
+/*
+ * Calls `handler` when somebody asks the process to end (Ctrl-C, a request of the host's): it may only set lock-free
+ * flags. Reads that block are interrupted. A second request ends the process at once.
+ */
+ORB_API int os_interrupt_install(void (*handler)(void));
 
 typedef struct os_guid {
     uint32_t data1;
