@@ -133,3 +133,22 @@ TEST(OrbrecTextTest, StartTimeIsTheNextToLastPieceOfTheName)
                              "x_20240501080000.rec", "_", "", "x_20240501080000_1_2.rec"})
         EXPECT_FALSE(name_tells_start(name)) << name;
 }
+
+TEST(OrbrecHostTest, ModificationTimeIsSetToTheSecond)
+{
+    temp_folder folder;
+    folder.write("a", "abc");
+    os_file_info info = {};
+    ASSERT_EQ(os_file_set_modified(folder.file("a").c_str(), 1714550403), 1);
+    ASSERT_EQ(os_file_stat(folder.file("a").c_str(), 0, &info), 1);
+    EXPECT_EQ(info.modified_seconds, 1714550403);
+    EXPECT_EQ(info.size, 3u);
+    EXPECT_EQ(os_file_set_modified(folder.file("missing").c_str(), 1714550403), 0);
+    EXPECT_FALSE(path_exists(folder.file("missing")));
+}
+
+TEST(OrbrecHostTest, FileIsNoTerminalAndAnInterruptNeedsAHandler)
+{
+    EXPECT_EQ(os_is_terminal(99), 0);
+    EXPECT_EQ(os_interrupt_install(nullptr), 0);
+}

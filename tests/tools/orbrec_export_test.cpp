@@ -1,4 +1,5 @@
 // The way from recording bytes to MP4 and Annex B, as tools use it.
+#include "comm_func/orb_userdata.h"
 #include "platform/avfiltersdk/avfilterwriter.h"
 #include "platform/os/os_guard.h"
 #include "tests/tools/orbrec_clip.h"
@@ -254,4 +255,51 @@ TEST(AacTrackTest, HolesBecomeSilenceAndUnknownCodersAreLeftOut)
     // Until 10.2 seconds, rounded up to whole blocks.
     EXPECT_GE(last_end, 81'600);
     EXPECT_LT(last_end, 81'600 + 2 * 1024);
+}
+
+TEST_F(MediaExportTest, FullDiskIsAnErrorOfTheOutput)
+{
+    recording({.frames = 30});
+    EXPECT_EQ(shell(folder_, "\"$ORBREC\" export r_20240501080000_1.rec -o - > /dev/full").status, 3);
+    EXPECT_EQ(shell(folder_, "\"$ORBREC\" export r_20240501080000_1.rec -o - --format annexb > /dev/full").status, 3);
+}
+
+// The recording with absolute time in its key frames, as a player that inserts it delivers them.
+static std::vector<uint8_t> with_abs_time(const std::vector<uint8_t> &bytes, int mode, uint32_t time)
+{
+    std::vector<uint8_t> result(bytes.begin(), bytes.begin() + RECORDING_HEAD_BYTES);
+    recording_stream stream;
+    stream.push(bytes);
+    stream.end();
+    for (recording_item item; stream.next(&item) == RECORDING_ITEM;) {
+        byte_vector frame(item.whole.begin(), item.whole.end());
+        if (item.head.type == AVFRAME_TYPE_KEY) {
+            frame.resize(frame.size() + 64);
+            int length = add_new_abstime_sei(mode, item.whole.data(), static_cast<int>(item.whole.size()), frame.data(),
+                                             static_cast<int>(frame.size()), time);
+            frame.resize(static_cast<size_t>(length));
+        }
+        result.insert(result.end(), frame.begin(), frame.end());
+    }
+    return result;
+}
+
+TEST_F(MediaExportTest, InsertedAbsoluteTimeDisturbsNeitherExportNorInfo)
+{
+    // The second time needs escape bytes, which the frame's head does not count.
+    for (uint32_t time : {0x6631F680u, 0x01000000u})
+        for (const char *encoder : {"libx264", "libx265"}) {
+            int mode = std::string(encoder) == "libx264" ? AVMODE_H264 : AVMODE_H265;
+            std::vector<uint8_t> bytes = with_abs_time(recording({.encoder = encoder, .frames = 50}), mode, time);
+            media_export_totals totals = exported(bytes, 3000, {.output = output()});
+            EXPECT_EQ(totals.video_frames, 50u) << encoder << " " << time;
+            EXPECT_EQ(totals.bytes_skipped, 0u);
+            EXPECT_EQ(media_decode(output()).video_frames, 50);
+            file_write(folder_.file("timed.rec"), bytes);
+            if (time == 0x01000000u)
+                continue;
+            json_result facts = json_of(orbrec(folder_, "info --json --keys timed.rec").out);
+            EXPECT_EQ(json_int(facts, "absolute_time/key_frames"), 2) << encoder << " " << time;
+            EXPECT_EQ(json_int(facts, "key_list/1/absolute_time"), time);
+        }
 }

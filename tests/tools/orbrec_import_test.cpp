@@ -321,3 +321,15 @@ TEST_F(OrbrecImportTest, OutputIsQuietInAPipeButForTheFilesMade)
     EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 1);
     EXPECT_NE(result.out.find("rec/local_00_0_20240501080000_1.rec: 30 frames"), std::string::npos) << result.out;
 }
+
+TEST_F(OrbrecImportTest, ProgressIsDrawnOnATerminalAndWipedAtTheEnd)
+{
+    clip_make(folder_.file("in.avi"), {.encoder = "mpeg4", .frames = 30});
+    // script(1) gives the program a terminal.
+    if (shell(folder_, "command -v script").status != 0)
+        GTEST_SKIP() << "script is not installed";
+    tool_result result = shell(folder_, "script -qec \"'$ORBREC' import in.avi -o rec/ --start '2024-05-01 08:00:00'\" /dev/null");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_NE(result.out.find("in.avi ["), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("\033[K"), std::string::npos);
+}

@@ -211,3 +211,21 @@ TEST_F(OrbrecVerifyTest, ExportOfADamagedRecordingGoesOnBehindTheDamage)
     EXPECT_EQ(json_int(report, "bytes_skipped"), static_cast<int64_t>(offsets_[40] - offsets_[30]));
     EXPECT_EQ(media_decode(folder_.file("back.mp4")).video_frames, 50);
 }
+
+TEST_F(OrbrecVerifyTest, FrameThatPlayersCannotTake)
+{
+    // The last frame's video grows by filler data, which decoders pass over.
+    uint32_t more = 3u << 20, frame = wire_load<uint32_t>(bytes_.data() + offsets_[59] + 4);
+    uint32_t video = wire_load<uint32_t>(bytes_.data() + offsets_[59] + 20);
+    std::vector<uint8_t> filler(more, 0xFF);
+    const uint8_t start[] = {0, 0, 0, 1, 0x0C};
+    std::copy(std::begin(start), std::end(start), filler.begin());
+    filler.back() = 0x80;
+    bytes_.insert(bytes_.begin() + static_cast<ptrdiff_t>(offsets_[59] + HEAD + video), filler.begin(), filler.end());
+    set_u32(offsets_[59] + 4, frame + more);
+    set_u32(offsets_[59] + 20, video + more);
+    set_u32(80, static_cast<uint32_t>(bytes_.size()));
+    tool_result result = verify("--decode");
+    expect_fault(result, offsets_[59], "the frame has " + std::to_string(frame + more + HEAD) + " bytes, players take 3 MiB");
+    EXPECT_NE(result.out.find(" 1 faults"), std::string::npos) << result.out;
+}

@@ -15,7 +15,7 @@ struct media_export {
     av_io_owner output; // handed to the MP4 writer when that starts
     mp4_writer mp4;
     aac_track aac;
-    bool has_aac = false, started = false, failed = false;
+    bool has_aac = false, started = false, failed = false, is_output_error = false;
     int64_t shift_ms = 0;    // what is taken off a frame's time stamp
     uint32_t last_stamp = 0; // as the recording has it
     int64_t last_ms = 0;     // of the last frame written
@@ -36,7 +36,14 @@ static bool export_fail(media_export *object, const std::string &error)
     if (!object->failed)
         object->error = error;
     object->failed = true;
+    object->is_output_error = object->is_output_error || object->mp4.is_output_error();
     return false;
+}
+
+static bool annexb_fail(media_export *object, int result)
+{
+    object->is_output_error = true;
+    return export_fail(object, "cannot write " + object->settings.output + ": " + av_reason(result));
 }
 
 media_export_ref media_export_open(const media_export_settings &settings, std::string *error)
@@ -102,7 +109,7 @@ static bool write_video(media_export *object, byte_span unit, bool is_key, int64
     if (object->settings.output == "-")
         avio_flush(object->output.get());
     int result = object->output->error;
-    return result >= 0 || export_fail(object, "cannot write " + object->settings.output + ": " + av_reason(result));
+    return result >= 0 || annexb_fail(object, result);
 }
 
 static bool write_audio(media_export *object, AVPacket *packet)
@@ -118,7 +125,7 @@ static bool take_audio(media_export *object, const recording_item &frame, int64_
     auto give = [object](AVPacket *packet) { return write_audio(object, packet); };
     bool taken = object->aac.push(frame.head.audio_coder, frame.audio, place, give);
     object->totals.audio_samples = object->aac.samples();
-    return taken || export_fail(object, "the AAC encoder failed");
+    return taken || export_fail(object, "the AAC encoder failed"); // unless writing failed before
 }
 
 // Frames before the first key frame cannot be shown by anyone.
@@ -194,7 +201,7 @@ static bool outputs_finish(media_export *object)
         AVIOContext *io = object->output.release();
         int closed = avio_closep(&io);
         result = result < 0 ? result : closed;
-        return result >= 0 || export_fail(object, "cannot write " + object->settings.output + ": " + av_reason(result));
+        return result >= 0 || annexb_fail(object, result);
     }
     if (object->has_aac && !object->aac.finish([object](AVPacket *packet) { return write_audio(object, packet); }))
         return export_fail(object, "the AAC encoder failed");
@@ -218,6 +225,11 @@ bool media_export_finish(media_export *object)
 const std::string &media_export_error(const media_export *object)
 {
     return object->error;
+}
+
+bool media_export_is_output_error(const media_export *object)
+{
+    return object->is_output_error;
 }
 
 const media_export_totals &media_export_get_totals(const media_export *object)

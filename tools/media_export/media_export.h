@@ -46,4 +46,6 @@ bool media_export_push(media_export *object, const void *bytes, size_t size);
 // recording without a single video frame is a failure.
 bool media_export_finish(media_export *object);
 const std::string &media_export_error(const media_export *object);
+// True when what failed is the writing of the output: a full disk, a reader that went away.
+bool media_export_is_output_error(const media_export *object);
 const media_export_totals &media_export_get_totals(const media_export *object);

@@ -78,6 +78,7 @@ bool mp4_writer::open(const mp4_settings &settings, av_io_owner io, std::string 
     int result = avformat_write_header(output_.get(), &options);
     av_dict_free(&options);
     header_written_ = result >= 0;
+    is_output_error_ = output_->pb->error < 0;
     if (!header_written_)
         *error = "the MP4 cannot be started: " + av_reason(result);
     return header_written_;
@@ -88,6 +89,7 @@ bool mp4_writer::write(AVPacket *packet, std::string *error)
     int result = av_write_frame(output_.get(), packet);
     if (result >= 0 && output_->pb->error < 0)
         result = output_->pb->error;
+    is_output_error_ = output_->pb->error < 0;
     if (result < 0)
         *error = "the MP4 cannot be written: " + av_reason(result);
     return result >= 0;
@@ -134,6 +136,7 @@ bool mp4_writer::finish(std::string *error)
     int closed = avio_closep(&output_->pb);
     if (result >= 0)
         result = closed;
+    is_output_error_ = result < 0;
     if (result < 0)
         *error = "the MP4 cannot be completed: " + av_reason(result);
     return result >= 0;

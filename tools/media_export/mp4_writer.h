@@ -18,6 +18,8 @@ class mp4_writer {
     bool write_audio(AVPacket *packet, std::string *error);
     bool finish(std::string *error);
     uint64_t bytes() const { return bytes_; }
+    // Whether the last failure was one of writing.
+    bool is_output_error() const { return is_output_error_; }
 
   private:
     bool add_video(const mp4_settings &settings);
@@ -27,6 +29,6 @@ class mp4_writer {
     av_output_owner output_;
     AVStream *video_ = nullptr, *audio_ = nullptr; // owned by output_
     av_packet_owner packet_;
-    bool stream_ = false, header_written_ = false;
+    bool stream_ = false, header_written_ = false, is_output_error_ = false;
     uint64_t bytes_ = 0;
 };

@@ -7,8 +7,9 @@
 
 constexpr size_t RECORDING_HEAD_BYTES = 88;
 constexpr size_t RECORDING_FRAME_HEAD_BYTES = 32;
-// What a reader of recordings takes at once, frame header included.
-constexpr size_t RECORDING_FRAME_BYTES_MAX = 0x300000;
+// Larger sizes are damage. Players take less at once: frame header included, this.
+constexpr size_t RECORDING_FRAME_BYTES_MAX = (16 << 20) + RECORDING_FRAME_HEAD_BYTES;
+constexpr size_t PLAYER_FRAME_BYTES_MAX = 0x300000;
 
 struct recording_head {
     uint16_t frame_rate, width, height, mode, has_audio;

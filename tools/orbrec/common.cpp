@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 
 int orbrec_fail(int status, const std::string &text)
@@ -19,16 +18,9 @@ void orbrec_warn(const std::string &text)
 static std::atomic<bool> s_is_stopped;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-static void stop_wanted(int signal)
-{
-    s_is_stopped = true;
-    std::signal(signal, SIG_DFL);
-}
-
 void orbrec_stop_install()
 {
-    std::signal(SIGINT, stop_wanted);
-    std::signal(SIGTERM, stop_wanted);
+    os_interrupt_install([] { s_is_stopped = true; });
 }
 
 bool orbrec_is_stopped()

@@ -29,6 +29,12 @@ static int output_check(const export_settings &settings)
     return orbrec_fail(ORBREC_UNWRITABLE, settings.output + " is already there: use --force to replace it");
 }
 
+static int target_failed(const export_settings &settings, const media_export *target)
+{
+    int status = media_export_is_output_error(target) ? ORBREC_UNWRITABLE : ORBREC_MEDIA;
+    return orbrec_fail(status, settings.input + ": " + media_export_error(target));
+}
+
 static int export_run(const export_settings &settings, recording_reader *reader, media_export *target)
 {
     progress_bar progress(settings.input, static_cast<int64_t>(reader->size()));
@@ -40,11 +46,11 @@ static int export_run(const export_settings &settings, recording_reader *reader,
         if (!reader->read(&piece, &error))
             return orbrec_fail(ORBREC_UNREADABLE, "cannot read " + settings.input + ": " + error);
         if (!media_export_push(target, piece.data(), piece.size()))
-            return orbrec_fail(ORBREC_MEDIA, settings.input + ": " + media_export_error(target));
+            return target_failed(settings, target);
         progress.show(static_cast<int64_t>(reader->position()));
     } while (!piece.empty());
     if (!media_export_finish(target))
-        return orbrec_fail(ORBREC_MEDIA, settings.input + ": " + media_export_error(target));
+        return target_failed(settings, target);
     return ORBREC_OK;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/orbrec/recording_output.h"
 
 #include "platform/avfiltersdk/avfilterwriter.h"
+#include "tools/media_export/recording_stream.h"
 #include "tools/orbrec/orbrec.h"
 
 #include <algorithm>
@@ -8,6 +9,8 @@
 
 // Files of 2 GiB and more cannot be downloaded by name.
 static constexpr int64_t FILE_BYTES_MAX = 2'000'000'000;
+// For the frame's head and absolute time that is inserted later.
+static constexpr size_t FRAME_BYTES_SPARED = RECORDING_FRAME_HEAD_BYTES + 64;
 static const char *const s_part_suffix = ".part";
 
 bool name_tells_start(const std::string &name)
@@ -114,6 +117,9 @@ bool recording_output::add(const access_unit &unit, const std::vector<alaw_frame
     byte_vector sound;
     for (const alaw_frame &frame : audio)
         sound.insert(sound.end(), frame.bytes.begin(), frame.bytes.end());
+    if (unit.bytes.size() + sound.size() > PLAYER_FRAME_BYTES_MAX - FRAME_BYTES_SPARED)
+        return fail(ORBREC_MEDIA, "a picture of " + std::to_string(unit.bytes.size())
+                                      + " bytes is more than recordings hold: use --size or --crf");
     last_ms_ = std::max(unit.time_ms, last_ms_);
     AVWriterFrame frame = {};
     frame.iFrameType = unit.is_key ? AVFRAME_TYPE_KEY : AVFRAME_TYPE_DELTA;

@@ -68,6 +68,8 @@ static void check_video(verify_walk *walk, const recording_item &item)
     static constexpr uint8_t start_code[] = {0, 0, 0, 1};
     int mode = walk->head.mode;
     bool is_key = item.head.type == AVFRAME_TYPE_KEY;
+    if (item.bytes > PLAYER_FRAME_BYTES_MAX)
+        fault_add(walk, item.offset, "the frame has " + std::to_string(item.bytes) + " bytes, players take 3 MiB");
     if (item.video.empty())
         return;
     walk->video_frames++;
@@ -123,7 +125,7 @@ static void check_totals(verify_walk *walk)
     const recording_head &head = walk->head;
     if (head.total_size == 0 && head.frame_count == 0)
         return fault_add(walk, 80, "the recording was never completed: its header has no totals");
-    if (head.total_size != static_cast<uint32_t>(walk->size))
+    if (head.total_size != std::min<uint64_t>(walk->size, UINT32_MAX))
         fault_add(walk, 80, "the header says " + std::to_string(head.total_size) + " bytes, the file has "
                                 + std::to_string(walk->size));
     if (head.frame_count != static_cast<uint32_t>(walk->frames))
