@@ -137,6 +137,7 @@ TEST_F(MsEventsTest, EventsOfOneConnectionNeverOverlap)
     ASSERT_TRUE(g_service_events.wait_count(MS_CLIENT_EV_DISCONNECT, 1));
     EXPECT_EQ(overlaps, 0);
     EXPECT_EQ(g_service_events.events().back().event, MS_CLIENT_EV_DISCONNECT);
+    ms_cleanup();
 }
 
 TEST_F(MsEventsTest, BlockedHandlerHoldsUpItsOwnConnectionOnly)
@@ -200,6 +201,7 @@ TEST_F(MsEventsTest, DestroyInsideTheHandlerEndsTheConnectionBehindThePackage)
     ASSERT_TRUE(g_service_events.wait_count(MS_CLIENT_EV_DISCONNECT, 1));
     EXPECT_EQ(kinds_of(g_service_events.events()), (std::vector{0, 1, 2}));
     EXPECT_EQ(g_service_events.events().back().udata, nullptr);
+    ms_cleanup();
 }
 
 TEST_F(MsEventsTest, ReplySentBeforeDestroyStillArrives)
@@ -219,6 +221,7 @@ TEST_F(MsEventsTest, ReplySentBeforeDestroyStillArrives)
         EXPECT_EQ(peer.receive(reply.size()), reply);
         EXPECT_TRUE(peer.sees_end());
     }
+    ms_cleanup(); // the handler's reply lives here
 }
 
 TEST_F(MsEventsTest, TimeoutReportsTheDisconnectWithTheUserData)
@@ -286,6 +289,7 @@ TEST_F(MsEventsTest, HandlerCannotEndTheService)
     EXPECT_EQ(result, 0);
     EXPECT_NE(ms_listen_port(), 0);
     g_service_events.reset();
+    ms_cleanup();
 }
 
 TEST_F(MsEventsTest, SecondStartupChangesNothing)

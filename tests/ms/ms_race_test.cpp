@@ -87,6 +87,7 @@ TEST_F(MsRaceTest, LinksMayBeUsedAndEndedByAnyoneAtAnyTime)
     EXPECT_TRUE(
         eventually([] { return g_service_events.count(MS_CLIENT_EV_DISCONNECT) == g_service_events.count(MS_CLIENT_EV_CONNECT); }));
     EXPECT_EQ(statistics().bytes_queued, 0u);
+    ms_cleanup();
 }
 
 TEST_F(MsRaceTest, OneOfManyDestroyersWins)
