@@ -3,19 +3,20 @@
 #include "client/incoming.h"
 
 #include <map>
+#include <mutex>
 #include <new>
 
 namespace {
-// Which connections may be found by events. Guarded by its own mutex, inside which no other lock is taken.
+// Which connections may be found by events. Guarded by its own mutex, inside which no other lock is taken; one that
+// needs no making, as there is nobody to tell when that fails.
 struct connection_directory {
-    LMutex mutex{};
+    std::mutex mutex;
     uintptr_t last_number = 0;
     std::map<uintptr_t, std::weak_ptr<connection>> by_number;
-    connection_directory() { os_mutex_init(&mutex, 0); }
 };
 
-struct directory_guard : os_lock_guard {
-    explicit directory_guard(connection_directory &of) : os_lock_guard(&of.mutex) {}
+struct directory_guard : std::lock_guard<std::mutex> {
+    explicit directory_guard(connection_directory &of) : std::lock_guard<std::mutex>(of.mutex) {}
 };
 } // namespace
 
@@ -149,13 +150,13 @@ static void on_service_event(MsLink *link, int event, MpPackage *package)
 
 connection::connection()
 {
-    os_mutex_init(&mutex, 0);
-    os_cond_init(&changed);
+    usable = os_mutex_init(&mutex, 0) && os_cond_init(&changed);
 }
 
 connection::~connection()
 {
-    connection_close(*this);
+    if (usable)
+        connection_close(*this);
     os_cond_destroy(&changed);
     os_mutex_destroy(&mutex);
 }

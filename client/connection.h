@@ -28,6 +28,7 @@ struct connection {
 
     LMutex mutex{};
     LCond changed{}; // signalled when anything below changes
+    bool usable = false; // both could be made
 
     // All guarded by `mutex`.
     MsLink *link = nullptr;

@@ -19,7 +19,8 @@ template <class State, class F> vodclient_result guarded(const std::shared_ptr<S
 template <class State> std::shared_ptr<State> make_state() noexcept
 {
     try {
-        return std::make_shared<State>();
+        auto state = std::make_shared<State>();
+        return state->usable ? state : nullptr;
     } catch (const std::bad_alloc &) {
         return nullptr;
     }

@@ -7,10 +7,11 @@
 struct login_state {
     connection link;
     LMutex commands{}; // held by the one command that waits for its reply
+    bool usable = false;
     bool is_open = false; // written by open, before everything else
     uint32_t last_session_id = 0; // guarded by `commands`
 
-    login_state() { os_mutex_init(&commands, 0); }
+    login_state() : usable(os_mutex_init(&commands, 0) && link.usable) {}
     ~login_state() { os_mutex_destroy(&commands); }
 };
 

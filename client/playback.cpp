@@ -25,6 +25,7 @@ static_assert(sizeof(HardplayFileInfo) == 40 && offsetof(HardplayFileInfo, end) 
 struct playback_state {
     connection link;
     LMutex commands{}; // held by the one command that waits for its reply
+    bool usable = false;
 
     // Guarded by link.mutex.
     bool is_open = false, is_started = false;
@@ -34,7 +35,7 @@ struct playback_state {
     stream_package current;      // what the last event points into; belongs to the consumer
     bool current_is_windowed = false;
 
-    playback_state() { os_mutex_init(&commands, 0); }
+    playback_state() : usable(os_mutex_init(&commands, 0) && link.usable) {}
     ~playback_state() { os_mutex_destroy(&commands); }
 };
 

@@ -68,13 +68,13 @@ class WindowTest : public testing::Test {
         return sent >= count;
     }
 
-    fake_service service;
-    vodclient_playback playback;
     uint32_t to_send = 0, taken = 0;
     std::atomic<uint32_t> sent{0};
     // Touched by the connection's events alone.
     uint32_t client_buf = 0;
     bool started = false, ended = false;
+    fake_service service; // its events use all of the above
+    vodclient_playback playback;
 };
 
 TEST_F(WindowTest, AllPackagesArriveInOrderAndTheEndComesLast)

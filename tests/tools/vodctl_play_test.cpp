@@ -55,10 +55,10 @@ class VodctlPlayTest : public testing::Test {
     process_result run(const std::vector<std::string> &arguments) const { return run_vodctl(with_server(arguments)); }
 
     static constexpr uint32_t FRAMES = 30;
-    fake_service service;
     byte_list file;
     std::atomic<bool> is_playing{false};
     uint32_t seek_to = 10;
+    fake_service service; // its events use all of the above
 };
 
 TEST_F(VodctlPlayTest, TheSavedRecordingEqualsTheServedFile)
