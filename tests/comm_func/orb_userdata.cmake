@@ -1,0 +1,1 @@
+vod_add_test(orb_userdata_test SOURCES orb_userdata_test.cpp orb_userdata_read_test.cpp orb_userdata_insert_test.cpp LIBS orb_userdata)
