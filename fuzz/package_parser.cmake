@@ -1,0 +1,1 @@
+vod_add_fuzzer(package_parser LIBS ms)
