@@ -63,7 +63,8 @@ uint64_t vod_orbplayer_get_file_total_size(VODPlayer *player)
 
 unsigned int time_range_begin(const VODOrbPlayer *player)
 {
-    auto first = static_cast<const VodPlayFileInfo *>(adt_dlist_data(adt_dlist_head(player->play_by_time.list_vod_files)));
+    DListNode *head = adt_dlist_head(player->play_by_time.list_vod_files);
+    auto first = static_cast<const VodPlayFileInfo *>(adt_dlist_data(head));
     return first == nullptr ? 0 : static_cast<unsigned int>(commtime_to_time_t_ex(&first->start, first->isdst));
 }
 

@@ -55,8 +55,9 @@ int vod_orbplayer_set_play_pos(VODPlayer *player, int pos)
     LOG(LOG_REFUSE, "[VODPLAY LOG](orbplayer_id=%d)set play pos: %d", orb_player->player_id, pos);
 
     int percent = std::clamp(pos, 0, 100);
+    uint64_t total = shared_load(orb_player->file_info.file_total_size);
     if (!player_is_by_time(orb_player))
-        request_byte(orb_player, shared_load(orb_player->file_info.file_total_size) * static_cast<uint64_t>(percent) / 100);
+        request_byte(orb_player, total * static_cast<uint64_t>(percent) / 100);
     else if (use)
         request_percent(orb_player, percent);
     use.wake();

@@ -1,5 +1,6 @@
 #include "tests/vod_player_orb/orb_fixture.h"
 
+#include <chrono>
 #include <thread>
 
 class OrbCloseTest : public OrbPlayerTest {};
@@ -72,6 +73,29 @@ TEST_F(OrbCloseTest, CloseWaitsForTheCallbackUnderWay)
     ASSERT_TRUE(eventually([&] { return shared_load(orb()->file_info.thread_is_active) == 0; }));
     may_leave = true;
     closer.join();
+}
+
+TEST_F(OrbCloseTest, LockLivesUntilTheLastSetterHasLeft)
+{
+    open_to_header();
+    std::atomic<bool> is_closed = false;
+    std::thread closer;
+    {
+        player_use use(orb()); // as a setter that is about to take the lock
+        ASSERT_TRUE(use);
+        closer = std::thread([&] {
+            EXPECT_EQ(vod_orbplayer_close(player), 1);
+            is_closed = true;
+        });
+        ASSERT_TRUE(eventually([&] { return shared_load(orb()->file_info.mutex_is_active) == 0; }));
+        EXPECT_FALSE(player_use(orb())); // nobody comes in any more
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(is_closed);
+        player_guard held(orb());
+        EXPECT_NE(orb()->file_info.mutex_id.impl, nullptr);
+    }
+    closer.join();
+    EXPECT_EQ(orb()->file_info.mutex_id.impl, nullptr);
 }
 
 TEST_F(OrbCloseTest, ClosedPlayerOpensAgainWithoutOldRequests)

@@ -57,7 +57,9 @@ struct scan_row {
 
 TEST_F(OrbAbstimeTest, At100FramesTheSearchGivesUp)
 {
-    const scan_row rows[] = {{0, 0, 0}, {-5, 0, 0}, {1, 0, 1}, {99, 0, 99}, {100, 0, 100}, {5000, 0, 100}, {3, -1, 100}};
+    const scan_row rows[] = {
+        {0, 0, 0}, {-5, 0, 0}, {1, 0, 1}, {99, 0, 99}, {100, 0, 100}, {5000, 0, 100}, {3, -1, 100},
+    };
     for (const scan_row &row : rows) {
         fake.reset();
         fake.script([&](fake_avfilter_script &script) {

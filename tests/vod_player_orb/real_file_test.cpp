@@ -240,6 +240,9 @@ static int64_t resident_bytes()
 
 TEST_F(OrbRealFileTest, PlayerTakesLessThan5Megabytes)
 {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread checker's own memory is many times the program's";
+#endif
     recording_plan plan;
     plan.frames = 1500;
     made_recording made = make(plan);
@@ -247,7 +250,8 @@ TEST_F(OrbRealFileTest, PlayerTakesLessThan5Megabytes)
     int64_t before = resident_bytes();
     for (int i = 0; i < 50; i++) {
         players.push_back(create_player());
-        ASSERT_EQ(vod_orbplayer_open_file(players.back(), made.path.c_str(), data_receiver::callback, receiver.usr()), 1);
+        ASSERT_EQ(
+            vod_orbplayer_open_file(players.back(), made.path.c_str(), data_receiver::callback, receiver.usr()), 1);
     }
     ASSERT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_FILEHEAD, 50));
     for (VODPlayer *playing : players)
