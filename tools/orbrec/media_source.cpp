@@ -9,6 +9,7 @@ extern "C" {
 #include <cmath>
 
 static constexpr int FRAME_RATE_UNKNOWN = 25;
+static constexpr AVRational s_microseconds = {1, AV_TIME_BASE};
 // Seeking goes from key frame to key frame: with fewer of them it is of no use.
 static constexpr int64_t KEY_DISTANCE_MS_MAX = 10'000;
 
@@ -57,7 +58,7 @@ bool media_source_open(const std::string &name, bool want_audio, media_source *s
         return false;
     }
     if (source->video->start_time != AV_NOPTS_VALUE)
-        source->origin_us = av_rescale_q(source->video->start_time, source->video->time_base, AV_TIME_BASE_Q);
+        source->origin_us = av_rescale_q(source->video->start_time, source->video->time_base, s_microseconds);
     if (source->input->duration > 0)
         source->duration_ms = source->input->duration / 1000;
     for (unsigned i = 0; i < source->input->nb_streams; i++) {
@@ -71,7 +72,7 @@ int64_t media_source_ms(const media_source &source, const AVStream *stream, int6
 {
     if (stamp == AV_NOPTS_VALUE)
         return stamp;
-    return (av_rescale_q(stamp, stream->time_base, AV_TIME_BASE_Q) - source.origin_us) / 1000;
+    return (av_rescale_q(stamp, stream->time_base, s_microseconds) - source.origin_us) / 1000;
 }
 
 int media_source_frame_rate(const media_source &source)
