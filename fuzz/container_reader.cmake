@@ -1,0 +1,1 @@
+vod_add_fuzzer(container_reader LIBS avfiltersdk vodos)

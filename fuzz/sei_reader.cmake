@@ -1,0 +1,1 @@
+vod_add_fuzzer(sei_reader LIBS orb_userdata)
