@@ -50,8 +50,8 @@ ORB_API void os_clock_install(const struct os_clock *clock);
 
 /*
  * Calendar conversions with one behaviour on every host. os_mktime reads local time, normalises `parts` and answers -1
- * for instants before 1970 and after the year 3000. os_localtime and os_gmtime fail, leaving `parts` as it is, for
- * negative instants.
+ * for instants before 1970 and after the year 3000. os_localtime and os_gmtime fail, leaving `parts` as it is, for the
+ * same instants.
  */
 ORB_API int64_t os_mktime(struct tm *parts);
 ORB_API int os_localtime(int64_t seconds, struct tm *parts);
@@ -291,7 +291,7 @@ struct os_log_settings {
     const char *file;     /* rotating file, NULL for none */
     uint64_t file_bytes;  /* size at which it rotates; 0: 10 MiB */
     int file_count;       /* rotated files kept; 0: 5 */
-    int to_journal;       /* the host's journal, where there is one */
+    int to_journal;       /* standard error leads to the host's journal: write priorities instead of dates there */
     uint32_t burst;       /* lines a second that one place may write before it is cut down; 0: 50 */
 };
 ORB_API int os_log_open(const struct os_log_settings *settings);
@@ -311,7 +311,7 @@ ORB_API void os_exit_install(void (*exit_func)(int status));
 
 /*
  * Every fallible call of the platform libraries asks os_fault_point first. Disarmed (the normal state) that is one load.
- * os_fault_arm(n) makes the n-th call from now fail (1 the next); os_fault_calls tells how many were asked since.
+ * os_fault_arm(n) makes the n-th call from now fail (1 the next, 0 none); os_fault_calls tells how many were asked since.
  */
 ORB_API int os_fault_point(const char *name);
 ORB_API void os_fault_arm(uint32_t n);

@@ -11,7 +11,7 @@ static constexpr size_t CHARSET_BYTES = 32;
 
 // One open conversion. Names that iconv takes options in ("//IGNORE") are refused: they would lose characters.
 class converter {
-  public:
+public:
     converter() = default;
     ~converter() { close(); }
     converter(const converter &) = delete;
@@ -43,7 +43,7 @@ class converter {
         return is_done && to - out <= INT_MAX ? static_cast<int>(to - out) : -1;
     }
 
-  private:
+private:
     bool is_open() const { return handle_ != iconv_t(-1); }
 
     void close()

@@ -5,7 +5,7 @@
 
 // Keeps a descriptor for the life of this object.
 class fd_owner {
-  public:
+public:
     explicit fd_owner(int fd) : fd_(fd) {}
     ~fd_owner()
     {
@@ -16,6 +16,6 @@ class fd_owner {
     fd_owner &operator=(const fd_owner &) = delete;
     int get() const { return fd_; }
 
-  private:
+private:
     int fd_;
 };

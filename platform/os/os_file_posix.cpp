@@ -135,7 +135,8 @@ int64_t os_file_pread(os_file *file, void *buffer, size_t size, uint64_t offset)
         return -1;
     size_t done = 0;
     while (done < size) {
-        ssize_t got = pread(file->fd, static_cast<char *>(buffer) + done, size - done, static_cast<off_t>(offset + done));
+        ssize_t got =
+            pread(file->fd, static_cast<char *>(buffer) + done, size - done, static_cast<off_t>(offset + done));
         if (got == 0)
             break;
         if (got < 0 && errno != EINTR)

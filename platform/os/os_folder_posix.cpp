@@ -13,18 +13,23 @@
 #include <sys/statvfs.h>
 #include <vector>
 
+// O_PATH looks at a client's file without opening it.
+static bool stat_allowed(const os_allowed_path &allowed, struct stat *info)
+{
+    if (allowed.root.empty())
+        return stat(allowed.path.c_str(), info) == 0;
+    fd_owner found(os_open_allowed(allowed, O_PATH | O_CLOEXEC, 0));
+    return found.get() >= 0 && fstat(found.get(), info) == 0;
+}
+
 static int file_stat(const char *path, int flags, struct os_file_info *info)
 {
     std::string host;
     os_allowed_path allowed;
     if (!os_path_begin("os_file_stat", path, &host))
         return 0;
-    if (!os_path_allow(host, (flags & OS_FILE_CLIENT) != 0, false, &allowed))
-        return os_file_fail_errno(errno);
-    // O_PATH looks at the file without opening it.
-    fd_owner found(os_open_allowed(allowed, O_PATH | O_CLOEXEC, 0));
     struct stat host_info;
-    if (found.get() < 0 || fstat(found.get(), &host_info) != 0)
+    if (!os_path_allow(host, (flags & OS_FILE_CLIENT) != 0, false, &allowed) || !stat_allowed(allowed, &host_info))
         return os_file_fail_errno(errno);
     *info = {static_cast<uint64_t>(host_info.st_size), static_cast<int64_t>(host_info.st_mtime),
              S_ISREG(host_info.st_mode) ? 1 : 0, S_ISDIR(host_info.st_mode) ? 1 : 0};
@@ -111,8 +116,7 @@ static bool names_read(const std::string &host, std::vector<std::string> *names)
     while (const dirent *entry = readdir(folder.get())) {
         std::string_view name = entry->d_name;
         char text[OS_PATH_BYTES_MAX];
-        if (name != "." && name != ".." && os_path_from_host(entry->d_name, text, sizeof text) &&
-            os_path_is_part(text))
+        if (name != "." && name != ".." && os_path_from_host(entry->d_name, text, sizeof text) && os_path_is_part(text))
             names->push_back(text);
         errno = 0;
     }

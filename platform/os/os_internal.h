@@ -12,7 +12,8 @@ bool os_clock_is_installed();
 // The wall clock in milliseconds, for log lines.
 int64_t os_wall_ms();
 
-// Keeps why the last file call of this thread failed; each yields 0, so that a failing call ends with `return os_fail(...)`.
+// Keeps why the last file call of this thread failed; each yields 0, so that a failing call ends with `return
+// os_fail(...)`.
 int os_file_fail(const char *reason);
 int os_file_fail_errno(int error);
 

@@ -25,8 +25,8 @@ static const char *text_or(const char *text, const char *other)
 [[noreturn]] static void stop_at(const held_lock &held, const os_lock_rank &rank, const os_lock_place &place)
 {
     std::fprintf(stderr, "lock order: %s (rank %d) taken at %s:%d while %s (rank %d) is held since %s:%d\n",
-                 text_or(rank.name, "?"), rank.rank, text_or(place.file, "?"), place.line,
-                 text_or(held.rank.name, "?"), held.rank.rank, text_or(held.place.file, "?"), held.place.line);
+                 text_or(rank.name, "?"), rank.rank, text_or(place.file, "?"), place.line, text_or(held.rank.name, "?"),
+                 held.rank.rank, text_or(held.place.file, "?"), held.place.line);
     std::fflush(stderr);
     std::abort();
 }

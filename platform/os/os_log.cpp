@@ -95,15 +95,19 @@ static std::string_view without_folders(std::string_view unit)
 
 static void write_out(int level, std::string_view unit, int line, std::string_view text)
 {
-    std::string head = "[" + std::to_string(level) + "] ";
+    std::string written("[");
+    written.append(std::to_string(level)).append("] ");
     if (!unit.empty())
-        head += escape(without_folders(unit)) + ":" + std::to_string(line) + " ";
-    os_log_output_write(level, date_text(os_wall_ms()), head + escape(text));
+        written.append(escape(without_folders(unit))).append(":").append(std::to_string(line)).append(" ");
+    written.append(escape(text));
+    os_log_output_write(level, date_text(os_wall_ms()), written);
 }
 
 static void report_left_out(int level, std::string_view unit, int line, uint32_t left_out)
 {
-    write_out(level, unit, line, "... " + std::to_string(left_out) + " lines like this left out");
+    std::string text("... ");
+    text.append(std::to_string(left_out)).append(" lines like this left out");
+    write_out(level, unit, line, text);
 }
 
 static void report_lost_line()
@@ -178,7 +182,7 @@ void os_exit(int status)
 }
 
 // Guarded by log_mutex(), which the buffered log holds from its lock to its unlock.
-static std::string s_buffer;
+static auto &s_buffer = *new std::string;
 
 void log_buf_lock(void)
 {

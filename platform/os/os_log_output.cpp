@@ -93,16 +93,20 @@ bool os_log_output_open(const os_log_settings &settings)
     }
 }
 
+static void write_line(spdlog::logger &logger, int level, const std::string &text)
+{
+    logger.log(severity(level), spdlog::string_view_t(text.data(), text.size()));
+}
+
 void os_log_output_write(int level, std::string_view date, std::string_view line)
 {
-    std::string text(date);
-    text.append(" ").append(line);
-    outputs().dated->log(severity(level), spdlog::string_view_t(text.data(), text.size()));
+    std::string dated(date);
+    write_line(*outputs().dated, level, dated.append(" ").append(line));
     if (outputs().journal == nullptr)
         return;
-    text = "<" + std::to_string(journal_priority(level)) + ">";
-    text.append(line);
-    outputs().journal->log(severity(level), spdlog::string_view_t(text.data(), text.size()));
+    std::string entry("<");
+    entry.append(std::to_string(journal_priority(level))).append(">").append(line);
+    write_line(*outputs().journal, level, entry);
 }
 
 void os_log_output_flush()

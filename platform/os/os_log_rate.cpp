@@ -15,8 +15,8 @@ struct place_count {
     int level;
 };
 
-// Guarded by the log's lock.
-static std::map<std::pair<std::string, int>, place_count, std::less<>> s_places;
+// Guarded by the log's lock. Never destroyed: threads that outlive main still log.
+static auto &s_places = *new std::map<std::pair<std::string, int>, place_count>;
 static uint32_t s_burst = BURST_DEFAULT;
 // No place has left out lines that end before this.
 static uint64_t s_next_report_ms = UINT64_MAX;
@@ -32,7 +32,8 @@ bool os_log_rate_pass(int level, std::string_view unit, int line, uint64_t now_m
 {
     if (s_places.size() >= PLACES_MAX)
         s_places.clear();
-    place_count &place = s_places.try_emplace({std::string(unit), line}, place_count{now_ms, 0, 0, level}).first->second;
+    place_count &place =
+        s_places.try_emplace({std::string(unit), line}, place_count{now_ms, 0, 0, level}).first->second;
     if (now_ms - place.start_ms >= PERIOD_MS)
         place = {now_ms, 0, 0, level};
     if (place.lines < s_burst) {

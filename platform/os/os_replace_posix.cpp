@@ -12,7 +12,11 @@
 static std::string temporary_name()
 {
     static std::atomic<uint32_t> s_number;
-    return ".replace-" + std::to_string(getpid()) + "-" + std::to_string(s_number.fetch_add(1)) + ".tmp";
+    std::string name(".replace-");
+    return name.append(std::to_string(getpid()))
+        .append("-")
+        .append(std::to_string(s_number.fetch_add(1)))
+        .append(".tmp");
 }
 
 static bool write_and_sync(int fd, const void *bytes, size_t size)

@@ -19,11 +19,13 @@
 using folder_list = std::vector<std::string>;
 
 static std::mutex s_folders_mutex;
-// Guarded by s_folders_mutex; the lists themselves never change.
-static std::shared_ptr<const folder_list> s_roots = std::make_shared<folder_list>();
-static std::shared_ptr<const folder_list> s_protected = std::make_shared<folder_list>();
+using folders_ptr = std::shared_ptr<const folder_list>;
+// Guarded by s_folders_mutex; the lists themselves never change. Never destroyed: threads that outlive main still open
+// files.
+static auto &s_roots = *new folders_ptr(std::make_shared<folder_list>());
+static auto &s_protected = *new folders_ptr(std::make_shared<folder_list>());
 
-static std::shared_ptr<const folder_list> folders_now(const std::shared_ptr<const folder_list> &folders)
+static folders_ptr folders_now(const folders_ptr &folders)
 {
     std::lock_guard held(s_folders_mutex);
     return folders;
@@ -113,7 +115,9 @@ static bool canonical_target(const std::string &host, bool is_made, std::string 
     os_path_parts parts = os_path_split(host);
     if (parts.name.empty() || parts.name == "." || parts.name == ".." || !canonical(parts.folder, result))
         return false;
-    *result += (*result == "/" ? "" : "/") + parts.name;
+    if (*result != "/")
+        *result += '/';
+    *result += parts.name;
     return true;
 }
 
@@ -124,7 +128,8 @@ static int open_and_look(const std::string &path, const std::string &root, int f
     if (fd < 0)
         return -1;
     char opened[OS_PATH_BYTES_MAX];
-    std::string link = "/proc/self/fd/" + std::to_string(fd);
+    std::string link("/proc/self/fd/");
+    link += std::to_string(fd);
     ssize_t length = readlink(link.c_str(), opened, sizeof opened);
     if (length > 0 && static_cast<size_t>(length) < sizeof opened &&
         is_below(std::string(opened, static_cast<size_t>(length)), root))

@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 class Json : public testing::Test {
-  protected:
+protected:
     json_ref file(const std::string &text) const
     {
         folder_.write("a.json", text);
@@ -40,8 +40,16 @@ TEST_F(Json, SystemPathsUseBackslashes)
 TEST_F(Json, WhatIsNoJsonGivesNothing)
 {
     const std::string texts[] = {
-        "", " ", "{", "{\"a\": }", "nonsense", "{\"a\": 1", std::string("{}\0{", 4), std::string("\0", 1),
-        "\xFF\xFE{", std::string(100, '['),
+        "",
+        " ",
+        "{",
+        "{\"a\": }",
+        "nonsense",
+        "{\"a\": 1",
+        std::string("{}\0{", 4),
+        std::string("\0", 1),
+        "\xFF\xFE{",
+        std::string(100, '['),
     };
     for (const std::string &one : texts)
         EXPECT_EQ(file(one), nullptr) << one;

@@ -11,7 +11,7 @@
 static constexpr char SHANGHAI[] = "CST-8", BERLIN[] = "CET-1CEST,M3.5.0,M10.5.0/3";
 
 class OsCalendar : public testing::Test {
-  protected:
+protected:
     OsCalendar() { zone_set(SHANGHAI); }
     ~OsCalendar() override { zone_set(SHANGHAI); }
 

@@ -29,9 +29,10 @@ static std::string converted(const char *from, const char *to, const std::string
 TEST(OsCode, ConvertsBothWays)
 {
     EXPECT_EQ(converted("utf-8", "GB18030", "通道1"), "\xCD\xA8\xB5\xC0"
-                                                       "1");
-    EXPECT_EQ(converted("GB18030", "utf-8", "\xCD\xA8\xB5\xC0"
-                                            "1"),
+                                                      "1");
+    EXPECT_EQ(converted("GB18030", "utf-8",
+                        "\xCD\xA8\xB5\xC0"
+                        "1"),
               "通道1");
     EXPECT_EQ(converted("utf-8", "GB2312", "录像"), "\xC2\xBC\xCF\xF1");
     EXPECT_EQ(converted("UTF-8", "gb18030", "a\\b"), "a\\b");
@@ -84,18 +85,20 @@ TEST(OsCode, BrokenTextIsRefusedWithoutPartialOutput)
         std::string in;
     };
     const row rows[] = {
-        {"utf-8", "GB18030", "ab\xE9\x80"},             // ends inside a character
-        {"utf-8", "GB18030", "ab\xC3"},                 //
-        {"utf-8", "GB18030", "ab\xFF" "cd"},            // never a byte of UTF-8
-        {"utf-8", "GB18030", "ab\x80"},                 // a byte that only continues
-        {"utf-8", "GB18030", "ab\xC0\xAF"},             // '/' written too long
-        {"utf-8", "GB18030", "ab\xED\xA0\x80"},         // half of a surrogate pair
-        {"utf-8", "GB18030", "ab\xF4\x90\x80\x80"},     // behind the last character
-        {"GB18030", "utf-8", "ab\xCD"},                 //
-        {"GB18030", "utf-8", "ab\x81\x30\x8B"},         //
-        {"GB18030", "utf-8", "ab\xFF\xFF"},             //
-        {"GB18030", "utf-8", "ab\x81\x30\x20\x30"},     //
-        {"utf-8", "GB2312", "ab😀"},                    // not in the smaller set
+        {"utf-8", "GB18030", "ab\xE9\x80"}, // ends inside a character
+        {"utf-8", "GB18030", "ab\xC3"},     //
+        {"utf-8", "GB18030",
+         "ab\xFF"
+         "cd"},                                     // never a byte of UTF-8
+        {"utf-8", "GB18030", "ab\x80"},             // a byte that only continues
+        {"utf-8", "GB18030", "ab\xC0\xAF"},         // '/' written too long
+        {"utf-8", "GB18030", "ab\xED\xA0\x80"},     // half of a surrogate pair
+        {"utf-8", "GB18030", "ab\xF4\x90\x80\x80"}, // behind the last character
+        {"GB18030", "utf-8", "ab\xCD"},             //
+        {"GB18030", "utf-8", "ab\x81\x30\x8B"},     //
+        {"GB18030", "utf-8", "ab\xFF\xFF"},         //
+        {"GB18030", "utf-8", "ab\x81\x30\x20\x30"}, //
+        {"utf-8", "GB2312", "ab😀"},                 // not in the smaller set
     };
     for (const row &one : rows) {
         std::string out;
@@ -109,7 +112,7 @@ TEST(OsCode, FailureDoesNotSpoilTheNextCall)
     std::string out;
     EXPECT_EQ(convert("utf-8", "GB18030", "ab\xE9\x80", &out, 64), REFUSED);
     EXPECT_EQ(converted("utf-8", "GB18030", "通道1"), "\xCD\xA8\xB5\xC0"
-                                                       "1");
+                                                      "1");
 }
 
 TEST(OsCode, UnknownSetsAndMissingArgumentsAreRefused)

@@ -17,7 +17,7 @@
 using testing::HasSubstr;
 
 class OsFile : public testing::Test {
-  protected:
+protected:
     std::string file(const std::string &name) const { return folder_.file(name); }
     std::string text(const std::string &name) const
     {
@@ -199,7 +199,8 @@ TEST_F(OsFile, NoDescriptorsAreLeftBehind)
     os_file_replace(file("b").c_str(), 0, "x", 1);
     os_file_replace(file("fifo").c_str(), 0, "x", 1);
     os_disk_space(file("a").c_str(), &bytes, &bytes);
-    os_directory_list(folder_.path().c_str(), [](void *, const char *) { return 1; }, nullptr);
+    os_directory_list(
+        folder_.path().c_str(), [](void *, const char *) { return 1; }, nullptr);
     EXPECT_EQ(count(), before);
 }
 

@@ -12,7 +12,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 class OsFolder : public testing::Test {
-  protected:
+protected:
     ~OsFolder() override { os_fs_charset_set("GB18030"); }
     std::string file(const std::string &name) const { return folder_.file(name); }
 

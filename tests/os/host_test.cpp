@@ -149,7 +149,8 @@ static int s_exit_status = -1;
 TEST(OsGuard, NewOrExitEndsTheProcessWithoutMemory)
 {
     log_capture log;
-    std::unique_ptr<sample_record, decltype(&std::free)> record(new_or_exit<sample_record>("record == NULL"), std::free);
+    std::unique_ptr<sample_record, decltype(&std::free)> record(new_or_exit<sample_record>("record == NULL"),
+                                                                std::free);
     EXPECT_EQ(record->a, 0);
     EXPECT_EQ(s_exit_status, -1);
     os_exit_install([](int status) { s_exit_status = status; });
@@ -159,4 +160,13 @@ TEST(OsGuard, NewOrExitEndsTheProcessWithoutMemory)
     os_exit_install(nullptr);
     EXPECT_EQ(s_exit_status, 1);
     EXPECT_EQ(log.count("record == NULL", LOG_FATAL), 1u);
+}
+
+TEST(OsFault, ArmedWithNothingOnlyCounts)
+{
+    os_fault_arm(0);
+    EXPECT_EQ(os_fault_point("a"), 0);
+    EXPECT_EQ(os_fault_point("b"), 0);
+    EXPECT_EQ(os_fault_calls(), 2u);
+    os_fault_disarm();
 }

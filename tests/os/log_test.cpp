@@ -24,7 +24,7 @@ using testing::MatchesRegex;
 static const os_log_settings s_start_settings = {LOG_REFUSE, 1, nullptr, 0, 0, 0, 0};
 
 class OsLog : public testing::Test {
-  protected:
+protected:
     ~OsLog() override { os_log_open(&s_start_settings); }
 
     void open(int level, uint32_t burst = 0, uint64_t file_bytes = 0, int file_count = 0)
@@ -119,9 +119,9 @@ TEST_F(OsLog, PlaceThatRepeatsIsCutDownAndReported)
     log_debug_ex(LOG_REFUSE, "u", 2, "not yet");
     clock.advance(1);
     log_debug_ex(LOG_REFUSE, "u", 1, "next second");
-    EXPECT_THAT(lines(), ElementsAre("[4] u:1 line 0", "[4] u:1 line 1", "[4] u:1 line 2", "[2] u:2 another place",
-                                     "[2] u:2 not yet", "[4] u:1 ... 7 lines like this left out",
-                                     "[2] u:1 next second"));
+    EXPECT_THAT(lines(),
+                ElementsAre("[4] u:1 line 0", "[4] u:1 line 1", "[4] u:1 line 2", "[2] u:2 another place",
+                            "[2] u:2 not yet", "[4] u:1 ... 7 lines like this left out", "[2] u:1 next second"));
 }
 
 TEST_F(OsLog, AnyLineBringsTheReportOnceTheSecondHasPassed)
@@ -133,8 +133,7 @@ TEST_F(OsLog, AnyLineBringsTheReportOnceTheSecondHasPassed)
     clock.advance(5000);
     log_debug_ex(LOG_REFUSE, "v", 9, "c");
     log_debug_ex(LOG_REFUSE, "v", 10, "d");
-    EXPECT_THAT(lines(),
-                ElementsAre("[2] u:1 a", "[2] u:1 ... 1 lines like this left out", "[2] v:9 c", "[2] v:10 d"));
+    EXPECT_THAT(lines(), ElementsAre("[2] u:1 a", "[2] u:1 ... 1 lines like this left out", "[2] v:9 c", "[2] v:10 d"));
 }
 
 TEST_F(OsLog, FlushBringsTheReportAtOnce)

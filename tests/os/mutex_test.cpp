@@ -7,7 +7,7 @@
 #include <thread>
 
 class OsMutex : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         ASSERT_EQ(os_mutex_init(&mutex_, 1), 1);
@@ -202,7 +202,7 @@ TEST_F(OsMutex, SleepUnlockedSleepsWithTheLockReleased)
 
 #if defined(OS_LOCK_RANKS)
 class OsLockOrder : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         GTEST_FLAG_SET(death_test_style, "threadsafe");

@@ -5,7 +5,7 @@
 #include <string>
 
 class OsPath : public testing::Test {
-  protected:
+protected:
     ~OsPath() override { os_fs_charset_set("GB18030"); }
 
     static std::string to_host(const std::string &path)

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 // storage/ and second/ are roots, secret/ lies beside them.
 class OsRoots : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         folder_.write("storage/a.rec", "inside");
@@ -84,7 +84,7 @@ TEST_F(OsRoots, EverythingElseIsRefused)
 {
     const std::string paths[] = {
         folder_.file("secret/s.rec"),
-        folder_.file("storage2/t.rec"),  // the root's name is only its beginning
+        folder_.file("storage2/t.rec"), // the root's name is only its beginning
         storage_ + "/../secret/s.rec",
         storage_ + "\\..\\secret\\s.rec",
         storage_ + "/sub/../../secret/s.rec",
