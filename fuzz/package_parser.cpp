@@ -35,7 +35,8 @@ static void rebuild(const MpPackage &package, const uint8_t *bytes, size_t len)
     static uint8_t buffer[MP_MAX_PACKAGE_LEN];
     MpPackage copy;
     const MpPackHead &head = *package.head;
-    require(mp_build_package(buffer, sizeof buffer, head.code, head.module_des, head.module_src, head.reserved2, &copy));
+    require(
+        mp_build_package(buffer, sizeof buffer, head.code, head.module_des, head.module_src, head.reserved2, &copy));
     copy.head->reserved1 = head.reserved1;
     for (uint32_t i = 0; i < package.size; i++) {
         uint32_t value_len = 0;

@@ -8,6 +8,7 @@
 
 #include <asio/ip/tcp.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <limits>

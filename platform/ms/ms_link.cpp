@@ -18,9 +18,6 @@ static constexpr size_t READ_BYTES = 128 * 1024;
 static constexpr size_t QUIET_READ_BYTES = 16 * 1024;
 // After so much from one connection its thread looks at the others.
 static constexpr size_t READ_TURN_BYTES = 2 * 1024 * 1024;
-// While the socket takes nothing, no more packages are queued behind this many bytes: the sender learns early.
-static constexpr size_t QUEUE_FULL_MARK = 16 * 1024;
-
 static_assert(READ_BUFFER_BYTES >= READ_BYTES + MP_MAX_PACKAGE_LEN);
 
 struct ms_connection::read_buffer {
@@ -35,9 +32,9 @@ static std::string endpoint_name(const asio::ip::tcp::endpoint &peer)
     return (is_v6 ? "[" + address + "]" : address) + ":" + std::to_string(peer.port());
 }
 
-static uint64_t tick_now()
+uint64_t ms_tick_now()
 {
-    return std::max<uint64_t>(os_tick(), 1); // 0 stands for "none"
+    return std::max<uint64_t>(os_tick(), 1);
 }
 
 ms_connection::ms_connection(ms_runtime *runtime, ms_native socket, const asio::ip::tcp::endpoint &peer)
@@ -63,7 +60,7 @@ MsLink *ms_connection::start(ms_event_func handler, void *udata)
 {
     handler_ = handler;
     udata_ = udata;
-    active_tick_ = tick_now();
+    active_tick_ = ms_tick_now();
     link_ = ms_table_add(shared_from_this());
     if (link_ == nullptr)
         return nullptr;
@@ -137,7 +134,7 @@ ms_connection::read_result ms_connection::read_packages(read_buffer *buffer, boo
         ptrdiff_t got = ms_socket_receive(native_, buffer->bytes.get() + buffer->filled, READ_BYTES);
         if (got <= 0)
             return got == 0 ? READ_EMPTY : READ_ENDED;
-        active_tick_ = tick_now();
+        active_tick_ = ms_tick_now();
         buffer->filled += static_cast<size_t>(got);
         turn += static_cast<size_t>(got);
         if (!deliver_packages(buffer, any_package))
@@ -209,7 +206,7 @@ void ms_connection::keep_rest(const read_buffer &buffer, uint64_t begun_tick)
         return;
     }
     rest_.assign(buffer.bytes.get(), buffer.bytes.get() + buffer.filled);
-    package_begun_tick_ = begun_tick != 0 ? begun_tick : tick_now();
+    package_begun_tick_ = begun_tick != 0 ? begun_tick : ms_tick_now();
     if (runtime_->settings.receive_deadline_ms != 0)
         runtime_->want_sweep();
 }
@@ -236,131 +233,6 @@ void ms_connection::finish()
     }
     ms_table_remove(link_);
     runtime_->forget(shared_from_this());
-}
-
-// ---- Sending
-
-uint32_t ms_connection::send(std::span<const uint8_t> package)
-{
-    guard held(this);
-    if (!open_)
-        return ORB_ERROR_TCP_SEND_ERR;
-    uint32_t error = queue_.empty() ? send_directly(held, package) : send_queued_first(held, package);
-    if (error == 0)
-        runtime_->counters.packages_out++;
-    return error;
-}
-
-uint32_t ms_connection::send_queued_first(guard &held, std::span<const uint8_t> package)
-{
-    size_t before = queue_.size();
-    if (!drain(held))
-        return broken(held);
-    if (queue_.empty())
-        return send_directly(held, package);
-    if (!may_queue(held, package.size(), queue_.size() != before))
-        return ORB_ERROR_TRY_AGAIN;
-    return enqueue(held, package) ? 0 : ORB_ERROR_TRY_AGAIN;
-}
-
-uint32_t ms_connection::send_directly(guard &held, std::span<const uint8_t> package)
-{
-    ptrdiff_t sent = ms_socket_send(native_, package.data(), package.size());
-    if (sent < 0)
-        return broken(held);
-    active_tick_ = tick_now();
-    // Once begun a package must go on: its rest is queued whatever is queued already, less than one package.
-    if (static_cast<size_t>(sent) < package.size() && !enqueue(held, package.subspan(static_cast<size_t>(sent))))
-        return sent == 0 ? static_cast<uint32_t>(ORB_ERROR_TRY_AGAIN) : broken(held);
-    return 0;
-}
-
-bool ms_connection::may_queue(const guard &, size_t len, bool moved) const
-{
-    if (queue_.size() + len > runtime_->settings.max_queued_bytes)
-        return false;
-    return moved || queue_.size() <= QUEUE_FULL_MARK;
-}
-
-bool ms_connection::enqueue(const guard &held, std::span<const uint8_t> bytes)
-{
-    if (os_fault_point("ms_enqueue"))
-        return false;
-    if (queue_.empty())
-        queue_moved_tick_ = tick_now();
-    try {
-        queue_.push(bytes);
-    } catch (const std::bad_alloc &) {
-        return LOGGED(false, LOG_SYSTEM, "no memory to queue %zu bytes", bytes.size());
-    }
-    runtime_->counters.bytes_queued += bytes.size();
-    wait_writable(held);
-    if (runtime_->settings.dead_peer_ms != 0)
-        runtime_->want_sweep();
-    return true;
-}
-
-// Writes queued bytes until the socket is full. False when the connection is broken.
-bool ms_connection::drain(const guard &)
-{
-    while (!queue_.empty()) {
-        std::span<const uint8_t> front = queue_.front();
-        ptrdiff_t sent = ms_socket_send(native_, front.data(), front.size());
-        if (sent < 0)
-            return false;
-        if (sent == 0)
-            break;
-        runtime_->counters.bytes_queued -= static_cast<uint64_t>(sent);
-        queue_.pop(static_cast<size_t>(sent));
-        queue_moved_tick_ = tick_now();
-        active_tick_ = queue_moved_tick_;
-    }
-    return true;
-}
-
-void ms_connection::wait_writable(const guard &)
-{
-    if (write_waited_)
-        return;
-    write_waited_ = true;
-    socket_.async_wait(asio::ip::tcp::socket::wait_write,
-                       [self = shared_from_this()](const asio::error_code &) { self->on_writable(); });
-}
-
-void ms_connection::on_writable()
-{
-    guard held(this);
-    write_waited_ = false;
-    if (!open_)
-        return;
-    if (!drain(held))
-        broken(held);
-    else if (!queue_.empty())
-        wait_writable(held);
-}
-
-void ms_connection::wait_sendable(uint32_t ms)
-{
-    using clock = std::chrono::steady_clock;
-    auto deadline = clock::now() + std::chrono::milliseconds(ms);
-    guard held(this);
-    while (open_) {
-        if (!drain(held)) {
-            broken(held);
-            return;
-        }
-        if (queue_.empty() || may_queue(held, MP_MAX_PACKAGE_LEN, false))
-            return;
-        auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now()).count();
-        if (left <= 0)
-            return;
-        pollers_++;
-        held.unlock();
-        ms_socket_wait_writable(native_, static_cast<uint32_t>(left));
-        held.lock();
-        pollers_--;
-    }
-    close_socket_if_unused(held);
 }
 
 // ---- The end

@@ -21,8 +21,11 @@
 
 class ms_runtime;
 
+// The clock's tick, never 0: that stands for "none".
+uint64_t ms_tick_now();
+
 class ms_connection : public std::enable_shared_from_this<ms_connection> {
-  public:
+public:
     // Owns the socket from here on.
     ms_connection(ms_runtime *runtime, ms_native socket, const asio::ip::tcp::endpoint &peer);
     ~ms_connection();
@@ -46,7 +49,7 @@ class ms_connection : public std::enable_shared_from_this<ms_connection> {
     // Ends the connection when a deadline has passed; true while there is one to watch.
     bool check_deadlines(uint64_t now);
 
-  private:
+private:
     struct guard : std::unique_lock<std::mutex> {
         explicit guard(ms_connection *connection) : std::unique_lock<std::mutex>(connection->mutex_) {}
     };
@@ -81,8 +84,8 @@ class ms_connection : public std::enable_shared_from_this<ms_connection> {
     ms_runtime *const runtime_;
     const ms_native native_;
     const std::string peer_name_, address_;
-    MsLink *link_ = nullptr;           // set before the first event
-    ms_event_func handler_ = nullptr;  // likewise
+    MsLink *link_ = nullptr;              // set before the first event
+    ms_event_func handler_ = nullptr;     // likewise
     std::atomic<void *> udata_ = nullptr; // stored under mutex_
 
     // Of the reading side alone.
@@ -100,10 +103,10 @@ class ms_connection : public std::enable_shared_from_this<ms_connection> {
     asio::ip::tcp::socket socket_; // waiting only; reads and writes go through native_
     ms_byte_queue queue_;
     uint64_t queue_moved_tick_ = 0;
-    bool open_ = true;            // may send; false from the first reason to end on
-    bool write_waited_ = false;   // Asio waits for room in the socket
-    bool destroyed_ = false;      // by its owner
+    bool open_ = true;          // may send; false from the first reason to end on
+    bool write_waited_ = false; // Asio waits for room in the socket
+    bool destroyed_ = false;    // by its owner
     bool end_reporting_ = false;
     bool ended_ = false;
-    uint32_t pollers_ = 0;        // threads inside ms_wait_sendable's poll
+    uint32_t pollers_ = 0; // threads inside ms_wait_sendable's poll
 };

@@ -17,8 +17,7 @@ static constexpr int ACCEPT_TURN = 64;
 ms_listener::ms_listener(ms_runtime *runtime)
     : runtime_(runtime), strand_(asio::make_strand(runtime->io)), acceptor_(runtime->io), pause_timer_(runtime->io),
       reserve_(ms_socket_reserve())
-{
-}
+{}
 
 ms_listener::~ms_listener()
 {

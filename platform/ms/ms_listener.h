@@ -13,7 +13,7 @@
 
 // All of its steps run on its strand, but for open, which comes before them.
 class ms_listener : public std::enable_shared_from_this<ms_listener> {
-  public:
+public:
     explicit ms_listener(ms_runtime *runtime);
     ~ms_listener();
     ms_listener(const ms_listener &) = delete;
@@ -27,7 +27,7 @@ class ms_listener : public std::enable_shared_from_this<ms_listener> {
     // Ends soon after; no connection is taken any more once the runtime stops.
     void close();
 
-  private:
+private:
     void wait();
     void on_ready();
     void pause();

@@ -33,7 +33,8 @@ int mp_frame_length(const uint8_t *bytes, size_t len)
 
 int mp_parse_package(uint8_t *bytes, size_t len, MpPackage *package)
 {
-    if (package == nullptr || mp_frame_length(bytes, len) < 0 || static_cast<size_t>(mp_frame_length(bytes, len)) != len)
+    if (package == nullptr || mp_frame_length(bytes, len) < 0 ||
+        static_cast<size_t>(mp_frame_length(bytes, len)) != len)
         return 0;
     if (len < sizeof(MpPackHead))
         return 0;

@@ -7,7 +7,7 @@
 #include <vector>
 
 class ms_byte_queue {
-  public:
+public:
     size_t size() const { return bytes_.size() - begin_; }
     bool empty() const { return size() == 0; }
     std::span<const uint8_t> front() const { return std::span(bytes_).subspan(begin_); }
@@ -38,7 +38,7 @@ class ms_byte_queue {
             bytes_.shrink_to_fit();
     }
 
-  private:
+private:
     static constexpr size_t KEPT_BYTES = 128 * 1024;
     std::vector<uint8_t> bytes_;
     size_t begin_ = 0;

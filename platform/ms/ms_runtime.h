@@ -18,6 +18,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 class ms_connection;
@@ -27,12 +28,11 @@ struct ms_counters {
 };
 
 class ms_runtime {
-  public:
+public:
     ms_runtime();
     // Starts the threads; connections follow `settings` from now on. False when not one thread could be started.
     bool start(const ms_settings &settings);
-    // Closes all connections, waits until their ends have been reported, and joins the threads. `before_join` runs once
-    // no connection is left.
+    // Closes all connections, waits until their ends have been reported, and joins the threads.
     void stop();
 
     // False when a limit is reached or the runtime stops; `why` then says which.
@@ -49,7 +49,7 @@ class ms_runtime {
     // Who takes the packages of a module; unused on the client side.
     std::array<std::atomic<ms_event_func>, 256> handlers{};
 
-  private:
+private:
     static int thread_main(void *arg);
     void sweep();
     std::vector<std::shared_ptr<ms_connection>> connections();

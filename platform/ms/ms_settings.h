@@ -10,12 +10,12 @@ struct ms_settings {
     uint32_t threads = 4;
     uint32_t max_connections = 1024;
     uint32_t max_connections_per_address = 512;
-    uint32_t max_queued_bytes = 1048576;    // per connection
-    uint32_t receive_deadline_ms = 30000;   // for the rest of a package that has begun; 0 none
-    uint32_t idle_ms = 0;                   // without a byte either way; 0 none
-    uint32_t dead_peer_ms = 60000;          // with queued bytes that do not move; 0 none
-    uint32_t send_buffer_bytes = 0;         // of the socket; 0 leaves it to the host
-    std::string device_id;                  // empty: made from the host's name
+    uint32_t max_queued_bytes = 1048576;  // per connection
+    uint32_t receive_deadline_ms = 30000; // for the rest of a package that has begun; 0 none
+    uint32_t idle_ms = 0;                 // without a byte either way; 0 none
+    uint32_t dead_peer_ms = 60000;        // with queued bytes that do not move; 0 none
+    uint32_t send_buffer_bytes = 0;       // of the socket; 0 leaves it to the host
+    std::string device_id;                // empty: made from the host's name
 };
 
 // Missing file, missing key or a value of the wrong type gives the default; a number out of range the nearest allowed.

@@ -9,7 +9,7 @@ using testing::HasSubstr;
 using testing::StartsWith;
 
 class MsClientTest : public MsServiceTest {
-  protected:
+protected:
     static std::string failure(const char *host, uint16_t to_port, uint32_t timeout_ms = 5000)
     {
         EXPECT_EQ(ms_connect(host, to_port, timeout_ms, on_client_event, nullptr), nullptr);
@@ -65,7 +65,8 @@ TEST_F(MsClientTest, ServiceThatDoesNotAnswerEndsTheAttemptInTime)
     }
     io.poll();
     std::string why = failure("127.0.0.1", full_port, 50);
-    EXPECT_THAT(why, StartsWith("cannot connect to 127.0.0.1 port " + std::to_string(full_port) + ": no answer within"));
+    EXPECT_THAT(why,
+                StartsWith("cannot connect to 127.0.0.1 port " + std::to_string(full_port) + ": no answer within"));
     EXPECT_THAT(why, HasSubstr(" ms"));
 }
 

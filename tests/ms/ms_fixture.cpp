@@ -135,11 +135,10 @@ byte_vector make_package(uint8_t code, uint16_t module_des, const byte_vector &d
 {
     byte_vector bytes(MP_MAX_PACKAGE_LEN);
     MpPackage package;
-    bool built =
-        mp_build_package(bytes.data(), MP_MAX_PACKAGE_LEN, code, module_des, CLIENT_MODULE, 0, &package) &&
-        (data.empty() ||
-         mp_add_attr_value(&package, MP_ATTR_DATA, data.data(), static_cast<uint32_t>(data.size())) != nullptr) &&
-        mp_commit_package(&package);
+    bool built = mp_build_package(bytes.data(), MP_MAX_PACKAGE_LEN, code, module_des, CLIENT_MODULE, 0, &package) &&
+                 (data.empty() || mp_add_attr_value(&package, MP_ATTR_DATA, data.data(),
+                                                    static_cast<uint32_t>(data.size())) != nullptr) &&
+                 mp_commit_package(&package);
     EXPECT_TRUE(built);
     bytes.resize(package.used);
     return bytes;

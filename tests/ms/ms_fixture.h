@@ -31,7 +31,7 @@ struct seen_event {
 
 // What one handler has seen, in order. `hook` runs inside the handler, before the event is on record.
 class event_record {
-  public:
+public:
     void add(MsLink *link, int event, MpPackage *package);
     std::vector<seen_event> events() const;
     size_t count(int event) const;
@@ -41,7 +41,7 @@ class event_record {
     bool wait(const std::function<bool()> &condition);
     void reset(std::function<void(MsLink *, int, MpPackage *)> new_hook = {});
 
-  private:
+private:
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<seen_event> events_;
@@ -54,7 +54,7 @@ void on_client_event(MsLink *link, int event, MpPackage *package);
 
 // A peer that is no good citizen: a bare socket.
 class raw_peer {
-  public:
+public:
     explicit raw_peer(uint16_t port, const std::string &local_address = "127.0.0.1");
     // Opened but not connected yet.
     raw_peer();
@@ -68,7 +68,7 @@ class raw_peer {
     void reset_connection();
     uint16_t local_port() const { return socket_.local_endpoint().port(); }
 
-  private:
+private:
     asio::io_context io_;
     asio::ip::tcp::socket socket_{io_};
 };
@@ -76,7 +76,7 @@ class raw_peer {
 byte_vector make_package(uint8_t code, uint16_t module_des, const byte_vector &data = {});
 
 class MsServiceTest : public testing::Test {
-  protected:
+protected:
     void TearDown() override;
     // Starts with these settings, given as the inside of a JSON object; the port is a free one.
     void start(const std::string &settings = "");

@@ -97,7 +97,7 @@ TEST_F(MsLimitsTest, MalformedPackageClosesItsConnectionOnly)
 // The deadlines follow a clock that these tests turn. One sweep looks at all connections, so a connection that stays
 // while another of the same moment goes has been looked at and kept.
 class MsDeadlineTest : public MsServiceTest {
-  protected:
+protected:
     void TearDown() override
     {
         MsServiceTest::TearDown(); // the threads end before the clock does
@@ -207,8 +207,7 @@ TEST_F(MsDeadlineTest, IdleConnectionsAreClosedWhenAskedFor)
     ASSERT_TRUE(wait_end(idle_link));
     EXPECT_EQ(ends(sending_link), 0u);
     EXPECT_EQ(ends(receiving_link), 0u);
-    EXPECT_EQ(
-        log.count("connection of 127.0.0.1:" + std::to_string(idle.local_port()) + " closed: it is idle", 2), 1u);
+    EXPECT_EQ(log.count("connection of 127.0.0.1:" + std::to_string(idle.local_port()) + " closed: it is idle", 2), 1u);
     clock.advance(4000);
     EXPECT_TRUE(wait_end(sending_link));
     EXPECT_TRUE(wait_end(receiving_link));
@@ -242,7 +241,7 @@ TEST_F(MsDeadlineTest, PeerThatTakesNoQueuedBytesIsDead)
 // ---- Descriptors
 
 class descriptor_limit {
-  public:
+public:
     // No descriptor can be opened while it lives.
     descriptor_limit()
     {
@@ -257,7 +256,7 @@ class descriptor_limit {
     descriptor_limit(const descriptor_limit &) = delete;
     descriptor_limit &operator=(const descriptor_limit &) = delete;
 
-  private:
+private:
     rlimit before_;
 };
 

@@ -49,7 +49,8 @@ static void add_cuts(std::vector<malformed_row> *rows)
 {
     bytes_t whole = package_with({64, 8, 24});
     for (size_t len = 0; len < whole.size(); len++)
-        rows->push_back({"cut to " + std::to_string(len), bytes_t(whole.begin(), whole.begin() + static_cast<long>(len))});
+        rows->push_back(
+            {"cut to " + std::to_string(len), bytes_t(whole.begin(), whole.begin() + static_cast<long>(len))});
     // Cut inside an attribute with the head telling so.
     for (size_t len = 13; len < whole.size(); len++) {
         bytes_t cut(whole.begin(), whole.begin() + static_cast<long>(len));
@@ -76,7 +77,7 @@ static void add_lies(std::vector<malformed_row> *rows)
     }
     rows->push_back({"21 attributes", package_with(std::vector<uint16_t>(21, 4))});
     rows->push_back({"300 attributes", package_with(std::vector<uint16_t>(300, 4))});
-    for (size_t extra : {1, 2, 3, 4, 11}) {
+    for (size_t extra : std::initializer_list<size_t>{1, 2, 3, 4, 11}) {
         bytes_t bytes = package_with({8});
         bytes.resize(bytes.size() + extra);
         rows->push_back({"bytes behind the package", bytes});
@@ -218,7 +219,7 @@ TEST(MpAttrTest, SessionIdNeedsItsTypeAndFourBytes)
 // ---- Builders
 
 class MpBuildTest : public testing::Test {
-  protected:
+protected:
     // What is built must parse to the same attributes.
     MpPackage parsed()
     {
@@ -277,8 +278,8 @@ TEST_F(MpBuildTest, CommandReplyHasItsPartsInOrder)
     std::array<char, 60> ids[4];
     for (size_t i = 0; i < 4; i++)
         ids[i].fill(static_cast<char>('0' + i));
-    ASSERT_EQ(mp_build_package_ret_cmd_chs(buffer.data(), 65535, 0, 7, 131, ids[3].data(), ids[2].data(),
-                                           ids[1].data(), ids[0].data(), 77, 3, 2, 130000, 0, "<a/>", 5, &built),
+    ASSERT_EQ(mp_build_package_ret_cmd_chs(buffer.data(), 65535, 0, 7, 131, ids[3].data(), ids[2].data(), ids[1].data(),
+                                           ids[0].data(), 77, 3, 2, 130000, 0, "<a/>", 5, &built),
               1);
     MpPackage result = parsed();
     ASSERT_EQ(result.size, 8u);

@@ -10,11 +10,11 @@ class MsRaceTest : public MsServiceTest {};
 
 // The links that were seen lately, living or not.
 class link_board {
-  public:
+public:
     void put(MsLink *link) { links_[next_++ % SIZE] = link; }
     MsLink *any(std::minstd_rand &random) const { return links_[random() % SIZE]; }
 
-  private:
+private:
     static constexpr size_t SIZE = 16;
     std::atomic<MsLink *> links_[SIZE] = {};
     std::atomic<size_t> next_ = 0;
@@ -84,8 +84,9 @@ TEST_F(MsRaceTest, LinksMayBeUsedAndEndedByAnyoneAtAnyTime)
     for (std::thread &user : users)
         user.join();
     EXPECT_TRUE(eventually([] { return statistics().connections == 0; }));
-    EXPECT_TRUE(
-        eventually([] { return g_service_events.count(MS_CLIENT_EV_DISCONNECT) == g_service_events.count(MS_CLIENT_EV_CONNECT); }));
+    EXPECT_TRUE(eventually([] {
+        return g_service_events.count(MS_CLIENT_EV_DISCONNECT) == g_service_events.count(MS_CLIENT_EV_CONNECT);
+    }));
     EXPECT_EQ(statistics().bytes_queued, 0u);
     ms_cleanup();
 }

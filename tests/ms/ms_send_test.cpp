@@ -9,7 +9,7 @@
 #include <thread>
 
 class MsSendTest : public MsServiceTest {
-  protected:
+protected:
     // A package of `data_len` bytes, all `fill`.
     static byte_vector data_package(size_t data_len, uint8_t fill = 0)
     {
@@ -39,7 +39,7 @@ class MsSendTest : public MsServiceTest {
 
 TEST_F(MsSendTest, FullConnectionRefusesWholePackagesAndDeliversTheAcceptedOnes)
 {
-    for (size_t data_len : {49152, 65519, 1000, 1}) {
+    for (size_t data_len : std::initializer_list<size_t>{49152, 65519, 1000, 1}) {
         start("\"send_buffer_bytes\": 20000, \"max_queued_bytes\": 65535");
         raw_peer peer(port);
         MsLink *link = link_of(peer);

@@ -7,7 +7,7 @@
 #include <string>
 
 class MsSettingsTest : public MsServiceTest {
-  protected:
+protected:
     ms_settings read(const std::string &text)
     {
         folder.write("etc\\conf\\ms_config.json", text);
