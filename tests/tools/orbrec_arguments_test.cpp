@@ -10,7 +10,7 @@
 namespace {
 
 class OrbrecArgumentsTest : public testing::Test {
-  protected:
+protected:
     temp_folder folder_;
 };
 
@@ -22,8 +22,11 @@ TEST_F(OrbrecArgumentsTest, WrongArgumentsEndWith64AndSayWhatIsWrong)
     struct row {
         const char *arguments, *text;
     };
-    for (row each : {row{"", "name a command: import, export, info or verify"}, row{"frobnicate", "frobnicate"}, row{"import", "required"},
-                     row{"import in.mp4", "--output is required"}, row{"import in.mp4 -o out/ --codec vp9", "vp9"},
+    for (row each : {row{"", "name a command: import, export, info or verify"},
+                     row{"frobnicate", "frobnicate"},
+                     row{"import", "required"},
+                     row{"import in.mp4", "--output is required"},
+                     row{"import in.mp4 -o out/ --codec vp9", "vp9"},
                      row{"import in.mp4 -o out/ --size 100x101", "--size wants WIDTHxHEIGHT"},
                      row{"import in.mp4 -o out/ --size 100", "--size wants WIDTHxHEIGHT"},
                      row{"import in.mp4 -o out/ --start 2024-02-30", "--start wants a local time"},
@@ -36,9 +39,12 @@ TEST_F(OrbrecArgumentsTest, WrongArgumentsEndWith64AndSayWhatIsWrong)
                      row{"import in.mp4 -o out/ --codec copy --fps 5", "--codec copy leaves the video as it is"},
                      row{"import in.mp4 in.mp4 -o out.rec", "several files cannot go into out.rec"},
                      row{"import in.mp4 -o out.rec --split 60", "several files cannot go into out.rec"},
-                     row{"export in.mp4", "--output is required"}, row{"export in.mp4 -o x --format avi", "avi"},
+                     row{"export in.mp4", "--output is required"},
+                     row{"export in.mp4 -o x --format avi", "avi"},
                      row{"export in.mp4 -o - --json", "--json and the recording cannot both go to standard output"},
-                     row{"info", "required"}, row{"info in.mp4 --keys --frames", "--keys"}, row{"verify", "required"},
+                     row{"info", "required"},
+                     row{"info in.mp4 --keys --frames", "--keys"},
+                     row{"verify", "required"},
                      row{"verify in.mp4 --sideways", "--sideways"}}) {
         tool_result result = orbrec(folder_, each.arguments);
         EXPECT_EQ(result.status, 64) << each.arguments;
@@ -71,8 +77,11 @@ TEST_F(OrbrecArgumentsTest, InputThatIsNoFilmOrMissingCannotBeRead)
 
 TEST_F(OrbrecArgumentsTest, SoundWithoutPicturesCannotBeImported)
 {
-    ASSERT_EQ(shell(folder_, "printf 'RIFF\\044\\000\\000\\000WAVEfmt \\020\\000\\000\\000\\001\\000\\001\\000\\100\\037\\000"
-                             "\\000\\100\\037\\000\\000\\001\\000\\010\\000data\\000\\000\\000\\000' > in.wav").status, 0);
+    ASSERT_EQ(shell(folder_,
+                    "printf 'RIFF\\044\\000\\000\\000WAVEfmt \\020\\000\\000\\000\\001\\000\\001\\000\\100\\037\\000"
+                    "\\000\\100\\037\\000\\000\\001\\000\\010\\000data\\000\\000\\000\\000' > in.wav")
+                  .status,
+              0);
     tool_result result = orbrec(folder_, "import in.wav -o out/");
     EXPECT_EQ(result.status, 2);
 }
@@ -93,9 +102,9 @@ TEST(OrbrecTextTest, DurationsAreSecondsOrClockTimes)
         const char *text;
         int64_t seconds; // -1: refused
     };
-    for (row each : {row{"1", 1}, row{"600", 600}, row{"1:30", 90}, row{"01:00:00", 3600}, row{"0:00:01", 1}, row{"0", -1},
-                     row{"", -1}, row{"-5", -1}, row{"1:60", -1}, row{"1:2:3:4", -1}, row{"1s", -1}, row{"1:", -1},
-                     row{"99999999999999999999", -1}}) {
+    for (row each : {row{"1", 1}, row{"600", 600}, row{"1:30", 90}, row{"01:00:00", 3600}, row{"0:00:01", 1},
+                     row{"0", -1}, row{"", -1}, row{"-5", -1}, row{"1:60", -1}, row{"1:2:3:4", -1}, row{"1s", -1},
+                     row{"1:", -1}, row{"99999999999999999999", -1}}) {
         int64_t seconds = -1;
         EXPECT_EQ(duration_parse(each.text, &seconds), each.seconds > 0) << each.text;
         EXPECT_EQ(seconds, each.seconds) << each.text;

@@ -70,7 +70,8 @@ static av_codec_owner video_encoder(const clip &wanted, const AVCodec **codec)
     if (std::string(wanted.encoder) == "libx264")
         av_opt_set(encoder->priv_data, "x264-params", "scenecut=0:threads=1", 0);
     if (std::string(wanted.encoder) == "libx265")
-        av_opt_set(encoder->priv_data, "x265-params", "log-level=none:scenecut=0:open-gop=0:pools=none:frame-threads=1", 0);
+        av_opt_set(encoder->priv_data, "x265-params", "log-level=none:scenecut=0:open-gop=0:pools=none:frame-threads=1",
+                   0);
     return encoder;
 }
 
@@ -93,7 +94,8 @@ static void picture_draw(AVFrame *picture, int number)
     for (int y = 0; y < picture->height; y++)
         for (int x = 0; x < picture->width; x++) {
             bool inside = std::abs(x - (number * 3) % picture->width) < 12 && std::abs(y - picture->height / 2) < 12;
-            picture->data[0][y * picture->linesize[0] + x] = static_cast<uint8_t>(inside ? 235 : 16 + (x + y + number * 2) % 200);
+            picture->data[0][y * picture->linesize[0] + x] =
+                static_cast<uint8_t>(inside ? 235 : 16 + (x + y + number * 2) % 200);
         }
     for (int plane = 1; plane < 3; plane++)
         for (int y = 0; y < picture->height / 2; y++)
@@ -235,7 +237,8 @@ media_counts media_decode(const std::string &path)
     for (unsigned i = 0; i < opened->nb_streams; i++) {
         decode_packet(&runs[i], nullptr, &counts);
         if (runs[i].codec->codec_type == AVMEDIA_TYPE_VIDEO)
-            counts.video_seconds = static_cast<double>(runs[i].last_pts - runs[i].first_pts) * av_q2d(opened->streams[i]->time_base);
+            counts.video_seconds =
+                static_cast<double>(runs[i].last_pts - runs[i].first_pts) * av_q2d(opened->streams[i]->time_base);
         else if (counts.audio_samples > 0)
             counts.tone_hz = runs[i].crossings / 2.0 * counts.audio_rate / static_cast<double>(counts.audio_samples);
     }
@@ -252,8 +255,8 @@ tool_result shell(const temp_folder &folder, const std::string &command)
 {
     // Not in the folder itself, where a test may count files.
     std::string out = folder.path().string() + ".out", err = folder.path().string() + ".err";
-    std::string whole = "ORBREC='" ORBREC_PATH "'; cd '" + folder.path().string() + "' && { " + command + "\n} >'" + out
-        + "' 2>'" + err + "' </dev/null";
+    std::string whole = "ORBREC='" ORBREC_PATH "'; cd '" + folder.path().string() + "' && { " + command + "\n} >'" +
+                        out + "' 2>'" + err + "' </dev/null";
     int status = std::system(whole.c_str());
     tool_result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, file_text(out), file_text(err)};
     std::filesystem::remove(out);

@@ -25,9 +25,9 @@ struct media_counts {
     int64_t audio_samples = 0;
     std::string video_codec, audio_codec;
     int width = 0, height = 0, audio_rate = 0;
-    double video_seconds = 0;  // from the first to the last picture
-    double loudness = 0;       // largest sample, 0 to 1
-    double tone_hz = 0;        // by zero crossings
+    double video_seconds = 0; // from the first to the last picture
+    double loudness = 0;      // largest sample, 0 to 1
+    double tone_hz = 0;       // by zero crossings
 };
 media_counts media_decode(const std::string &path);
 

@@ -12,7 +12,7 @@
 namespace {
 
 class MediaExportTest : public testing::Test {
-  protected:
+protected:
     std::vector<uint8_t> recording(const clip &wanted, const std::string &options = "")
     {
         clip_make(folder_.file("in.mp4"), wanted);
@@ -230,8 +230,12 @@ static std::vector<int16_t> reference_samples(AVCodecID id)
 TEST(AacTrackTest, G711IsReadAsFfmpegReadsIt)
 {
     for (int i = 0; i < 256; i++) {
-        EXPECT_EQ(g711_sample(AVAUDIO_G711A, static_cast<uint8_t>(i)), reference_samples(AV_CODEC_ID_PCM_ALAW)[static_cast<size_t>(i)]) << i;
-        EXPECT_EQ(g711_sample(AVAUDIO_G711U, static_cast<uint8_t>(i)), reference_samples(AV_CODEC_ID_PCM_MULAW)[static_cast<size_t>(i)]) << i;
+        EXPECT_EQ(g711_sample(AVAUDIO_G711A, static_cast<uint8_t>(i)),
+                  reference_samples(AV_CODEC_ID_PCM_ALAW)[static_cast<size_t>(i)])
+            << i;
+        EXPECT_EQ(g711_sample(AVAUDIO_G711U, static_cast<uint8_t>(i)),
+                  reference_samples(AV_CODEC_ID_PCM_MULAW)[static_cast<size_t>(i)])
+            << i;
     }
 }
 

@@ -11,7 +11,7 @@
 namespace {
 
 class OrbrecImportTest : public testing::Test {
-  protected:
+protected:
     void SetUp() override { setenv("TZ", "UTC", 1); }
     // The name of the one file that the import made in "rec".
     std::string made() const
@@ -43,8 +43,7 @@ class OrbrecImportTest : public testing::Test {
 int64_t modified_seconds(const std::string &path)
 {
     auto moment = std::filesystem::last_write_time(path);
-    return std::chrono::duration_cast<std::chrono::seconds>(
-               std::chrono::file_clock::to_sys(moment).time_since_epoch())
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::file_clock::to_sys(moment).time_since_epoch())
         .count();
 }
 
@@ -295,19 +294,20 @@ TEST_F(OrbrecImportTest, FileThatIsThereIsKeptUnlessForced)
 TEST_F(OrbrecImportTest, NamesOutsideAsciiAreTaken)
 {
     clip_make(folder_.file("in.mp4"), {.frames = 30});
-    ASSERT_EQ(orbrec(folder_, "import in.mp4 -o 'Einfahrt Süd 门/' --host 门口 --start '2024-05-01 08:00:00'").status, 0);
-    EXPECT_EQ(names_in(folder_.file("Einfahrt Süd 门")),
-              std::vector<std::string>{"门口_00_0_20240501080000_1.rec"});
+    ASSERT_EQ(orbrec(folder_, "import in.mp4 -o 'Einfahrt Süd 门/' --host 门口 --start '2024-05-01 08:00:00'").status,
+              0);
+    EXPECT_EQ(names_in(folder_.file("Einfahrt Süd 门")), std::vector<std::string>{"门口_00_0_20240501080000_1.rec"});
 }
 
 TEST_F(OrbrecImportTest, CtrlCRemovesTheUnfinishedFile)
 {
     clip_make(folder_.file("in.ts"), {.frames = 100});
     // The film comes through a pipe that then stays open, so that the import is still running when the signal comes.
-    tool_result result = shell(folder_, "mkfifo feed; (cat in.ts; sleep 60) > feed & feeder=$!\n"
-                                        "\"$ORBREC\" import - -o rec/ --start '2024-05-01 08:00:00' < feed & tool=$!\n"
-                                        "for i in $(seq 300); do ls rec/*.part >/dev/null 2>&1 && break; sleep 0.1; done\n"
-                                        "ls rec; kill -INT $tool; wait $tool; status=$?; kill $feeder; exit $status");
+    tool_result result =
+        shell(folder_, "mkfifo feed; (cat in.ts; sleep 60) > feed & feeder=$!\n"
+                       "\"$ORBREC\" import - -o rec/ --start '2024-05-01 08:00:00' < feed & tool=$!\n"
+                       "for i in $(seq 300); do ls rec/*.part >/dev/null 2>&1 && break; sleep 0.1; done\n"
+                       "ls rec; kill -INT $tool; wait $tool; status=$?; kill $feeder; exit $status");
     EXPECT_EQ(result.status, 130) << result.err;
     EXPECT_NE(result.out.find(".part"), std::string::npos);
     EXPECT_TRUE(names_in(folder_.file("rec")).empty());
@@ -328,7 +328,8 @@ TEST_F(OrbrecImportTest, ProgressIsDrawnOnATerminalAndWipedAtTheEnd)
     // script(1) gives the program a terminal.
     if (shell(folder_, "command -v script").status != 0)
         GTEST_SKIP() << "script is not installed";
-    tool_result result = shell(folder_, "script -qec \"'$ORBREC' import in.avi -o rec/ --start '2024-05-01 08:00:00'\" /dev/null");
+    tool_result result =
+        shell(folder_, "script -qec \"'$ORBREC' import in.avi -o rec/ --start '2024-05-01 08:00:00'\" /dev/null");
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("in.avi ["), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("\033[K"), std::string::npos);

@@ -61,8 +61,8 @@ std::string item_text(const recording_item &item)
     std::string place = "@" + std::to_string(item.offset) + "+" + std::to_string(item.bytes);
     if (item.what != recording_item::FRAME)
         return (item.what == recording_item::DAMAGE ? "D" : "C") + place;
-    return "F" + std::to_string(item.head.number) + place + " v" + std::to_string(item.video.size()) + " a"
-        + std::to_string(item.audio.size());
+    return "F" + std::to_string(item.head.number) + place + " v" + std::to_string(item.video.size()) + " a" +
+           std::to_string(item.audio.size());
 }
 
 std::vector<std::string> cut(const byte_vector &bytes, size_t piece_bytes)
@@ -230,8 +230,11 @@ TEST(RecordingStreamTest, AnyBytesAreAccountedForOnceAndInOrder)
             if (*rc::gen::arbitrary<bool>())
                 append(&bytes, *rc::gen::arbitrary<byte_vector>());
             else
-                append(&bytes, frame_bytes({AVFRAME_TYPE_KEY, static_cast<uint32_t>(i), 0,
-                                            filler(static_cast<size_t>(*rc::gen::inRange(1, 300)), 0x44), {}}));
+                append(&bytes, frame_bytes({AVFRAME_TYPE_KEY,
+                                            static_cast<uint32_t>(i),
+                                            0,
+                                            filler(static_cast<size_t>(*rc::gen::inRange(1, 300)), 0x44),
+                                            {}}));
         }
         recording_stream stream;
         recording_item item;

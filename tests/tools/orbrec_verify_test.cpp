@@ -7,7 +7,7 @@
 namespace {
 
 class OrbrecVerifyTest : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         clip_make(folder_.file("in.mp4"), {.frames = 60, .key_distance = 20, .audio = true});
@@ -100,8 +100,9 @@ TEST_F(OrbrecVerifyTest, FileOneByteShortAndOneByteLong)
     expect_fault(verify(), offsets_[59], "the file ends inside a frame");
     bytes_ = sound;
     bytes_.push_back(0);
-    expect_fault(verify(), 80, "the header says " + std::to_string(sound.size()) + " bytes, the file has "
-                                   + std::to_string(sound.size() + 1));
+    expect_fault(verify(), 80,
+                 "the header says " + std::to_string(sound.size()) + " bytes, the file has " +
+                     std::to_string(sound.size() + 1));
 }
 
 TEST_F(OrbrecVerifyTest, HeaderTotals)
@@ -200,8 +201,8 @@ TEST_F(OrbrecVerifyTest, WorstOfSeveralRecordingsCounts)
 
 TEST_F(OrbrecVerifyTest, ExportOfADamagedRecordingGoesOnBehindTheDamage)
 {
-    std::fill(bytes_.begin() + static_cast<ptrdiff_t>(offsets_[30]), bytes_.begin() + static_cast<ptrdiff_t>(offsets_[40]),
-              uint8_t{0xAA});
+    std::fill(bytes_.begin() + static_cast<ptrdiff_t>(offsets_[30]),
+              bytes_.begin() + static_cast<ptrdiff_t>(offsets_[40]), uint8_t{0xAA});
     file_write(folder_.file("broken.rec"), bytes_);
     tool_result result = orbrec(folder_, "export --json broken.rec -o back.mp4");
     EXPECT_EQ(result.status, 0) << result.err;
@@ -226,6 +227,7 @@ TEST_F(OrbrecVerifyTest, FrameThatPlayersCannotTake)
     set_u32(offsets_[59] + 20, video + more);
     set_u32(80, static_cast<uint32_t>(bytes_.size()));
     tool_result result = verify("--decode");
-    expect_fault(result, offsets_[59], "the frame has " + std::to_string(frame + more + HEAD) + " bytes, players take 3 MiB");
+    expect_fault(result, offsets_[59],
+                 "the frame has " + std::to_string(frame + more + HEAD) + " bytes, players take 3 MiB");
     EXPECT_NE(result.out.find(" 1 faults"), std::string::npos) << result.out;
 }

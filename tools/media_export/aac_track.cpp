@@ -109,9 +109,13 @@ int g711_sample(int coder, uint8_t code)
 static size_t coder_sample_bytes(int coder)
 {
     switch (coder) {
-    case AVAUDIO_G711A: case AVAUDIO_G711U: return 1;
-    case AVAUDIO_PCM16: return 2;
-    default: return 0;
+    case AVAUDIO_G711A:
+    case AVAUDIO_G711U:
+        return 1;
+    case AVAUDIO_PCM16:
+        return 2;
+    default:
+        return 0;
     }
 }
 

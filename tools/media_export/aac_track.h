@@ -13,7 +13,7 @@ int g711_sample(int coder, uint8_t code);
 using aac_packet_func = std::function<bool(AVPacket *packet)>;
 
 class aac_track {
-  public:
+public:
     bool open(std::string *error);
     const AVCodecContext *encoder() const { return encoder_.get(); }
     // `coder` is the frame head's; unknown coders are passed over. `time_ms` is that of the first sample.
@@ -21,7 +21,7 @@ class aac_track {
     bool finish(const aac_packet_func &give);
     uint64_t samples() const { return samples_in_; }
 
-  private:
+private:
     bool place(int64_t time_ms, const aac_packet_func &give);
     bool add(float sample, const aac_packet_func &give);
     bool encode(const AVFrame *frame, const aac_packet_func &give);

@@ -39,12 +39,22 @@ static int nal_type(int mode, byte_span nal)
 static nal_kind h264_kind(int type)
 {
     switch (type) {
-    case 1: case 2: case 3: case 4: return NAL_SLICE;
-    case 5: return NAL_KEY_SLICE;
-    case 6: return NAL_PREFIX_SEI;
-    case 7: case 8: return NAL_PARAMETER_SET;
-    case 9: return NAL_DELIMITER;
-    default: return NAL_OTHER;
+    case 1:
+    case 2:
+    case 3:
+    case 4:
+        return NAL_SLICE;
+    case 5:
+        return NAL_KEY_SLICE;
+    case 6:
+        return NAL_PREFIX_SEI;
+    case 7:
+    case 8:
+        return NAL_PARAMETER_SET;
+    case 9:
+        return NAL_DELIMITER;
+    default:
+        return NAL_OTHER;
     }
 }
 
@@ -55,10 +65,16 @@ static nal_kind h265_kind(int type)
     if (type >= 0 && type <= 15)
         return NAL_SLICE;
     switch (type) {
-    case 32: case 33: case 34: return NAL_PARAMETER_SET;
-    case 35: return NAL_DELIMITER;
-    case 39: return NAL_PREFIX_SEI;
-    default: return NAL_OTHER;
+    case 32:
+    case 33:
+    case 34:
+        return NAL_PARAMETER_SET;
+    case 35:
+        return NAL_DELIMITER;
+    case 39:
+        return NAL_PREFIX_SEI;
+    default:
+        return NAL_OTHER;
     }
 }
 

@@ -76,8 +76,11 @@ static bool mp4_start(media_export *object, byte_span unit)
     if (!audio_prepare(object, &error))
         return export_fail(object, error);
     int mode = object->head.mode;
-    mp4_settings settings = {.stream = object->settings.output == "-", .mode = mode, .width = object->head.width,
-                             .height = object->head.height, .frame_rate = std::max<int>(object->head.frame_rate, 1),
+    mp4_settings settings = {.stream = object->settings.output == "-",
+                             .mode = mode,
+                             .width = object->head.width,
+                             .height = object->head.height,
+                             .frame_rate = std::max<int>(object->head.frame_rate, 1),
                              .key_frame = unit,
                              .audio = object->has_aac ? object->aac.encoder() : nullptr};
     return object->mp4.open(settings, std::move(object->output), &error) || export_fail(object, error);
@@ -131,9 +134,8 @@ static bool take_audio(media_export *object, const recording_item &frame, int64_
 // Frames before the first key frame cannot be shown by anyone.
 static bool can_start(const media_export *object, const recording_item &frame)
 {
-    return frame.head.type == AVFRAME_TYPE_KEY
-        && annexb_parameter_set_kinds(object->head.mode, frame.video)
-               >= annexb_parameter_set_kinds_needed(object->head.mode);
+    return frame.head.type == AVFRAME_TYPE_KEY && annexb_parameter_set_kinds(object->head.mode, frame.video) >=
+                                                      annexb_parameter_set_kinds_needed(object->head.mode);
 }
 
 static bool take_frame(media_export *object, const recording_item &frame)
@@ -164,8 +166,8 @@ static bool head_check(media_export *object)
         return true;
     if (mode_is_h264(object->head.mode) || mode_is_h265(object->head.mode))
         return true;
-    return export_fail(object, "this is no recording: its header names video coding " + std::to_string(object->head.mode)
-                                   + ", known are 21, 22 (H.264) and 23 (H.265)");
+    return export_fail(object, "this is no recording: its header names video coding " +
+                                   std::to_string(object->head.mode) + ", known are 21, 22 (H.264) and 23 (H.265)");
 }
 
 static bool take_items(media_export *object)

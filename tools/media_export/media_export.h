@@ -14,8 +14,8 @@
 enum media_export_format { MEDIA_EXPORT_MP4, MEDIA_EXPORT_ANNEXB };
 
 struct media_export_settings {
-    // Host path in UTF-8, replaced when it is there; "-" is standard output. MP4 to a file has its index at the end, MP4
-    // to standard output is fragmented at key frames, so that a player can follow it while it is written.
+    // Host path in UTF-8, replaced when it is there; "-" is standard output. MP4 to a file has its index at the end,
+    // MP4 to standard output is fragmented at key frames, so that a player can follow it while it is written.
     std::string output;
     media_export_format format = MEDIA_EXPORT_MP4;
     bool audio = true; // Annex B never carries any

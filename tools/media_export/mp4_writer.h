@@ -11,7 +11,7 @@ struct mp4_settings {
 };
 
 class mp4_writer {
-  public:
+public:
     bool open(const mp4_settings &settings, av_io_owner io, std::string *error);
     bool is_open() const { return header_written_; }
     bool write_video(byte_span unit, bool is_key, int64_t time_ms, int64_t duration_ms, std::string *error);
@@ -21,7 +21,7 @@ class mp4_writer {
     // Whether the last failure was one of writing.
     bool is_output_error() const { return is_output_error_; }
 
-  private:
+private:
     bool add_video(const mp4_settings &settings);
     bool add_audio(const AVCodecContext *encoder);
     bool write(AVPacket *packet, std::string *error);

@@ -33,8 +33,9 @@ bool recording_head_read(byte_span bytes, recording_head *head)
 {
     if (bytes.size() < RECORDING_HEAD_BYTES)
         return false;
-    uint16_t *const fields[] = {&head->frame_rate, &head->width, &head->height, &head->mode, &head->has_audio, &head->year,
-                                &head->month, &head->day, &head->hour, &head->minute, &head->second, &head->cover_mask};
+    uint16_t *const fields[] = {&head->frame_rate, &head->width,  &head->height, &head->mode,
+                                &head->has_audio,  &head->year,   &head->month,  &head->day,
+                                &head->hour,       &head->minute, &head->second, &head->cover_mask};
     size_t offset = 0;
     for (uint16_t *value : fields) {
         *value = field<uint16_t>(bytes, offset);
@@ -51,18 +52,23 @@ static bool frame_head_is_plausible(const recording_frame_head &head)
 {
     uint64_t audio = uint64_t{head.audio_frames} * head.audio_frame_bytes;
     bool is_known = head.type == AVFRAME_TYPE_KEY || head.type == AVFRAME_TYPE_DELTA;
-    return head.id == AVFILTER_FRAME_ID && is_known && uint64_t{head.video_bytes} + audio == head.frame_bytes
-        && head.frame_bytes > 0 && head.frame_bytes <= RECORDING_FRAME_BYTES_MAX - RECORDING_FRAME_HEAD_BYTES;
+    return head.id == AVFILTER_FRAME_ID && is_known && uint64_t{head.video_bytes} + audio == head.frame_bytes &&
+           head.frame_bytes > 0 && head.frame_bytes <= RECORDING_FRAME_BYTES_MAX - RECORDING_FRAME_HEAD_BYTES;
 }
 
 bool recording_frame_head_read(byte_span bytes, recording_frame_head *head)
 {
     if (bytes.size() < RECORDING_FRAME_HEAD_BYTES)
         return false;
-    *head = {.id = field<uint32_t>(bytes, 0), .frame_bytes = field<uint32_t>(bytes, 4), .type = bytes[8],
-             .number = field<uint32_t>(bytes, 12), .time_stamp = field<uint32_t>(bytes, 16),
-             .video_bytes = field<uint32_t>(bytes, 20), .audio_frames = field<uint16_t>(bytes, 24),
-             .audio_frame_bytes = field<uint16_t>(bytes, 26), .audio_coder = bytes[28]};
+    *head = {.id = field<uint32_t>(bytes, 0),
+             .frame_bytes = field<uint32_t>(bytes, 4),
+             .type = bytes[8],
+             .number = field<uint32_t>(bytes, 12),
+             .time_stamp = field<uint32_t>(bytes, 16),
+             .video_bytes = field<uint32_t>(bytes, 20),
+             .audio_frames = field<uint16_t>(bytes, 24),
+             .audio_frame_bytes = field<uint16_t>(bytes, 26),
+             .audio_coder = bytes[28]};
     return frame_head_is_plausible(*head);
 }
 
@@ -106,7 +112,12 @@ bool recording_stream::head(recording_head *head) const
 
 recording_next recording_stream::damage_give(recording_item *item, recording_item::kind kind, size_t bytes)
 {
-    *item = {.what = kind, .offset = offset_, .bytes = bytes, .head = {}, .whole = rest().first(bytes), .video = {},
+    *item = {.what = kind,
+             .offset = offset_,
+             .bytes = bytes,
+             .head = {},
+             .whole = rest().first(bytes),
+             .video = {},
              .audio = {}};
     pending_ = bytes;
     return RECORDING_ITEM;
@@ -154,8 +165,13 @@ recording_next recording_stream::next_frame(recording_item *item, const recordin
     }
     size_t video = head.video_bytes + uncounted;
     byte_span whole = rest().first(bytes + uncounted), body = whole.subspan(RECORDING_FRAME_HEAD_BYTES);
-    *item = {.what = recording_item::FRAME, .offset = offset_, .bytes = whole.size(), .head = head, .whole = whole,
-             .video = body.first(video), .audio = body.subspan(video)};
+    *item = {.what = recording_item::FRAME,
+             .offset = offset_,
+             .bytes = whole.size(),
+             .head = head,
+             .whole = whole,
+             .video = body.first(video),
+             .audio = body.subspan(video)};
     pending_ = whole.size();
     return RECORDING_ITEM;
 }

@@ -38,7 +38,7 @@ struct recording_item {
 enum recording_next { RECORDING_ITEM, RECORDING_WANTS_MORE };
 
 class recording_stream {
-  public:
+public:
     void push(byte_span bytes);
     // No more bytes will come: what was held back for lack of a look ahead is given out.
     void end() { ended_ = true; }
@@ -46,7 +46,7 @@ class recording_stream {
     bool head(recording_head *head) const;
     recording_next next(recording_item *item);
 
-  private:
+private:
     byte_span rest() const { return byte_span(buffer_).subspan(position_); }
     void take(size_t bytes);
     recording_next next_frame(recording_item *item, const recording_frame_head &head);

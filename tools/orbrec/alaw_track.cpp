@@ -59,8 +59,8 @@ bool alaw_track::open(std::string *error)
 // Streams may change their format on the way.
 bool alaw_track::converter_fit(const AVFrame *decoded)
 {
-    if (converter_ && decoded->format == in_format_ && decoded->sample_rate == in_rate_
-        && decoded->ch_layout.nb_channels == in_channels_)
+    if (converter_ && decoded->format == in_format_ && decoded->sample_rate == in_rate_ &&
+        decoded->ch_layout.nb_channels == in_channels_)
         return true;
     SwrContext *made = nullptr;
     AVChannelLayout in = decoded->ch_layout, guessed = {};
@@ -87,8 +87,8 @@ void alaw_track::give_block()
     filled_ = 0;
     alaw_frame frame = {start_ms_ + samples_ * 1000 / RATE, {}};
     samples_ += BLOCK_SAMPLES;
-    if (avcodec_send_frame(encoder_.get(), block_.get()) >= 0
-        && avcodec_receive_packet(encoder_.get(), coded_.get()) >= 0 && coded_->size == BLOCK_SAMPLES) {
+    if (avcodec_send_frame(encoder_.get(), block_.get()) >= 0 &&
+        avcodec_receive_packet(encoder_.get(), coded_.get()) >= 0 && coded_->size == BLOCK_SAMPLES) {
         std::copy_n(coded_->data, frame.bytes.size(), frame.bytes.begin());
         frames_.push_back(frame);
     }
@@ -117,7 +117,8 @@ void alaw_track::take_decoded(const AVFrame *decoded)
         filled_ = 0;
     }
     started_ = true;
-    std::vector<int16_t> samples(static_cast<size_t>(std::max(swr_get_out_samples(converter_.get(), decoded->nb_samples), 1)));
+    std::vector<int16_t> samples(
+        static_cast<size_t>(std::max(swr_get_out_samples(converter_.get(), decoded->nb_samples), 1)));
     auto *out = reinterpret_cast<uint8_t *>(samples.data());
     auto **in = const_cast<const uint8_t **>(decoded->extended_data);
     int count = swr_convert(converter_.get(), &out, static_cast<int>(samples.size()), in, decoded->nb_samples);

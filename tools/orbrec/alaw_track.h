@@ -20,7 +20,7 @@ struct swr_closer {
 };
 
 class alaw_track {
-  public:
+public:
     explicit alaw_track(const media_source &source) : source_(source) {}
     bool open(std::string *error);
     // `packet` null: the end. Packets that cannot be decoded are passed over.
@@ -30,7 +30,7 @@ class alaw_track {
     // Everything before this time is in frames() or was never there.
     int64_t reached_ms() const { return ended_ ? INT64_MAX : reached_ms_; }
 
-  private:
+private:
     void take_decoded(const AVFrame *decoded);
     bool converter_fit(const AVFrame *decoded);
     void add_samples(const int16_t *samples, int count);
@@ -43,9 +43,9 @@ class alaw_track {
     av_packet_owner coded_;
     std::deque<alaw_frame> frames_;
     int in_format_ = -1, in_rate_ = 0, in_channels_ = 0;
-    int filled_ = 0;             // samples in block_
-    int64_t start_ms_ = 0;       // of the samples counted by samples_
-    int64_t samples_ = 0;        // given out since start_ms_
+    int filled_ = 0;       // samples in block_
+    int64_t start_ms_ = 0; // of the samples counted by samples_
+    int64_t samples_ = 0;  // given out since start_ms_
     int64_t reached_ms_ = INT64_MIN;
     bool started_ = false, ended_ = false;
 };

@@ -72,8 +72,8 @@ bool local_time_parse(const std::string &text, int64_t *seconds)
     tm parts = {};
     int used = 0;
     if (std::sscanf(text.c_str(), "%4d-%2d-%2d %2d:%2d:%2d%n", &parts.tm_year, &parts.tm_mon, &parts.tm_mday,
-                    &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &used) != 6
-        || static_cast<size_t>(used) != text.size())
+                    &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &used) != 6 ||
+        static_cast<size_t>(used) != text.size())
         return false;
     parts.tm_year -= 1900;
     parts.tm_mon -= 1;
@@ -115,8 +115,8 @@ bool size_parse(const std::string &text, int *width, int *height)
 {
     size_t cross = text.find('x');
     int64_t wide, high;
-    if (cross == std::string::npos || !number_parse(std::string_view(text).substr(0, cross), &wide)
-        || !number_parse(std::string_view(text).substr(cross + 1), &high))
+    if (cross == std::string::npos || !number_parse(std::string_view(text).substr(0, cross), &wide) ||
+        !number_parse(std::string_view(text).substr(cross + 1), &high))
         return false;
     *width = static_cast<int>(wide);
     *height = static_cast<int>(high);
@@ -140,5 +140,6 @@ void json_add_flag(json_object *object, const char *key, bool value)
 
 void json_print(json_object *object)
 {
-    std::printf("%s\n", json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE));
+    std::printf("%s\n",
+                json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE));
 }

@@ -57,7 +57,8 @@ static int export_run(const export_settings &settings, recording_reader *reader,
 static void report_print(const export_settings &settings, const media_export_totals &totals)
 {
     if (totals.bytes_skipped > 0)
-        orbrec_warn(std::to_string(totals.bytes_skipped) + " damaged bytes were passed over: orbrec verify tells where");
+        orbrec_warn(std::to_string(totals.bytes_skipped) +
+                    " damaged bytes were passed over: orbrec verify tells where");
     if (settings.json) {
         json_ref report(json_object_new_object());
         json_add(report.get(), "output", settings.output);
@@ -71,8 +72,7 @@ static void report_print(const export_settings &settings, const media_export_tot
     } else if (settings.output != "-") {
         std::printf("%s: %llu frames, %.1f s, %llu bytes\n", settings.output.c_str(),
                     static_cast<unsigned long long>(totals.video_frames),
-                    static_cast<double>(totals.duration_ms) / 1000,
-                    static_cast<unsigned long long>(totals.bytes_out));
+                    static_cast<double>(totals.duration_ms) / 1000, static_cast<unsigned long long>(totals.bytes_out));
     }
 }
 

@@ -21,7 +21,10 @@ static bool wants_coding(const import_settings &settings)
 
 static bool host_is_usable(const std::string &host)
 {
-    auto is_forbidden = [](char c) { return static_cast<unsigned char>(c) < 0x20 || std::string_view("/\\:*?\"<>|").find(c) != std::string_view::npos; };
+    auto is_forbidden = [](char c) {
+        return static_cast<unsigned char>(c) < 0x20 ||
+               std::string_view("/\\:*?\"<>|").find(c) != std::string_view::npos;
+    };
     return !host.empty() && host.size() <= 59 && std::ranges::none_of(host, is_forbidden);
 }
 
@@ -45,8 +48,8 @@ static std::string settings_complaint(const import_settings &settings)
 static bool output_is_folder(const import_settings &settings)
 {
     const std::string &output = settings.output;
-    return output.ends_with('/') || output.ends_with('\\') || path_is_folder(output) || settings.inputs.size() > 1
-        || !settings.split.empty();
+    return output.ends_with('/') || output.ends_with('\\') || path_is_folder(output) || settings.inputs.size() > 1 ||
+           !settings.split.empty();
 }
 
 static int output_prepare(const import_settings &settings, output_settings *output)
@@ -59,14 +62,15 @@ static int output_prepare(const import_settings &settings, output_settings *outp
     if (!output_is_folder(settings)) {
         output->file = settings.output;
         if (!name_tells_start(settings.output))
-            orbrec_warn("the service finds no start time in the name " + settings.output
-                        + ": name a folder with -o DIR/ to have the file named for you");
+            orbrec_warn("the service finds no start time in the name " + settings.output +
+                        ": name a folder with -o DIR/ to have the file named for you");
         return ORBREC_OK;
     }
     output->folder = settings.output;
     std::string path, error;
     if (settings.output.ends_with(".rec") && !path_is_folder(settings.output))
-        return orbrec_fail(ORBREC_USAGE, "several files cannot go into " + settings.output + ": name a folder with -o DIR/");
+        return orbrec_fail(ORBREC_USAGE,
+                           "several files cannot go into " + settings.output + ": name a folder with -o DIR/");
     if (!system_path(settings.output, &path, &error))
         return orbrec_fail(ORBREC_UNWRITABLE, error);
     if (!os_directory_create(path.c_str()))
@@ -80,8 +84,8 @@ static std::unique_ptr<video_path> video_open(const import_job &job, const media
 {
     const std::string &codec = job.settings.codec;
     AVCodecID from = source.video->codecpar->codec_id;
-    bool fits = codec == "auto" || codec == "copy" || (codec == "h264" && from == AV_CODEC_ID_H264)
-        || (codec == "h265" && from == AV_CODEC_ID_HEVC);
+    bool fits = codec == "auto" || codec == "copy" || (codec == "h264" && from == AV_CODEC_ID_H264) ||
+                (codec == "h265" && from == AV_CODEC_ID_HEVC);
     if (wants_coding(job.settings))
         *reason = "asked for";
     else if (!fits)
@@ -221,8 +225,11 @@ static int import_one(import_job *job, const std::string &name)
     if (int status = flow_open(job, name, &flow); status != ORBREC_OK)
         return status;
     size_t first_file = job->output.files().size();
-    job->output.begin({.mode = flow.video->mode(), .width = flow.video->width(), .height = flow.video->height(),
-                       .frame_rate = flow.video->frame_rate(), .has_audio = flow.audio != nullptr},
+    job->output.begin({.mode = flow.video->mode(),
+                       .width = flow.video->width(),
+                       .height = flow.video->height(),
+                       .frame_rate = flow.video->frame_rate(),
+                       .has_audio = flow.audio != nullptr},
                       job->start_seconds);
     import_pairing pairing(&job->output, flow.audio.get());
     std::string error;

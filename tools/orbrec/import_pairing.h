@@ -4,7 +4,7 @@
 #include "tools/orbrec/recording_output.h"
 
 class import_pairing {
-  public:
+public:
     // `audio` may be null.
     import_pairing(recording_output *output, alaw_track *audio) : output_(output), audio_(audio) {}
     bool add(access_unit unit);
@@ -13,7 +13,7 @@ class import_pairing {
     bool end() { return give(true); }
     int64_t given() const { return given_; }
 
-  private:
+private:
     bool give(bool is_end);
     bool must_wait(const access_unit &unit) const;
     std::vector<alaw_frame> audio_until(int64_t time_ms);

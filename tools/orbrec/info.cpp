@@ -59,10 +59,14 @@ static int info_visit(void *user, const AVFrameInfo *frame, int64_t offset, int3
 static const char *coder_name(int coder)
 {
     switch (coder) {
-    case AVAUDIO_G711A: return "G.711 A-law";
-    case AVAUDIO_G711U: return "G.711 u-law";
-    case AVAUDIO_PCM16: return "PCM 16 bit";
-    default: return "none";
+    case AVAUDIO_G711A:
+        return "G.711 A-law";
+    case AVAUDIO_G711U:
+        return "G.711 u-law";
+    case AVAUDIO_PCM16:
+        return "PCM 16 bit";
+    default:
+        return "none";
     }
 }
 
@@ -202,9 +206,9 @@ int orbrec_info(const info_settings &settings)
     facts.info.iSise = sizeof facts.info;
     recording_ref recording = recording_open(reader.path());
     uint8_t head[AVFILTER_FILE_HEAD_SIZE];
-    if (!recording || AVFilterGetInfo(recording.get(), AVFILTER_INFO_FILE_HEAD, head, sizeof head) != 0
-        || AVFilterGetInfo(recording.get(), AVFILTER_INFO_FILE, &facts.info, sizeof facts.info) != 0
-        || !recording_head_read(head, &facts.head))
+    if (!recording || AVFilterGetInfo(recording.get(), AVFILTER_INFO_FILE_HEAD, head, sizeof head) != 0 ||
+        AVFilterGetInfo(recording.get(), AVFILTER_INFO_FILE, &facts.info, sizeof facts.info) != 0 ||
+        !recording_head_read(head, &facts.head))
         return orbrec_fail(ORBREC_UNREADABLE, settings.input + " is no recording");
     if (os_file_info stat; os_file_stat(reader.path().c_str(), 0, &stat))
         facts.modified_seconds = stat.modified_seconds;

@@ -6,15 +6,14 @@ extern "C" {
 
 #include <CLI/CLI.hpp>
 
-static const char *const s_exit_statuses =
-    "\nExit status:\n"
-    "  0    done; verify: every recording is clean\n"
-    "  1    verify found faults\n"
-    "  2    an input cannot be read, or is no recording\n"
-    "  3    an output cannot be written, or is already there\n"
-    "  4    the media cannot be converted\n"
-    "  64   wrong arguments\n"
-    "  130  stopped with Ctrl-C; unfinished files are removed\n";
+static const char *const s_exit_statuses = "\nExit status:\n"
+                                           "  0    done; verify: every recording is clean\n"
+                                           "  1    verify found faults\n"
+                                           "  2    an input cannot be read, or is no recording\n"
+                                           "  3    an output cannot be written, or is already there\n"
+                                           "  4    the media cannot be converted\n"
+                                           "  64   wrong arguments\n"
+                                           "  130  stopped with Ctrl-C; unfinished files are removed\n";
 
 static const char *const s_main_examples =
     "\nExamples:\n"
@@ -24,9 +23,9 @@ static const char *const s_main_examples =
     "  orbrec export door1_00_0_20240501080000_1.rec -o clip.mp4\n";
 
 static const char *const s_import_examples =
-    "\nVideo that is H.264 or H.265 without B-frames and has a key frame at least every 10 seconds is taken over as it\n"
-    "is; anything else is coded anew. Audio becomes G.711 A-law. Files in a folder are named\n"
-    "HOST_CC_0_YYYYMMDDHHMMSS_N.rec after host, channel and start time; their modification time is the time of the end.\n"
+    "\nVideo that is H.264 or H.265 without B-frames and has a key frame at least every 10 seconds is taken over as\n"
+    "it is; anything else is coded anew. Audio becomes G.711 A-law. Files in a folder are named after host, channel\n"
+    "and start time, HOST_CC_0_YYYYMMDDHHMMSS_N.rec; their modification time is the time of the end.\n"
     "\nExamples:\n"
     "  orbrec import street.mp4 -o var/rec/ --host door1 --channel 2\n"
     "  orbrec import *.avi -o var/rec/ --start \"2024-05-01 08:00:00\"     one after the other from eight o'clock\n"
@@ -34,8 +33,8 @@ static const char *const s_import_examples =
     "  orbrec import big.mov -o var/rec/ --size 1280x720 --fps 15 --no-audio --json\n";
 
 static const char *const s_export_examples =
-    "\nThe video is not coded anew; G.711 audio becomes AAC. To \"-\" a fragmented MP4 is written that can be played while\n"
-    "it comes.\n"
+    "\nThe video is not coded anew; G.711 audio becomes AAC. To \"-\" a fragmented MP4 is written that can be played\n"
+    "while it comes.\n"
     "\nExamples:\n"
     "  orbrec export door1_00_0_20240501080000_1.rec -o clip.mp4\n"
     "  orbrec export door1_00_0_20240501080000_1.rec -o - | ffplay -\n"
@@ -47,9 +46,9 @@ static const char *const s_info_examples = "\nExamples:\n"
                                            "  orbrec info door1_00_0_20240501080000_1.rec --json --frames\n";
 
 static const char *const s_verify_examples =
-    "\nEach fault is printed with the offset of the frame in the file. Checked are: the file header and its totals, that\n"
-    "frame numbers have no holes, time stamps never fall, sizes lead from frame to frame, key frames carry their\n"
-    "parameter sets; with --decode also that each frame can be decoded.\n"
+    "\nEach fault is printed with the offset of the frame in the file. Checked are: the file header and its totals,\n"
+    "that frame numbers have no holes, time stamps never fall, sizes lead from frame to frame, key frames carry\n"
+    "their parameter sets; with --decode also that each frame can be decoded.\n"
     "\nExamples:\n"
     "  orbrec verify var/rec/*.rec\n"
     "  orbrec verify --decode --json door1_00_0_20240501080000_1.rec\n";
@@ -59,7 +58,8 @@ static void import_command(CLI::App *app, import_settings *settings)
     CLI::App *command = app->add_subcommand("import", "Make recordings of videos: anything that FFmpeg reads");
     command->footer(std::string(s_import_examples) + s_exit_statuses);
     command->add_option("INPUT", settings->inputs, "Videos to read")->required();
-    command->add_option("-o,--output", settings->output, "Folder (named files are made in it) or file to write")->required();
+    command->add_option("-o,--output", settings->output, "Folder (named files are made in it) or file to write")
+        ->required();
     command->add_option("--codec", settings->codec, "auto, h264, h265, or copy to refuse coding anew (auto)")
         ->check(CLI::IsMember({"auto", "h264", "h265", "copy"}));
     command->add_option("--gop", settings->gop_seconds, "Seconds between key frames when coded anew (2)")

@@ -10,8 +10,7 @@ static constexpr int BAR_WIDTH = 30;
 
 progress_bar::progress_bar(std::string title, int64_t total)
     : title_(std::move(title)), total_(total), visible_(os_is_terminal(2) == 1)
-{
-}
+{}
 
 void progress_bar::show(int64_t done)
 {

@@ -5,14 +5,14 @@
 #include <string>
 
 class progress_bar {
-  public:
+public:
     progress_bar(std::string title, int64_t total);
     ~progress_bar();
     progress_bar(const progress_bar &) = delete;
     progress_bar &operator=(const progress_bar &) = delete;
     void show(int64_t done);
 
-  private:
+private:
     std::string title_;
     int64_t total_;
     bool visible_, drawn_ = false;

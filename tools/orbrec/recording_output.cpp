@@ -30,8 +30,8 @@ static AVUtcTime calendar_time(int64_t seconds)
     tm parts = {};
     os_localtime(seconds, &parts);
     auto field = [](int value) { return static_cast<uint16_t>(value); };
-    return {field(parts.tm_year + 1900), field(parts.tm_mon + 1), field(parts.tm_mday), field(parts.tm_hour),
-            field(parts.tm_min), field(parts.tm_sec)};
+    return {field(parts.tm_year + 1900), field(parts.tm_mon + 1), field(parts.tm_mday),
+            field(parts.tm_hour),        field(parts.tm_min),     field(parts.tm_sec)};
 }
 
 recording_output::~recording_output()
@@ -118,8 +118,8 @@ bool recording_output::add(const access_unit &unit, const std::vector<alaw_frame
     for (const alaw_frame &frame : audio)
         sound.insert(sound.end(), frame.bytes.begin(), frame.bytes.end());
     if (unit.bytes.size() + sound.size() > PLAYER_FRAME_BYTES_MAX - FRAME_BYTES_SPARED)
-        return fail(ORBREC_MEDIA, "a picture of " + std::to_string(unit.bytes.size())
-                                      + " bytes is more than recordings hold: use --size or --crf");
+        return fail(ORBREC_MEDIA, "a picture of " + std::to_string(unit.bytes.size()) +
+                                      " bytes is more than recordings hold: use --size or --crf");
     last_ms_ = std::max(unit.time_ms, last_ms_);
     AVWriterFrame frame = {};
     frame.iFrameType = unit.is_key ? AVFRAME_TYPE_KEY : AVFRAME_TYPE_DELTA;
@@ -147,8 +147,8 @@ bool recording_output::end()
     current_.end_seconds = current_.start_seconds + (length_ms + 999) / 1000;
     void *writer = writer_;
     writer_ = nullptr;
-    if (!AVWriterFinish(writer) || !os_file_set_modified(part_.c_str(), current_.end_seconds)
-        || !os_file_rename(part_.c_str(), name_.c_str())) {
+    if (!AVWriterFinish(writer) || !os_file_set_modified(part_.c_str(), current_.end_seconds) ||
+        !os_file_rename(part_.c_str(), name_.c_str())) {
         std::string reason = os_file_error();
         os_file_remove(part_.c_str());
         return fail(ORBREC_UNWRITABLE, "cannot complete " + current_.name + ": " + reason);

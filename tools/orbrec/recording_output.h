@@ -24,7 +24,7 @@ struct written_file {
 };
 
 class recording_output {
-  public:
+public:
     explicit recording_output(output_settings settings) : settings_(std::move(settings)) {}
     ~recording_output();
     recording_output(const recording_output &) = delete;
@@ -41,7 +41,7 @@ class recording_output {
     const std::string &error() const { return error_; }
     int status() const { return status_; }
 
-  private:
+private:
     bool fail(int status, const std::string &text);
     bool file_open(int64_t time_ms);
     bool file_is_due(const access_unit &unit) const;

@@ -5,7 +5,7 @@
 #include "tools/orbrec/orbrec.h"
 
 class recording_reader {
-  public:
+public:
     bool open(const std::string &host, std::string *error);
     // The next piece, empty at the end. False when the file cannot be read.
     bool read(byte_span *piece, std::string *error);
@@ -15,7 +15,7 @@ class recording_reader {
     uint64_t position() const { return position_; }
     const std::string &path() const { return path_; }
 
-  private:
+private:
     std::string path_; // as the system calls it
     os_file_ptr file_;
     uint64_t size_ = 0, position_ = 0;

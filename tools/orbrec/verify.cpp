@@ -54,11 +54,11 @@ static void check_order(verify_walk *walk, const recording_item &item)
     if (walk->frames == 0 && head.type != AVFRAME_TYPE_KEY)
         fault_add(walk, item.offset, "the first frame is no key frame");
     if (walk->frames > 0 && head.number != walk->last_number + 1)
-        fault_add(walk, item.offset, "frame number " + std::to_string(head.number) + " follows "
-                                         + std::to_string(walk->last_number));
+        fault_add(walk, item.offset,
+                  "frame number " + std::to_string(head.number) + " follows " + std::to_string(walk->last_number));
     if (walk->frames > 0 && head.time_stamp < walk->last_stamp)
-        fault_add(walk, item.offset, "time stamp " + std::to_string(head.time_stamp) + " follows "
-                                         + std::to_string(walk->last_stamp));
+        fault_add(walk, item.offset,
+                  "time stamp " + std::to_string(head.time_stamp) + " follows " + std::to_string(walk->last_stamp));
     walk->last_number = head.number;
     walk->last_stamp = head.time_stamp;
 }
@@ -73,7 +73,8 @@ static void check_video(verify_walk *walk, const recording_item &item)
     if (item.video.empty())
         return;
     walk->video_frames++;
-    if (item.video.size() < sizeof start_code || !std::equal(std::begin(start_code), std::end(start_code), item.video.begin()))
+    if (item.video.size() < sizeof start_code ||
+        !std::equal(std::begin(start_code), std::end(start_code), item.video.begin()))
         fault_add(walk, item.offset, "the video does not begin with 00 00 00 01");
     if (is_key && annexb_parameter_set_kinds(mode, item.video) < annexb_parameter_set_kinds_needed(mode))
         fault_add(walk, item.offset, "the key frame lacks parameter sets");
@@ -114,7 +115,8 @@ static void check_item(verify_walk *walk, const recording_item &item)
         return;
     case recording_item::CUT_FRAME:
         walk->damaged_bytes += item.bytes;
-        fault_add(walk, item.offset, "the file ends inside a frame, " + std::to_string(item.bytes) + " bytes of it are there");
+        fault_add(walk, item.offset,
+                  "the file ends inside a frame, " + std::to_string(item.bytes) + " bytes of it are there");
         return;
     }
 }
@@ -126,14 +128,16 @@ static void check_totals(verify_walk *walk)
     if (head.total_size == 0 && head.frame_count == 0)
         return fault_add(walk, 80, "the recording was never completed: its header has no totals");
     if (head.total_size != std::min<uint64_t>(walk->size, UINT32_MAX))
-        fault_add(walk, 80, "the header says " + std::to_string(head.total_size) + " bytes, the file has "
-                                + std::to_string(walk->size));
+        fault_add(walk, 80,
+                  "the header says " + std::to_string(head.total_size) + " bytes, the file has " +
+                      std::to_string(walk->size));
     if (head.frame_count != static_cast<uint32_t>(walk->frames))
-        fault_add(walk, 84, "the header says " + std::to_string(head.frame_count) + " frames, the file has "
-                                + std::to_string(walk->frames));
+        fault_add(walk, 84,
+                  "the header says " + std::to_string(head.frame_count) + " frames, the file has " +
+                      std::to_string(walk->frames));
     if (int64_t pictures = walk->decodes ? walk->decoder.finish() : walk->video_frames; pictures != walk->video_frames)
-        fault_add(walk, walk->size, std::to_string(pictures) + " pictures came out of "
-                                        + std::to_string(walk->video_frames) + " frames");
+        fault_add(walk, walk->size,
+                  std::to_string(pictures) + " pictures came out of " + std::to_string(walk->video_frames) + " frames");
 }
 
 static int verify_run(verify_walk *walk, recording_reader *reader)

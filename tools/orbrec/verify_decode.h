@@ -5,14 +5,14 @@
 #include "tools/media_export/av_guard.h"
 
 class verify_decode {
-  public:
+public:
     bool open(int mode, std::string *error);
     // Empty when the frame can be decoded.
     std::string frame(byte_span video);
     // Pictures that came out; the last ones come at the end.
     int64_t finish();
 
-  private:
+private:
     std::string receive();
 
     av_codec_owner decoder_;

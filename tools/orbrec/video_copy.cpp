@@ -5,7 +5,7 @@
 #include <algorithm>
 
 class video_copy : public video_path {
-  public:
+public:
     explicit video_copy(const media_source &source) : source_(source), frame_rate_(media_source_frame_rate(source)) {}
     bool open(std::string *error);
     int mode() const override { return mode_; }
@@ -14,7 +14,7 @@ class video_copy : public video_path {
     int frame_rate() const override { return frame_rate_; }
     bool push(AVPacket *packet, const access_unit_func &give, std::string *error) override;
 
-  private:
+private:
     int64_t packet_time(const AVPacket *packet);
     bool give_packet(const AVPacket *packet, const access_unit_func &give);
 

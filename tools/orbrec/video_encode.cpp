@@ -17,7 +17,7 @@ struct sws_closer {
 };
 
 class video_encode : public video_path {
-  public:
+public:
     video_encode(const media_source &source, const video_wish &wish) : source_(source), wish_(wish) {}
     bool open(std::string *error);
     int mode() const override { return wish_.mode; }
@@ -27,7 +27,7 @@ class video_encode : public video_path {
     bool push(AVPacket *packet, const access_unit_func &give, std::string *error) override;
     int64_t broken_packets() const override { return broken_packets_; }
 
-  private:
+private:
     bool open_decoder(std::string *error);
     bool open_encoder(std::string *error);
     void encoder_options();
@@ -118,7 +118,8 @@ bool video_encode::open(std::string *error)
         *error = "out of memory";
         return false;
     }
-    frame_rate_ = wish_.fps > 0 ? std::max(static_cast<int>(std::lround(wish_.fps)), 1) : media_source_frame_rate(source_);
+    frame_rate_ =
+        wish_.fps > 0 ? std::max(static_cast<int>(std::lround(wish_.fps)), 1) : media_source_frame_rate(source_);
     return open_decoder(error) && open_encoder(error);
 }
 

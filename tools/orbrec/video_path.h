@@ -19,7 +19,7 @@ struct video_wish {
 };
 
 class video_path {
-  public:
+public:
     virtual ~video_path() = default;
     virtual int mode() const = 0;
     virtual int width() const = 0;
