@@ -96,7 +96,7 @@ struct VodLink {
 extern LMutex s_vodlinks_mutex;
 
 struct vodlinks_guard : os_lock_guard {
-    explicit vodlinks_guard(std::source_location place = std::source_location::current())
+    explicit vodlinks_guard(os_place place = os_place::current())
         : os_lock_guard(&s_vodlinks_mutex, place)
     {}
 };

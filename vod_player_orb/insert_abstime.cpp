@@ -56,7 +56,9 @@ int check_iframe_abstime_exist(AVOrbFileFilter *filter_info)
 
 int insert_abstime_for(AVOrbFileFilter *filter_info, handle_orb usr)
 {
-    return check_iframe_abstime_exist(filter_info) ? 0 : vod_player_usr_abstime(usr);
+    // Without the wish the answer is 0 whatever the file holds, and the search costs up to a hundred reads.
+    int wanted = vod_player_usr_abstime(usr);
+    return wanted != 0 && !check_iframe_abstime_exist(filter_info) ? wanted : 0;
 }
 
 int get_insert_abstime(AVOrbFileFilter *filter_info, VODOrbPlayer *orb_player)

@@ -140,3 +140,14 @@ TEST_F(OrbAbstimeTest, OpenOfAFileWithTimeDoesNot)
     EXPECT_EQ(open(), 1);
     EXPECT_EQ(fake.record().filters.at(1).iUsrFlag, 0);
 }
+
+TEST_F(OrbAbstimeTest, AFileIsNotSearchedForWhatNobodyWants)
+{
+    vod_player_set_usr_abstime_func(answer_for);
+    s_answer = 0;
+    orb()->usr = 77;
+    EXPECT_EQ(get_insert_abstime(&filter, orb()), 0);
+    orb()->usr = 0;
+    EXPECT_TRUE(fake.record().filters.empty());
+    EXPECT_EQ(fake.record().scan_reads, 0);
+}
