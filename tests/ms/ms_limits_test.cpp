@@ -95,12 +95,36 @@ TEST_F(MsLimitsTest, MalformedPackageClosesItsConnectionOnly)
 }
 
 // The deadlines follow a clock that these tests turn. One sweep looks at all connections, so a connection that stays
-// while another of the same moment goes has been looked at and kept.
+// while another of the same moment goes has been looked at and kept. The service has one thread here: what it answers
+// on one connection it does after it has finished with what came earlier on another.
 class MsDeadlineTest : public MsServiceTest {
 protected:
+    void start_service(const std::string &settings = "")
+    {
+        start("\"threads\": 1" + (settings.empty() ? "" : ", " + settings));
+        pinger = std::make_unique<raw_peer>(port);
+    }
+
     void TearDown() override
     {
         MsServiceTest::TearDown(); // the threads end before the clock does
+    }
+
+    // Sends bytes of which some package is whole, and waits until the service has done with them at this moment.
+    void send_and_settle(raw_peer &peer, const byte_vector &bytes)
+    {
+        size_t before = g_service_events.count(MS_CLIENT_EV_READ);
+        peer.send(bytes);
+        ASSERT_TRUE(g_service_events.wait_count(MS_CLIENT_EV_READ, before + 1));
+        link_of(*pinger);
+    }
+
+    // The beginning of a package, behind a whole one.
+    void begin_package(raw_peer &peer, size_t begun_bytes)
+    {
+        byte_vector bytes = make_package(1, TEST_MODULE);
+        bytes.insert(bytes.end(), long_package.begin(), long_package.begin() + static_cast<long>(begun_bytes));
+        send_and_settle(peer, bytes);
     }
 
     size_t ends(MsLink *link) const { return g_service_events.count(link, MS_CLIENT_EV_DISCONNECT); }
@@ -110,22 +134,19 @@ protected:
     }
 
     manual_clock clock;
+    std::unique_ptr<raw_peer> pinger;
+    byte_vector long_package = make_package(1, TEST_MODULE, byte_vector(1000, 1));
 };
 
 TEST_F(MsDeadlineTest, PackageThatHasBegunMustArriveInTime)
 {
     log_capture log;
-    start();
+    start_service();
     raw_peer early(port), late(port), quiet(port);
     MsLink *early_link = link_of(early), *late_link = link_of(late), *quiet_link = link_of(quiet);
-    byte_vector package = make_package(1, TEST_MODULE, byte_vector(1000, 1));
-    byte_vector half(package.begin(), package.begin() + 500), one(package.begin(), package.begin() + 1);
-
-    early.send(one);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50)); // read at the clock's present moment
+    begin_package(early, 1);
     clock.advance(1);
-    late.send(half);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    begin_package(late, 500);
     clock.advance(29999);
     ASSERT_TRUE(wait_end(early_link));
     EXPECT_EQ(ends(late_link), 0u);
@@ -141,36 +162,36 @@ TEST_F(MsDeadlineTest, PackageThatHasBegunMustArriveInTime)
 
 TEST_F(MsDeadlineTest, DripOfBytesDoesNotMoveTheDeadline)
 {
-    start();
+    start_service();
     raw_peer drip(port);
     MsLink *link = link_of(drip);
-    byte_vector package = make_package(1, TEST_MODULE, byte_vector(1000, 1));
-    for (size_t i = 0; i < 30; i++) {
-        drip.send({package[i]});
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    begin_package(drip, 1);
+    uint64_t begun_tick = os_tick();
+    for (size_t i = 1; i < 900 && ends(link) == 0; i++) {
+        try {
+            drip.send({long_package[i]});
+        } catch (const std::exception &) {
+            break; // closed already
+        }
         clock.advance(999);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10)); // the sweep comes a few times a second
     }
-    EXPECT_EQ(ends(link), 0u);
-    clock.advance(31);
     EXPECT_TRUE(wait_end(link));
-    EXPECT_EQ(g_service_events.count(link, MS_CLIENT_EV_READ), 1u);
+    EXPECT_GE(os_tick(), begun_tick + 30000);
+    EXPECT_EQ(g_service_events.count(link, MS_CLIENT_EV_READ), 2u);
 }
 
 TEST_F(MsDeadlineTest, EachPackageHasADeadlineOfItsOwn)
 {
-    start();
+    start_service();
     raw_peer steady(port), stuck(port);
     MsLink *steady_link = link_of(steady), *stuck_link = link_of(stuck);
-    byte_vector package = make_package(1, TEST_MODULE, byte_vector(1000, 1));
-    byte_vector first(package.begin(), package.begin() + 500), second(package.begin() + 500, package.end());
-    second.insert(second.end(), first.begin(), first.end());
-    steady.send(first);
-    stuck.send(first);
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    begin_package(steady, 500);
+    begin_package(stuck, 500);
     clock.advance(20000);
-    steady.send(second);
-    ASSERT_TRUE(eventually([=] { return g_service_events.count(steady_link, MS_CLIENT_EV_READ) == 2; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    byte_vector rest(long_package.begin() + 500, long_package.end());
+    rest.insert(rest.end(), long_package.begin(), long_package.begin() + 500);
+    send_and_settle(steady, rest);
     clock.advance(10000);
     ASSERT_TRUE(wait_end(stuck_link));
     EXPECT_EQ(ends(steady_link), 0u);
@@ -180,12 +201,11 @@ TEST_F(MsDeadlineTest, EachPackageHasADeadlineOfItsOwn)
 
 TEST_F(MsDeadlineTest, ReceiveDeadlineOfNoneIsNone)
 {
-    start("\"receive_deadline_ms\": 0, \"idle_ms\": 50000");
+    start_service("\"receive_deadline_ms\": 0, \"idle_ms\": 50000");
     raw_peer peer(port), idle(port);
     MsLink *link = link_of(peer), *idle_link = link_of(idle);
     clock.advance(10000);
-    peer.send({0x4F});
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    begin_package(peer, 1);
     clock.advance(40000);
     ASSERT_TRUE(wait_end(idle_link));
     EXPECT_EQ(ends(link), 0u);
@@ -194,7 +214,7 @@ TEST_F(MsDeadlineTest, ReceiveDeadlineOfNoneIsNone)
 TEST_F(MsDeadlineTest, IdleConnectionsAreClosedWhenAskedFor)
 {
     log_capture log;
-    start("\"idle_ms\": 5000");
+    start_service("\"idle_ms\": 5000");
     raw_peer idle(port), sending(port), receiving(port);
     MsLink *idle_link = link_of(idle), *sending_link = link_of(sending), *receiving_link = link_of(receiving);
     clock.advance(4000);
@@ -216,7 +236,7 @@ TEST_F(MsDeadlineTest, IdleConnectionsAreClosedWhenAskedFor)
 TEST_F(MsDeadlineTest, PeerThatTakesNoQueuedBytesIsDead)
 {
     log_capture log;
-    start("\"send_buffer_bytes\": 20000, \"dead_peer_ms\": 60000");
+    start_service("\"send_buffer_bytes\": 20000, \"dead_peer_ms\": 60000");
     raw_peer stalled(port), idle(port);
     MsLink *link = link_of(stalled), *idle_link = link_of(idle);
     byte_vector bytes = make_package(MP_CODE_SEND_RES, CLIENT_MODULE, byte_vector(49152, 1));
