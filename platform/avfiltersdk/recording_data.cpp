@@ -106,38 +106,39 @@ static int deliver_one(recording *rec, const found_frame &frame, uint8_t *buffer
     return static_cast<int>(out.filled);
 }
 
+// The frame behind `from`, when there is one and the package has room for it.
+static bool next_that_fits(recording *rec, int64_t from, int64_t room, found_frame *frame)
+{
+    const int64_t end = rec->range.end;
+    // One that does not fit is left before what follows it is looked at: the next call does that.
+    if (frame_peek(&rec->window, from, end, frame) && delivered_bytes(rec, *frame) > room)
+        return false;
+    return frame_next(&rec->window, {from, end, end}, frame) && delivered_bytes(rec, *frame) <= room;
+}
+
 // The next whole frames from the position on, as many as a package takes.
 static int deliver_package(recording *rec, uint8_t *buffer, int size, AVFrameInfo *info)
 {
-    const play_range &range = rec->range;
     found_frame frame;
-    if (!frame_next(&rec->window, {rec->position, range.end, range.end}, &frame))
+    if (!frame_next(&rec->window, {rec->position, rec->range.end, rec->range.end}, &frame))
         return 0;
     const found_frame first = frame;
-    const int64_t room = std::min(size, AVFILTER_PACKAGE_SIZE);
-    int64_t total = delivered_bytes(rec, frame);
-    if (total > size)
+    if (delivered_bytes(rec, first) > size)
         return DATA_FAILED;
+    int64_t room = std::min(size, AVFILTER_PACKAGE_SIZE), next_position = frame.end();
     delivery out = {.rec = rec, .buffer = buffer, .filled = 0, .run_offset = 0, .run_bytes = 0};
-    int64_t next_position = range.start;
     int frame_count = 0;
-    for (;; frame_count++) {
+    do {
         if (!add_frame(&out, frame))
             return 0;
+        room -= delivered_bytes(rec, frame);
         next_position = frame.end();
-        // A frame that does not fit is left before what follows it is looked at: the next call does that.
-        if (frame_peek(&rec->window, next_position, range.end, &frame) && total + delivered_bytes(rec, frame) > room)
-            break;
-        if (!frame_next(&rec->window, {next_position, range.end, range.end}, &frame))
-            break;
-        total += delivered_bytes(rec, frame);
-        if (total > room)
-            break;
-    }
+        frame_count++;
+    } while (next_that_fits(rec, next_position, room, &frame));
     if (!flush_run(&out))
         return 0;
     describe(rec, first, info);
-    rec->has_small_frames = frame_count >= SMALL_FRAMES_IN_PACKAGE;
+    rec->has_small_frames = frame_count > SMALL_FRAMES_IN_PACKAGE;
     recording_set_position(rec, next_position, false);
     return static_cast<int>(out.filled);
 }
