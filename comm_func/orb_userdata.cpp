@@ -148,14 +148,13 @@ static int read_payload_size(const uint8_t *bytes, int available, int *size)
     return 0;
 }
 
-// The segment of the absolute time among those of a payload of `size` bytes in a buffer of USERDATA_MAX_LENGTH.
+// The segment of the absolute time among those of a payload of `size` bytes. A segment header is read before its bound
+// is known, so a header's room of zeros follows the payload.
 static int find_abs_time_segment(const uint8_t *payload, int size, int segment_count, uint32_t *abs_time)
 {
     int offset = sizeof(TUserDataHeader);
     for (int i = 0; i < segment_count; i++) {
         int data_offset = offset + static_cast<int>(sizeof(TSegmentHeader));
-        if (data_offset > USERDATA_MAX_LENGTH)
-            return 0;
         int flag = wire_load<uint16_t>(payload + offset);
         int data_len = wire_load<uint16_t>(payload + offset + offsetof(TSegmentHeader, uiDataLen));
         if (size < data_offset + data_len)
@@ -213,8 +212,8 @@ int get_abstime_from_sei(int mode, const uint8_t *frame, int frame_length, uint3
                       "usr_data_size > USERDATA_MAX_LENGTH",
                       size);
     const int payload_pos = size_pos + size_bytes;
-    uint8_t payload[USERDATA_MAX_LENGTH] = {};
-    if (sei_frame_del_03(frame + payload_pos, frame_length - payload_pos, size, payload, sizeof(payload)) != size)
+    uint8_t payload[USERDATA_MAX_LENGTH + sizeof(TSegmentHeader)] = {};
+    if (sei_frame_del_03(frame + payload_pos, frame_length - payload_pos, size, payload, USERDATA_MAX_LENGTH) != size)
         return 0;
     return read_user_data(payload, size, frame_length, abs_time);
 }

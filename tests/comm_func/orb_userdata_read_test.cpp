@@ -205,11 +205,16 @@ TEST_F(ReadTimeTest, SegmentPastThePayloadIsLoggedBeforeItsFlagIsLookedAt)
 
 TEST_F(ReadTimeTest, SegmentHeaderPastTheWorkBufferIsAFailure)
 {
-    const bytes data = join(segment(1, filled(1024 - 8 - 4 - 2, 0x33)), bytes{0xD3, 0xFE});
-    const bytes full = payload(2, data);
-    ASSERT_EQ(full.size(), 1024u);
-    EXPECT_EQ(read_time(frame_with(message(full, {255, 255, 255, 255, 4}))), 0);
-    EXPECT_TRUE(log.lines().empty());
+    for (int cut : {0, 1, 2, 3}) { // bytes of the second header that the payload still holds
+        bytes data = segment(1, filled(static_cast<size_t>(1024 - 8 - 4 - cut), 0x33));
+        data.insert(data.end(), {0xD3, 0xFE, 0xFF});
+        data.resize(1024 - 8);
+        EXPECT_EQ(read_time(frame_with(message(payload(2, data), {255, 255, 255, 255, 4}))), 0);
+        const int end = 1024 - cut + 4 + (cut == 3 ? 0xFF : 0);
+        EXPECT_EQ(only_line(),
+                  "seg_header.uiDataLen + data_offset:" + std::to_string(end) + " > usr_data_size:1024");
+        log.clear();
+    }
 }
 
 TEST_F(ReadTimeTest, TimePastThePayloadIsAFailure)
