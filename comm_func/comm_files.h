@@ -12,7 +12,8 @@ int parse_cloud_devid_filename(const char *filename, char *dev_id, char *real_fi
 
 // ---- Recordings -----------------------------------------------------------------------------------------------------
 
-// 1 when one of the first 64 words of four bytes is "ftyp". The name counts as client-named; only regular files.
+// 1 when one of the first 64 words of four bytes is "ftyp". The name is a client's: UTF-8, held to the access roots, and
+// nothing but regular files is opened.
 int is_mp4_file(const char *filename);
 // The companion name with the suffix ".md5"; 0 when the name has it already or the result does not fit.
 int replace_suffix_by_md5(const char *filename, char *filename_md5, int filename_md5_len);

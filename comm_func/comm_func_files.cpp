@@ -12,12 +12,20 @@ static os_file_ptr open_to_read(const char *filename, int flags)
     return os_file_ptr(file);
 }
 
+static os_file_ptr open_client_file(const char *utf8_name)
+{
+    char path[260];
+    if (os_code_convert("utf-8", "GB18030", path, sizeof path, utf8_name, std::strlen(utf8_name)) <= 0)
+        return nullptr;
+    return open_to_read(path, OS_FILE_CLIENT);
+}
+
 int is_mp4_file(const char *filename)
 {
     static constexpr std::string_view BRAND = "ftyp";
     if (filename == nullptr)
         return LOGGED(0, LOG_SYSTEM, "filename == NULL");
-    os_file_ptr file = open_to_read(filename, OS_FILE_CLIENT);
+    os_file_ptr file = open_client_file(filename);
     if (file == nullptr)
         return LOGGED(0, LOG_SYSTEM, "fp == NULL, filename:%s", filename);
 

@@ -98,6 +98,19 @@ TEST(IsMp4File, RefusesWhatCannotBeOpened)
                                       {4, "fp == NULL, filename:"}}));
 }
 
+TEST(IsMp4File, TakesNamesInUtf8)
+{
+    temp_folder folder;
+    folder.write("\xC2\xBC.mp4", "....ftyp"); // U+5F55 as the file system has it
+    EXPECT_EQ(is_mp4_file(folder.file("\xE5\xBD\x95.mp4").c_str()), 1);
+    std::string broken = folder.file("\xC2\xBC.mp4"), endless = folder.file(std::string(300, 'n'));
+    log_capture logs;
+    EXPECT_EQ(is_mp4_file(broken.c_str()), 0);
+    EXPECT_EQ(is_mp4_file(endless.c_str()), 0);
+    EXPECT_EQ(said(logs),
+              (said_lines{{4, "fp == NULL, filename:" + broken}, {4, "fp == NULL, filename:" + endless}}));
+}
+
 TEST(IsMp4File, HoldsClientsToTheRoots)
 {
     temp_folder inside, outside;
