@@ -112,7 +112,10 @@ static pass_result deliver_header(file_reader *reader, player_guard &held)
         shared_store(player->base.is_play_end, 1);
         return LOGGED(PASS_DONE, LOG_REFUSE, "read head error");
     }
-    shared_store(player->base.status, VOD_PLAYER_PLAYING_STATUS_HEADER_SENT);
+    // Not over the status that a close has set meanwhile, which does not wait for the lock.
+    int playing = VOD_PLAYER_PLAYING_STATUS_PLAY;
+    if (!std::atomic_ref(player->base.status).compare_exchange_strong(playing, VOD_PLAYER_PLAYING_STATUS_HEADER_SENT))
+        return PASS_DONE;
     reader_callback(reader, held, VIDEO_DATA_TYPE_FILEHEAD, header, FILE_HEAD_SIZE);
     reader->header_pending = false;
     return PASS_DONE;

@@ -75,6 +75,30 @@ TEST_F(OrbCloseTest, CloseWaitsForTheCallbackUnderWay)
     closer.join();
 }
 
+TEST_F(OrbCloseTest, CloseWhileTheHeaderIsReadStaysClosed)
+{
+    std::atomic<bool> is_inside = false, may_leave = false;
+    fake.script([&](fake_avfilter_script &script) {
+        script.on_header = [&](int size) {
+            if (size != STREAM_PIECE_SIZE) // the open's own look at it
+                return;
+            is_inside = true;
+            while (!may_leave)
+                std::this_thread::yield();
+        };
+    });
+    EXPECT_EQ(open(), 1);
+    ASSERT_TRUE(eventually([&] { return is_inside.load(); }));
+    std::thread closer([&] { EXPECT_EQ(vod_orbplayer_close(player), 1); });
+    ASSERT_TRUE(eventually([&] { return shared_load(orb()->file_info.thread_is_active) == 0; }));
+    may_leave = true;
+    closer.join();
+    EXPECT_EQ(player->status, VOD_PLAYER_PLAYING_STATUS_NONE);
+    EXPECT_EQ(receiver.count_of(VIDEO_DATA_TYPE_FILEHEAD), 0u);
+    fake.script([](fake_avfilter_script &script) { script.on_header = nullptr; });
+    EXPECT_EQ(open(), 1);
+}
+
 TEST_F(OrbCloseTest, LockLivesUntilTheLastSetterHasLeft)
 {
     open_to_header();

@@ -120,7 +120,12 @@ static int read_info(void *buffer, int size)
 
 int AVFilterGetInfo(void *handle, int info, void *buffer, int size)
 {
-    std::lock_guard held(fake().mutex);
+    std::unique_lock held(fake().mutex);
+    if (auto hook = fake().scripted.on_header; hook && info == AVFILTER_INFO_FILE_HEAD) {
+        held.unlock();
+        hook(size);
+        held.lock();
+    }
     return info == AVFILTER_INFO_FILE_HEAD ? read_header(static_cast<fake_handle *>(handle), buffer, size)
                                            : read_info(buffer, size);
 }

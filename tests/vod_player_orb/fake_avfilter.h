@@ -41,6 +41,7 @@ struct fake_avfilter_script {
     int vca_destroy_result = 0;
     // Called outside the fake's lock, before the answer.
     std::function<void()> on_get_data, on_command;
+    std::function<void(int size)> on_header;
 };
 
 struct fake_avfilter_record {

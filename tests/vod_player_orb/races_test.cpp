@@ -112,6 +112,56 @@ TEST_F(OrbRaceTest, PlayersAreMadeAndDestroyedByManyThreads)
     EXPECT_EQ(fake.open_handles(), 0);
 }
 
+// A player is opened, played and closed by its owner while another thread keeps on seeking in it.
+static void open_play_close(VODPlayer *played, const std::string &name, data_receiver *own)
+{
+    for (int round = 0; round < 40; round++) {
+        // However a seek meets the close, the player is closed afterwards and opens again.
+        ASSERT_EQ(vod_orbplayer_open_file(played, name.c_str(), data_receiver::callback, own->usr()), 1);
+        EXPECT_EQ(vod_orbplayer_play(played), 1);
+        if (round % 4 == 0) {
+            EXPECT_TRUE(own->wait_for_type(VIDEO_DATA_TYPE_FILEHEAD));
+        }
+        EXPECT_EQ(vod_orbplayer_close(played), 1);
+        EXPECT_EQ(shared_load(played->status), VOD_PLAYER_PLAYING_STATUS_NONE);
+        own->clear();
+    }
+}
+
+static void seek_until(const std::atomic<bool> &is_over, VODPlayer *sought)
+{
+    for (int i = 0; !is_over; i++) {
+        vod_orbplayer_set_play_pos(sought, i % 100);
+        vod_orbplayer_set_play_byte(sought, i % 1000);
+        vod_orbplayer_set_play_time(sought, i % 60000);
+        vod_orbplayer_set_play_direction(sought, i % 60000, i % 2);
+        vod_orbplayer_get_play_pos(sought);
+    }
+}
+
+TEST_F(OrbRaceTest, OpenPlayCloseLoopsMeetSeeksOnSeveralPlayers)
+{
+    os_log_set_level(LOG_FATAL);
+    std::string name = recording();
+    fake.script([](fake_avfilter_script &script) { script.blocks.assign(5000, {1000, 1}); });
+    for (int t = 0; t < 4; t++)
+        callers.emplace_back([&name] {
+            data_receiver own;
+            VODPlayer *made = create_player();
+            ASSERT_NE(made, nullptr);
+            std::atomic<bool> is_over = false;
+            std::thread seeker([&] { seek_until(is_over, made); });
+            open_play_close(made, name, &own);
+            is_over = true;
+            seeker.join();
+            EXPECT_EQ(vod_orbplayer_destroy(made), 1);
+        });
+    for (std::thread &caller : callers)
+        caller.join();
+    callers.clear();
+    EXPECT_EQ(fake.open_handles(), 0);
+}
+
 TEST_F(OrbRaceTest, NoRequestIsMissedByAWaitingReader)
 {
     open_to_header();
