@@ -49,7 +49,11 @@ int vod_orbplayer_close_by_time_thr(void *argument)
 int time_range_closer_start(VODOrbPlayer *player)
 {
     LThread closer = {};
-    return os_thread_create(&closer, 0, vod_orbplayer_close_by_time_thr, player) && os_thread_detach(&closer);
+    if (!os_thread_create(&closer, 0, vod_orbplayer_close_by_time_thr, player))
+        return 0;
+    // From here on the record is the closer's, whatever becomes of the handle.
+    os_thread_detach(&closer);
+    return 1;
 }
 
 // ---- The asynchronous close loop ------------------------------------------------------------------------------------

@@ -163,6 +163,44 @@ TEST_F(OrbTimeRangeCloseTest, ThreadThatCannotStartACloserEndsTheProcess)
     expect_freed();
 }
 
+// Each fallible call of a closing fails once. Only a close thread without a closer may end the process.
+TEST_F(OrbTimeRangeCloseTest, AnyFailingCallStillEndsAndFreesThePlayer)
+{
+    static std::atomic<int> exits;
+    os_exit_install([](int) { exits++; });
+    size_t rounds = 0;
+    int ended = 0;
+    for (int status : {VOD_PLAYER_PLAYING_STATUS_PLAY, VOD_PLAYER_PLAYING_STATUS_NONE}) {
+        bool was_reached = true;
+        for (uint32_t n = 1; was_reached; n++) {
+            ASSERT_LT(n, 20u);
+            by_time_player range(&receiver, status);
+            range.add_file({2024, 1, 1, 0, 0, 0});
+            exits = 0;
+            rounds++;
+            os_fault_arm(n);
+            vod_orbplayer_close(range.player());
+            EXPECT_EQ(vod_orbplayer_destroy(range.player()), 1);
+            auto is_over = [&] {
+                return exits != 0 || receiver.count_of(VIDEO_DATA_TYPE_ASYNC_CLOSE_END) == rounds;
+            };
+            EXPECT_TRUE(eventually(is_over)) << status << ' ' << n;
+            was_reached = os_fault_calls() >= n;
+            os_fault_disarm();
+            ended += exits;
+            // The process lives on only in this test: end the player by hand.
+            if (exits != 0)
+                vod_orbplayer_close_by_time_thr(range.orb());
+            expect_freed(rounds);
+            EXPECT_TRUE(range.reader_ended && range.opener_ended) << status << ' ' << n;
+        }
+    }
+    os_exit_install(nullptr);
+    EXPECT_EQ(ended, 1);
+    EXPECT_GE(rounds, 5u); // a closer's thread; a place in the list, a closer's thread; and once nothing, each
+    EXPECT_EQ(receiver.count_of(VIDEO_DATA_TYPE_ASYNC_CLOSE_END), rounds);
+}
+
 TEST_F(OrbTimeRangeCloseTest, WaitingPlayersAreCounted)
 {
     by_time_player first(&receiver, VOD_PLAYER_PLAYING_STATUS_NONE);
