@@ -80,13 +80,15 @@ unsigned int vod_orbplayer_get_file_begin_time(VODPlayer *player)
     return time_range_begin(orb_player);
 }
 
-// This player offers no such information.
-int vod_orbplayer_get_hardplay_file_info(VODPlayer *, char **)
+// This player offers no such information, so refusing the player itself only leaves its log line.
+int vod_orbplayer_get_hardplay_file_info(VODPlayer *player, char **)
 {
+    orb_player_of(player);
     return -1;
 }
 
-int vod_orbplayer_release_hardplay_file_info(VODPlayer *)
+int vod_orbplayer_release_hardplay_file_info(VODPlayer *player)
 {
+    orb_player_of(player);
     return 0;
 }
