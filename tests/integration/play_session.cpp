@@ -35,13 +35,18 @@ bool play_behind_mark(vodclient_playback &session, std::string *bytes)
     return false;
 }
 
+vodclient_play_request request_of(const std::string &name)
+{
+    vodclient_play_request request;
+    request.file = name;
+    return request;
+}
+
 play_result play_all(const vodclient_server &server, const std::string &name)
 {
     play_result played;
     vodclient_playback session;
-    vodclient_play_request request;
-    request.file = name;
-    if (played.result = session.open(server, request); !played.result)
+    if (played.result = session.open(server, request_of(name)); !played.result)
         return played;
     played.info = session.info();
     if (played.result = session.start(); played.result)

@@ -17,6 +17,7 @@ struct play_result {
     std::string bytes; // file head and stream
     bool reached_end = false;
 };
+vodclient_play_request request_of(const std::string &name);
 // From the request to the end of the recording.
 play_result play_all(const vodclient_server &server, const std::string &name);
 // Adds what comes until the end of the recording; false when the end does not come.

@@ -63,10 +63,8 @@ TEST_P(StreamTest, ManyClientsReceiveTheSameRecordingAtOnce)
 {
     std::vector<std::unique_ptr<vodclient_playback>> sessions;
     for (int i = 0; i < 12; i++) {
-        vodclient_play_request request;
-        request.file = name;
         sessions.push_back(std::make_unique<vodclient_playback>());
-        ASSERT_TRUE(sessions.back()->open(service.server(), request));
+        ASSERT_TRUE(sessions.back()->open(service.server(), request_of(name)));
         ASSERT_TRUE(sessions.back()->start());
     }
     std::string expected = file_of(made.path);
