@@ -41,7 +41,7 @@ struct H265_SeiAbsTimeFrame {
 
 // Length of the start flag, 6 or 7; 0 for an unknown mode. Each output (7 bytes) may be null.
 int get_userdata_flag(int mode, uint8_t *flag, uint8_t *second_flag);
-// First offset of the pattern, -1 when it does not occur.
+// First offset of the pattern, -1 when it does not occur. Lengths in bytes.
 int find_pos_by_flag(const uint8_t *buffer, int length, const uint8_t *pattern, int pattern_length);
 // Bytes written: `size` payload bytes with emulation prevention removed. Reads at most `source_size` bytes of `source`.
 int sei_frame_del_03(const uint8_t *source, int source_size, int size, uint8_t *destination, int destination_size);
@@ -53,6 +53,8 @@ int get_orb_userdata_header(const uint8_t *payload, TUserDataHeader *header);
 int get_abstime_from_sei(int mode, const uint8_t *frame, int frame_length, uint32_t *abs_time);
 void make_h264_abs_time_sei(uint8_t *out, uint32_t abs_time); // 24 bytes
 void make_h265_abs_time_sei(uint8_t *out, uint32_t abs_time); // 25 bytes
-// The new frame's length, also when `out_size` is too small for it (then only header and message may be written).
+// The new frame's length, also when `out_size` is too small for it (then only header and message may be written). 0 for
+// a frame shorter than its 32-byte header. Other modes copy the frame.
 int add_new_abstime_sei(int mode, const uint8_t *frame, int frame_length, uint8_t *out, int out_size, uint32_t abs_time);
+// Bytes of the message, 24 or 25; 0 for an unknown mode.
 int get_sei_frame_size(int mode);

@@ -14,8 +14,11 @@ struct orb_wake {
     uint32_t count; // guarded by mutex
 };
 
+// `name` stands for its lock where the lock order is checked. 0 without memory.
 int orb_wake_init(orb_wake *wake, const char *name);
+// Nobody may wait or call any more.
 void orb_wake_destroy(orb_wake *wake);
+// The others may be called from any thread.
 uint32_t orb_wake_count(orb_wake *wake);
 void orb_wake_call(orb_wake *wake);
 // Returns when the count is no longer `seen` or `ms` (OS_WAIT_FOREVER allowed) have passed.

@@ -186,8 +186,11 @@ void player_callback(VODOrbPlayer *player, int type, char *data, int size);
 
 // ---- Slot table and settings (player_table.cpp) ---------------------------------------------------------------------
 
+// The one operation table of all players.
 const VODPlayerFunc *get_orbplayer_func();
+// Gives the player's slot back; the record stays the caller's.
 void player_slot_free(VODOrbPlayer *player);
+// Settings as player_init found them, 0 without.
 int vodplayer_is_timeplayback_all_rec();
 int vodplayer_is_use_exact_play();
 
@@ -197,25 +200,38 @@ int vodplayer_is_use_exact_play();
 AVOrbFileFilter avfilter_for(const char *filename);
 // Hours east of UTC.
 int local_zone_hours();
-// The file's times: start from its name, stop from its modification time. `filename` is a system path.
+// The file's times: start from its name, stop from its modification time. `filename` is a system path. 0, logged, when
+// the file cannot be looked at or its name has no time.
 int vod_orbplayer_file_find_time(const char *filename, VOD_TIME *start_time, VOD_TIME *end_time);
 AVUtcTime utc_time_of(const VOD_TIME &time);
 // The reading thread of a file opened by name; `player` is a VODOrbPlayer.
 int get_original_data(void *player);
 
+// Opens a recording by name (UTF-8, at most 259 bytes) and starts its reading thread, on which `func` is called. 0,
+// with the player as it was, on failure. Opening, closing and destroying one player are for one thread at a time; the
+// setters and getters below may meanwhile be called from any.
 int vod_orbplayer_open_file(VODPlayer *player, const char *filename, OnRecvOriginalDataFunc func, handle_orb usr);
+// Opens what was recorded of channel `ch` of `host_id` between two local times.
 int vod_orbplayer_open_file_by_time(VODPlayer *player, const char *host_id, int ch, int file_type,
                                     const VOD_TIME *start_time, const VOD_TIME *end_time, OnRecvOriginalDataFunc func,
                                     handle_orb usr);
 
 // ---- Setters (setters.cpp) ------------------------------------------------------------------------------------------
 
+// All but the direction and the start offset refuse a player that is not open; each lets a paused player play on.
+// Whatever the player's status.
 int vod_orbplayer_play(VODPlayer *player);
+// Percent, clamped to 0..100.
 int vod_orbplayer_set_play_pos(VODPlayer *player, int pos);
+// Kilobytes of 1024 bytes, at most to the end of the file.
 int vod_orbplayer_set_play_byte(VODPlayer *player, int byte);
+// The offset in bytes at which a time range starts; 1 and nothing for a file opened by name.
 int vod_orbplayer_set_play_bytes(VODPlayer *player, uint64_t bytes);
+// Milliseconds from the start, negative ones count as 0.
 int vod_orbplayer_set_play_time(VODPlayer *player, int time);
+// Seconds since 1970, negative ones count as 0. Only noted for a file opened by name.
 int vod_orbplayer_set_play_absolute_time(VODPlayer *player, int time);
+// Turns round at `time` milliseconds when `direction` is not the one being played. 1 also when there is nothing to do.
 int vod_orbplayer_set_play_direction(VODPlayer *player, int time, int direction);
 
 // ---- Slices and analysis (modes.cpp) --------------------------------------------------------------------------------
@@ -226,11 +242,17 @@ int vod_orbplayer_set_analyze_info_ex(VODPlayer *player, int rules_type, void *r
 
 // ---- Getters (getters.cpp) ------------------------------------------------------------------------------------------
 
+// The first four answer -1 (the size 0) for a player that is not open.
+// Percent; always 0 for a file opened by name.
 int vod_orbplayer_get_play_pos(VODPlayer *player);
+// Seconds.
 int vod_orbplayer_get_file_time(VODPlayer *player);
 int vod_orbplayer_get_file_total_frames(VODPlayer *player);
+// Bytes, the file header included.
 uint64_t vod_orbplayer_get_file_total_size(VODPlayer *player);
+// Start of a time range's first file, seconds since 1970; 0 for an empty list and a file opened by name.
 unsigned int vod_orbplayer_get_file_begin_time(VODPlayer *player);
+// Always -1 and 0: this player has no such information.
 int vod_orbplayer_get_hardplay_file_info(VODPlayer *player, char **play_time_info);
 int vod_orbplayer_release_hardplay_file_info(VODPlayer *player);
 // Start of the first file of the play list, seconds since 1970, 0 for an empty one. With the player's lock held.
@@ -238,14 +260,20 @@ unsigned int time_range_begin(const VODOrbPlayer *player);
 
 // ---- Closing (close.cpp, async_close.cpp) ---------------------------------------------------------------------------
 
+// Waits for the reading thread's pass, callbacks included. 0 for a player that is not open. A time range's record lives
+// on until its closer has told the user and destroy was called.
 int vod_orbplayer_close(VODPlayer *player);
+// Closes an open player first. The handle is dead afterwards.
 int vod_orbplayer_destroy(VODPlayer *player);
 // Tells the player's threads to end and waits for the reading one. A reading thread looks at thread_is_active, which is
 // cleared first, before it takes a stopped opener for an answer.
 void player_stop_reader(VODOrbPlayer *player);
+// Ends the library handle of the file; needs the reading thread gone.
 void player_close_recording(VODOrbPlayer *player);
+// Ends the analysis query, once.
 void player_end_analysis(VODOrbPlayer *player);
-// Starts the thread that frees a closed time-range player once it is destroyed.
+// Starts the thread that frees a closed time-range player once it is destroyed; the record is that thread's from then
+// on. 0 when no thread starts.
 int time_range_closer_start(VODOrbPlayer *player);
 // That thread; `player` is a VODOrbPlayer.
 int vod_orbplayer_close_by_time_thr(void *player);

@@ -116,24 +116,37 @@ VOD_API handle_orb vod_player_create(int type);
 VOD_API int vod_player_destroy(handle_orb playerfd);
 /* The player's type, or what its device says for storage types 1 to 4; -1 on failure. */
 VOD_API int vod_player_get_type(handle_orb playerfd);
-/* Size of the file header of a registered type, bytes. `type` is not checked. */
+/* Size of the file header of a registered type, bytes; 0 for a type without one. */
 VOD_API int vod_player_get_head_length(int type);
 /* How recordings are stored, 0 to 4; read once per process from "var\web\rec_rule.json". */
 VOD_API int32_t vod_player_get_storage_type(void);
 
 /* ---- Opening and closing ---------------------------------------------------------------------------------------- */
 
-/* `filename` is UTF-8. Data arrives at `func` once the player plays. */
+/*
+ * `filename` is UTF-8, at most 259 bytes. The file header arrives at `func` at once, its data when the player plays. `usr`
+ * is handed back as it is and never looked into.
+ */
 VOD_API int vod_player_open_file(handle_orb playerfd, const char *filename, OnRecvOriginalDataFunc func, handle_orb usr);
-/* The recordings of channel `ch` of `host_id` between two local times. */
+/* The recordings of channel `ch` of `host_id` between two local times; `start_time` NULL names recordings in the cloud. */
 VOD_API int vod_player_open_file_by_time(handle_orb playerfd, const char *host_id, int ch, int file_type,
                                          const VOD_TIME *start_time, const VOD_TIME *end_time, OnRecvOriginalDataFunc func,
                                          handle_orb usr);
-/* Waits for the callback that is under way. */
+/*
+ * Waits for the callback that is under way, so it must not be called from one. A time range whose recordings are still
+ * being looked for is closed in the background and may call back until then. Each time range tells the end of its close,
+ * VIDEO_DATA_TYPE_ASYNC_CLOSE_END, once it was destroyed, too.
+ */
 VOD_API int vod_player_close(handle_orb playerfd);
+/* Starts, or goes on after the header and after the end of the data. */
 VOD_API int vod_player_play(handle_orb playerfd);
 
-/* ---- Positions -------------------------------------------------------------------------------------------------- */
+/*
+ * ---- Positions --------------------------------------------------------------------------------------------------
+ *
+ * The setters leave a request with the reading thread, which tells VIDEO_DATA_TYPE_SEEK_DONE when it has served it, and
+ * let the player play on.
+ */
 
 /* `pos` percent, clamped to 0..100. */
 VOD_API int vod_player_set_play_pos(handle_orb playerfd, int pos);
@@ -166,8 +179,11 @@ VOD_API int vod_player_release_hardplay_by_time_info(handle_orb playerfd);
 
 /* ---- Slices and analysis, chosen before the open ---------------------------------------------------------------- */
 
+/* One slice every `iframetimes` key frames. */
 VOD_API int vod_player_set_slice_iframetimes(handle_orb playerfd, int iframetimes);
+/* `rule_count` rules, read during the call. */
 VOD_API int vod_player_set_analyze_info(handle_orb playerfd, QueryRule *rules, int rule_count);
+/* Rules in the form that `rules_type` names: `rules_size` bytes, read during the call. */
 VOD_API int vod_player_set_analyze_info_ex(handle_orb playerfd, int rules_type, void *rules_info, int rules_size);
 
 #ifdef __cplusplus
