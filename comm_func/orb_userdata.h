@@ -55,6 +55,7 @@ void make_h264_abs_time_sei(uint8_t *out, uint32_t abs_time); // 24 bytes
 void make_h265_abs_time_sei(uint8_t *out, uint32_t abs_time); // 25 bytes
 // The new frame's length, also when `out_size` is too small for it (then only header and message may be written). 0 for
 // a frame shorter than its 32-byte header. Other modes copy the frame.
-int add_new_abstime_sei(int mode, const uint8_t *frame, int frame_length, uint8_t *out, int out_size, uint32_t abs_time);
+int add_new_abstime_sei(int mode, const uint8_t *frame, int frame_length, uint8_t *out, int out_size,
+                        uint32_t abs_time);
 // Bytes of the message, 24 or 25; 0 for an unknown mode.
 int get_sei_frame_size(int mode);

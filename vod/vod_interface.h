@@ -88,8 +88,8 @@ int32_t vodplayer_get_storage_type();
 
 int vodplay_get_play_pos(handle_orb playerfd, int *pos); // percent
 int vodplay_get_file_total_frames(handle_orb playerfd, int *frames);
-int vodplay_get_file_total_time(handle_orb playerfd, int *time);        // seconds
-int vodplay_get_file_total_size(handle_orb playerfd, uint64_t *size);   // bytes
+int vodplay_get_file_total_time(handle_orb playerfd, int *time);          // seconds
+int vodplay_get_file_total_size(handle_orb playerfd, uint64_t *size);     // bytes
 int vodplay_get_file_begin_time(handle_orb playerfd, unsigned int *time); // seconds since 1970
 // Both report 1 in every case: a failed query leaves `play_time_info` as it was.
 int vodplay_get_hardplay_by_time_info(handle_orb playerfd, char **play_time_info);

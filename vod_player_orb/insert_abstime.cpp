@@ -25,8 +25,8 @@ static bool next_has_abstime(void *handle, int mode, scan_buffer *buffer)
     frame.iSize = sizeof frame;
     int size = AVFilterGetData(handle, AVFILTER_DATA_FRAMES, buffer->bytes, READ_BUFFER_SIZE, &frame);
     uint32_t abs_time = 0;
-    return size > 0 &&
-           get_abstime_from_sei(mode, buffer->bytes, std::min(size, READ_BUFFER_SIZE), &abs_time) && abs_time != 0;
+    return size > 0 && get_abstime_from_sei(mode, buffer->bytes, std::min(size, READ_BUFFER_SIZE), &abs_time) &&
+           abs_time != 0;
 }
 
 static bool scan_for_abstime(void *handle, scan_buffer *buffer)

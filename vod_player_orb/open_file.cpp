@@ -107,8 +107,8 @@ static int open_is_allowed(VODOrbPlayer *player, const char *filename)
         return LOGGED(0, LOG_REFUSE, "strlen(filename) >= MAX_PATH--strlen(filename) = %zu", strlen(filename));
     int status = shared_load(player->base.status);
     if (status != VOD_PLAYER_PLAYING_STATUS_NONE)
-        return LOGGED(0, LOG_REFUSE,
-                      "player->status != VOD_PLAYER_PLAYING_STATUS_NONE-------player->status = %d", status);
+        return LOGGED(0, LOG_REFUSE, "player->status != VOD_PLAYER_PLAYING_STATUS_NONE-------player->status = %d",
+                      status);
     return 1;
 }
 

@@ -27,10 +27,7 @@ void player_sync_destroy(VODOrbPlayer *player)
     os_mutex_destroy(&player->file_info.mutex_id);
 }
 
-player_guard::player_guard(VODOrbPlayer *player, os_place place)
-    : os_lock_guard(&player->file_info.mutex_id, place)
-{
-}
+player_guard::player_guard(VODOrbPlayer *player, os_place place) : os_lock_guard(&player->file_info.mutex_id, place) {}
 
 // One more user, unless there is nothing to use any more.
 static bool sync_take(VODOrbPlayer *player)

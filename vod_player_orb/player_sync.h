@@ -46,7 +46,7 @@ struct player_guard : os_lock_guard {
 
 // Keeps the lock and the wake alive; false when the player is closed.
 class player_use {
-  public:
+public:
     explicit player_use(VODOrbPlayer *player);
     ~player_use();
     player_use(const player_use &) = delete;
@@ -55,7 +55,7 @@ class player_use {
     // Has the reading thread look at its mailbox; nothing when the player is closed.
     void wake() const;
 
-  private:
+private:
     VODOrbPlayer *player_;
 };
 

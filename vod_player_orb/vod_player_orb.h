@@ -110,7 +110,7 @@ struct PlayByTimeInfo {
     int is_set_byte_pos;
     uint64_t set_byte;
     int is_set_direction;
-    unsigned direction_set_time; // milliseconds
+    unsigned direction_set_time;                     // milliseconds
     int is_set_absolute_time_pos, absolute_time_pos; // seconds since 1970
     int need_update;
 };
@@ -155,7 +155,7 @@ enum closing_state { CLOSING_NOT = 0, CLOSING_QUEUED = 1, CLOSING_STARTED = 2, C
 struct VODOrbPlayer {
     VODPlayer base;
     OnRecvOriginalDataFunc func;
-    int player_id; // slot index
+    int player_id;  // slot index
     handle_orb usr; // the caller's; never looked into
     VODOrbFileInfo file_info;
     PlayByTimeInfo play_by_time;

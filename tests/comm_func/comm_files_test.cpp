@@ -107,8 +107,7 @@ TEST(IsMp4File, TakesNamesInUtf8)
     log_capture logs;
     EXPECT_EQ(is_mp4_file(broken.c_str()), 0);
     EXPECT_EQ(is_mp4_file(endless.c_str()), 0);
-    EXPECT_EQ(said(logs),
-              (said_lines{{4, "fp == NULL, filename:" + broken}, {4, "fp == NULL, filename:" + endless}}));
+    EXPECT_EQ(said(logs), (said_lines{{4, "fp == NULL, filename:" + broken}, {4, "fp == NULL, filename:" + endless}}));
 }
 
 TEST(IsMp4File, HoldsClientsToTheRoots)

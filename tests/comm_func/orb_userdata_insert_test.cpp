@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 class InsertTimeTest : public testing::Test {
-  protected:
+protected:
     static bytes frame()
     {
         bytes all(32 + 50, 0x22);

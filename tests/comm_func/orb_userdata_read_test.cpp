@@ -10,7 +10,7 @@
 #include <string>
 
 class ReadTimeTest : public testing::Test {
-  protected:
+protected:
     // An H.264 message with this payload; the size is its own unless told.
     static bytes message(const bytes &payload, bytes size = {})
     {
@@ -21,16 +21,13 @@ class ReadTimeTest : public testing::Test {
     static bytes payload(uint16_t segments, const bytes &data, const char *code = "QXST")
     {
         const auto length = static_cast<uint16_t>(data.size());
-        return join(bytes(code, code + 4),
-                     bytes{static_cast<uint8_t>(segments), static_cast<uint8_t>(segments >> 8)},
-                     bytes{static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)},
-                     data);
+        return join(bytes(code, code + 4), bytes{static_cast<uint8_t>(segments), static_cast<uint8_t>(segments >> 8)},
+                    bytes{static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)}, data);
     }
     static bytes segment(uint16_t flag, const bytes &data)
     {
         return join(bytes{static_cast<uint8_t>(flag), static_cast<uint8_t>(flag >> 8)},
-                     bytes{static_cast<uint8_t>(data.size()), static_cast<uint8_t>(data.size() >> 8)},
-                     data);
+                    bytes{static_cast<uint8_t>(data.size()), static_cast<uint8_t>(data.size() >> 8)}, data);
     }
     static inline const bytes TIME = {0x44, 0x33, 0x22, 0x11};
     // The only line logged.
@@ -211,8 +208,7 @@ TEST_F(ReadTimeTest, SegmentHeaderPastTheWorkBufferIsAFailure)
         data.resize(1024 - 8);
         EXPECT_EQ(read_time(frame_with(message(payload(2, data), {255, 255, 255, 255, 4}))), 0);
         const int end = 1024 - cut + 4 + (cut == 3 ? 0xFF : 0);
-        EXPECT_EQ(only_line(),
-                  "seg_header.uiDataLen + data_offset:" + std::to_string(end) + " > usr_data_size:1024");
+        EXPECT_EQ(only_line(), "seg_header.uiDataLen + data_offset:" + std::to_string(end) + " > usr_data_size:1024");
         log.clear();
     }
 }

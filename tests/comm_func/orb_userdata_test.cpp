@@ -166,8 +166,7 @@ TEST(EmulationTest, FullDestinationIsLoggedAndNotOverrun)
 {
     log_capture log;
     EXPECT_EQ(del_03({1, 2, 3, 4, 5, 0, 0, 3, 1}, 9, 4), (bytes{1, 2, 3, 4}));
-    EXPECT_EQ(log.lines(),
-              (std::vector<log_line>{{4, "orb_userdata", "(dst_len + find_pos):5 > dst_buf_size:4"}}));
+    EXPECT_EQ(log.lines(), (std::vector<log_line>{{4, "orb_userdata", "(dst_len + find_pos):5 > dst_buf_size:4"}}));
     log.clear();
     EXPECT_EQ(del_03({1, 2, 3, 4, 0, 0, 3, 1}, 8, 4), (bytes{1, 2, 3, 4}));
     EXPECT_TRUE(log.lines().empty()) << "the zeros do not fit, which is no failure";
@@ -193,8 +192,8 @@ TEST(MakeSeiTest, H264Layout)
 {
     bytes out(24);
     make_h264_abs_time_sei(out.data(), 0x11223344);
-    EXPECT_EQ(out, (bytes{0, 0, 0, 1, 0x06, 0xF0, 16, 'Q', 'X', 'S', 'T', 1, 0, 8, 0, 0xD3, 0xFE, 4, 0, 0x44, 0x33, 0x22,
-                          0x11, 0x80}));
+    EXPECT_EQ(out, (bytes{0, 0, 0, 1,    0x06, 0xF0, 16, 'Q',  'X',  'S',  'T',  1,
+                          0, 8, 0, 0xD3, 0xFE, 4,    0,  0x44, 0x33, 0x22, 0x11, 0x80}));
     make_h264_abs_time_sei(nullptr, 1);
 }
 
@@ -202,8 +201,8 @@ TEST(MakeSeiTest, H265Layout)
 {
     bytes out(25);
     make_h265_abs_time_sei(out.data(), 0x11223344);
-    EXPECT_EQ(out, (bytes{0, 0, 0, 1, 0x4E, 0x01, 0xF0, 16, 'Q', 'X', 'S', 'T', 1, 0, 8, 0, 0xD3, 0xFE, 4, 0, 0x44, 0x33,
-                          0x22, 0x11, 0x80}));
+    EXPECT_EQ(out, (bytes{0, 0, 0, 1,    0x4E, 0x01, 0xF0, 16,   'Q',  'X',  'S',  'T', 1,
+                          0, 8, 0, 0xD3, 0xFE, 4,    0,    0x44, 0x33, 0x22, 0x11, 0x80}));
     make_h265_abs_time_sei(nullptr, 1);
 }
 
@@ -236,9 +235,9 @@ TEST(MakeSeiTest, AnyOtherTimeReadsBack)
 {
     EXPECT_TRUE(rc::check("round trip", [] {
         const int mode = *rc::gen::element(21, 22, 23);
-        const auto seconds = *rc::gen::oneOf(rc::gen::arbitrary<uint32_t>(),
-                                             rc::gen::map(rc::gen::inRange(0, 32),
-                                                          [](int bit) { return uint32_t{1} << bit; }));
+        const auto seconds =
+            *rc::gen::oneOf(rc::gen::arbitrary<uint32_t>(),
+                            rc::gen::map(rc::gen::inRange(0, 32), [](int bit) { return uint32_t{1} << bit; }));
         RC_PRE(seconds != 0x03000000u);
         bytes message(static_cast<size_t>(get_sei_frame_size(mode)));
         mode == 23 ? make_h265_abs_time_sei(message.data(), seconds) : make_h264_abs_time_sei(message.data(), seconds);

@@ -4,7 +4,7 @@
 #include <thread>
 
 class OrbTimeRangeCloseTest : public OrbPlayerTest {
-  protected:
+protected:
     void SetUp() override
     {
         OrbPlayerTest::SetUp();
@@ -181,9 +181,7 @@ TEST_F(OrbTimeRangeCloseTest, AnyFailingCallStillEndsAndFreesThePlayer)
             os_fault_arm(n);
             vod_orbplayer_close(range.player());
             EXPECT_EQ(vod_orbplayer_destroy(range.player()), 1);
-            auto is_over = [&] {
-                return exits != 0 || receiver.count_of(VIDEO_DATA_TYPE_ASYNC_CLOSE_END) == rounds;
-            };
+            auto is_over = [&] { return exits != 0 || receiver.count_of(VIDEO_DATA_TYPE_ASYNC_CLOSE_END) == rounds; };
             EXPECT_TRUE(eventually(is_over)) << status << ' ' << n;
             was_reached = os_fault_calls() >= n;
             os_fault_disarm();

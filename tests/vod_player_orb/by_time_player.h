@@ -6,7 +6,7 @@
 #include <atomic>
 
 class by_time_player {
-  public:
+public:
     // `status` as the opener would have left it: NONE while the list is still being built.
     by_time_player(data_receiver *receiver, int status);
     VODPlayer *player() { return &orb_->base; }
@@ -17,7 +17,7 @@ class by_time_player {
     std::atomic<bool> opener_may_end = true;
     std::atomic<bool> reader_ended = false, opener_ended = false;
 
-  private:
+private:
     static int read(void *self);
     static int build(void *self);
     VODOrbPlayer *orb_;

@@ -18,7 +18,7 @@ struct received {
 
 // Its address is the `usr` of an open.
 class data_receiver {
-  public:
+public:
     static void callback(handle_orb producer, int type, char *data, int size, handle_orb usr);
     handle_orb usr() { return reinterpret_cast<handle_orb>(this); }
     // What arrived, once it is at least `count` things; fewer when that takes half a minute.
@@ -32,7 +32,7 @@ class data_receiver {
     // Called on the reading thread with each thing received, before it is counted.
     void on_receive(std::function<void(const received &)> hook);
 
-  private:
+private:
     std::mutex mutex_;
     std::condition_variable arrived_;
     std::vector<received> received_;

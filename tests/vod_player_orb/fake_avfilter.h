@@ -35,7 +35,7 @@ struct fake_avfilter_script {
     int info_result = 0;
     AVFileInfo info = {};
     int check_result = 0;
-    std::deque<fake_block> blocks; // the file's; past the end 0
+    std::deque<fake_block> blocks;                // the file's; past the end 0
     std::deque<std::vector<uint8_t>> scan_blocks; // for a handle whose header nobody asked for; past the end 0
     std::set<int> failing_commands;
     int vca_destroy_result = 0;
@@ -57,7 +57,7 @@ struct fake_avfilter_record {
 };
 
 class fake_avfilter {
-  public:
+public:
     static fake_avfilter &instance();
     void reset();
     void script(const std::function<void(fake_avfilter_script &)> &change);

@@ -6,7 +6,7 @@
 using namespace std::chrono_literals;
 
 class OrbReaderTest : public OrbPlayerTest {
-  protected:
+protected:
     void play() { EXPECT_EQ(player->func->vod_player_play(player), 1); }
     void script_blocks(std::deque<fake_block> blocks)
     {
@@ -48,8 +48,8 @@ TEST_F(OrbReaderTest, HeaderIsDeliveredOnceAndNothingBeforePlay)
 
     play();
     receiver.wait_for_type(VIDEO_DATA_TYPE_PLAYBACKOVER);
-    EXPECT_EQ(receiver.types(), (std::vector<int>{VIDEO_DATA_TYPE_FILEHEAD, VIDEO_DATA_TYPE_STREAM,
-                                                  VIDEO_DATA_TYPE_PLAYBACKOVER}));
+    EXPECT_EQ(receiver.types(),
+              (std::vector<int>{VIDEO_DATA_TYPE_FILEHEAD, VIDEO_DATA_TYPE_STREAM, VIDEO_DATA_TYPE_PLAYBACKOVER}));
 }
 
 TEST_F(OrbReaderTest, StatusIsHeaderSentAndTotalsAreKnownWhenTheHeaderArrives)
@@ -97,8 +97,8 @@ TEST_F(OrbReaderTest, HeaderThatCannotBeReadAgainEndsThePlayback)
     // A seek takes it up again, from the header on.
     EXPECT_EQ(player->func->vod_player_set_play_pos(player, 0), 1);
     EXPECT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_FILEHEAD));
-    EXPECT_EQ(receiver.types(), (std::vector<int>{VIDEO_DATA_TYPE_PLAYBACKOVER, VIDEO_DATA_TYPE_SEEK_DONE,
-                                                  VIDEO_DATA_TYPE_FILEHEAD}));
+    EXPECT_EQ(receiver.types(),
+              (std::vector<int>{VIDEO_DATA_TYPE_PLAYBACKOVER, VIDEO_DATA_TYPE_SEEK_DONE, VIDEO_DATA_TYPE_FILEHEAD}));
 }
 
 // ---- Totals ---------------------------------------------------------------------------------------------------------
@@ -190,8 +190,8 @@ TEST_F(OrbReaderTest, PiecesHoldTheBytesInOrder)
     open_to_header();
     play();
     ASSERT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_PLAYBACKOVER));
-    EXPECT_EQ(pieces(), (std::vector<std::string>{std::string(49152, '\x22'), std::string(848, '\x22'),
-                                                  std::string(3, '\x33')}));
+    EXPECT_EQ(pieces(),
+              (std::vector<std::string>{std::string(49152, '\x22'), std::string(848, '\x22'), std::string(3, '\x33')}));
 }
 
 TEST_F(OrbReaderTest, BufferIsClearBeforeEachRead)

@@ -58,9 +58,11 @@ TEST_F(OrbGetterTest, TimeRangeIsHeldAt99PercentUntilTheEndIsTold)
 {
     by_time_player range(&receiver, VOD_PLAYER_PLAYING_STATUS_PLAY);
     const position_row rows[] = {
-        {0, 0, 0, 0},           {50, 0, 1, 0},          {0, 1000, 0, 0},        {499, 1000, 0, 49},
-        {999, 1000, 0, 99},     {1000, 1000, 0, 99},    {2000, 1000, 0, 99},    {1000, 1000, 1, 100},
-        {999, 1000, 1, 99},     {1ull << 56, 1ull << 56, 1, 100},
+        {0, 0, 0, 0},        {50, 0, 1, 0},
+        {0, 1000, 0, 0},     {499, 1000, 0, 49},
+        {999, 1000, 0, 99},  {1000, 1000, 0, 99},
+        {2000, 1000, 0, 99}, {1000, 1000, 1, 100},
+        {999, 1000, 1, 99},  {1ull << 56, 1ull << 56, 1, 100},
     };
     for (const position_row &row : rows) {
         {

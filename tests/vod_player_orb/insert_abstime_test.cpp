@@ -5,7 +5,7 @@
 #include "vod_player/usr_abstime.h"
 
 class OrbAbstimeTest : public OrbPlayerTest {
-  protected:
+protected:
     void TearDown() override
     {
         vod_player_set_usr_abstime_func(nullptr);

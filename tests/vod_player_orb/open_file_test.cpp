@@ -156,14 +156,14 @@ TEST_F(OrbPlayerTest, StartIsTheNextToLastPieceOfTheName)
 }
 
 class OrbZoneTest : public testing::TestWithParam<std::pair<const char *, int>> {
-  protected:
+protected:
     ~OrbZoneTest() override
     {
         setenv("TZ", before_.c_str(), 1);
         tzset();
     }
 
-  private:
+private:
     std::string before_ = getenv("TZ");
 };
 
@@ -181,7 +181,7 @@ INSTANTIATE_TEST_SUITE_P(Zones, OrbZoneTest,
 // ---- Failures leave the player as it was ----------------------------------------------------------------------------
 
 class OrbOpenFailureTest : public OrbPlayerTest {
-  protected:
+protected:
     void expect_untouched()
     {
         EXPECT_EQ(status(), VOD_PLAYER_PLAYING_STATUS_NONE);

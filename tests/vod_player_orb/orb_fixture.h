@@ -12,7 +12,7 @@
 #include <string>
 
 class OrbPlayerTest : public testing::Test {
-  protected:
+protected:
     void SetUp() override;
     void TearDown() override;
 

@@ -5,7 +5,7 @@
 #include <cstdlib>
 
 class OrbPlayerInitTest : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -105,8 +105,8 @@ TEST_F(OrbPlayerInitTest, OptionsAre0WithoutConfiguration)
     EXPECT_EXIT(
         {
             temp_folder folder(temp_folder::working_directory::enter);
-            bool is_right = player_init() == 1 && vodplayer_is_timeplayback_all_rec() == 0 &&
-                            vodplayer_is_use_exact_play() == 0;
+            bool is_right =
+                player_init() == 1 && vodplayer_is_timeplayback_all_rec() == 0 && vodplayer_is_use_exact_play() == 0;
             leave(is_right);
         },
         testing::ExitedWithCode(0), "");
@@ -118,8 +118,8 @@ TEST_F(OrbPlayerInitTest, OptionsComeFromTheConfiguration)
         {
             temp_folder folder(temp_folder::working_directory::enter);
             folder.write("etc\\conf\\vod_config.json", R"({"timeplayback_all_rec": 3, "use_exact_play": 1})");
-            bool is_right = player_init() == 1 && vodplayer_is_timeplayback_all_rec() == 3 &&
-                            vodplayer_is_use_exact_play() == 1;
+            bool is_right =
+                player_init() == 1 && vodplayer_is_timeplayback_all_rec() == 3 && vodplayer_is_use_exact_play() == 1;
             leave(is_right);
         },
         testing::ExitedWithCode(0), "");

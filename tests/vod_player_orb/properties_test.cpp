@@ -7,7 +7,7 @@
 #include <limits>
 
 class OrbPropertyTest : public OrbPlayerTest {
-  protected:
+protected:
     // A player that takes requests without a thread that serves them.
     void pose_as_open(uint64_t total_bytes)
     {

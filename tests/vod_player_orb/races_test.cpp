@@ -5,7 +5,7 @@
 #include <thread>
 
 class OrbRaceTest : public OrbPlayerTest {
-  protected:
+protected:
     // Every setter and getter, again and again, until stopped.
     void start_callers(VODPlayer *called)
     {

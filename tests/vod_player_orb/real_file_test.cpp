@@ -15,7 +15,7 @@
 #include <fstream>
 
 class OrbRealFileTest : public testing::Test {
-  protected:
+protected:
     void SetUp() override
     {
         player_init();
@@ -250,8 +250,8 @@ TEST_F(OrbRealFileTest, PlayerTakesLessThan5Megabytes)
     int64_t before = resident_bytes();
     for (int i = 0; i < 50; i++) {
         players.push_back(create_player());
-        ASSERT_EQ(
-            vod_orbplayer_open_file(players.back(), made.path.c_str(), data_receiver::callback, receiver.usr()), 1);
+        ASSERT_EQ(vod_orbplayer_open_file(players.back(), made.path.c_str(), data_receiver::callback, receiver.usr()),
+                  1);
     }
     ASSERT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_FILEHEAD, 50));
     for (VODPlayer *playing : players)

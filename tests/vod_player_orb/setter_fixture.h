@@ -6,7 +6,7 @@
 #include <thread>
 
 class OrbSetterTest : public OrbPlayerTest {
-  protected:
+protected:
     // What the library was told, after `count` requests were served.
     std::vector<fake_command> commands_after(size_t count)
     {
