@@ -133,7 +133,8 @@ ORB_API int AVFilterGetData(void *handle, int kind, void *buffer, int size, AVFr
  * `record_size` must be the record's size. Seeks go to the key frame at or before the target (to the first frame when
  * there is none before) and, forwards, the next data starts there; after a frame-number seek it starts at that very
  * frame. Targets past the end seek to the end (bytes) or the last key frame (times). After a byte seek kind 0 goes on at
- * that very byte, so that an interrupted download continues where it stopped. 0 on success.
+ * that very byte, so that an interrupted download continues where it stopped; frames go on at the key frame at or before
+ * the same share of the range's time, because whoever plays from half of the bytes means the middle. 0 on success.
  */
 ORB_API int AVFilterSetCommond(void *handle, int command, const void *record, int record_size);
 

@@ -1,5 +1,7 @@
 #include "tests/avfiltersdk/recording_fixture.h"
 
+#include "platform/os/os_guard.h"
+
 #include <rapidcheck.h>
 
 #include <algorithm>
@@ -69,25 +71,63 @@ TEST_F(SeekTest, FrameNumberSeekStartsAtThatVeryFrame)
     }
 }
 
-TEST_F(SeekTest, ByteSeekGoesToTheKeyFrameAtOrBefore)
+TEST_F(SeekTest, ByteSeekGoesToTheKeyFrameAtOrBeforeTheSameShareOfTheTime)
 {
     made_recording made = make({.frames = 100, .gop = 25});
     filter_ptr filter = open_whole(made.path);
     const int64_t size = file_info(filter).llPlayRealSize;
-    const int64_t second_key = made.frames[25].offset - 88;
     const struct {
         int64_t offset;
         uint32_t number;
-    } rows[] = {{0, 1}, {-1, 1}, {INT64_MIN, 1}, {second_key - 1, 1}, {second_key, 26}, {second_key + 1, 26}, {size - 1, 76}};
+    } rows[] = {{0, 1},           {-1, 1},          {INT64_MIN, 1},   {size * 24 / 100, 1}, {size / 4, 26},
+                {size / 4 + size / 1000, 26}, {size * 49 / 100, 26}, {size / 2 + 44, 51}, {size * 74 / 100, 51},
+                {size * 76 / 100, 76}, {size - 1, 76}};
     for (const auto &row : rows) {
         EXPECT_EQ(seek_bytes(filter, row.offset), 0);
-        EXPECT_EQ(next_number(filter), row.number) << row.offset;
+        EXPECT_EQ(next_number(filter), row.number) << row.offset << " of " << size;
     }
     for (int64_t offset : {size, size + 1, size + 88, INT64_MAX}) {
         EXPECT_EQ(seek_bytes(filter, offset), 0);
         EXPECT_EQ(read_data(filter, AVFILTER_DATA_FRAMES).count, 0) << offset;
         EXPECT_EQ(read_data(filter, AVFILTER_DATA_STORED).count, 0) << offset;
     }
+}
+
+// Four seconds, of which the first two hold nearly all of the bytes.
+static std::string write_uneven_recording(const std::string &path)
+{
+    AVWriterSettings settings = {};
+    settings.iSize = sizeof settings;
+    text_copy(settings.cFileName, path);
+    settings.iFrameRate = 25;
+    settings.iWidth = 640;
+    settings.iHeight = 480;
+    settings.iVEncMode = AVMODE_H264;
+    void *writer = AVWriterCreate(&settings);
+    for (int i = 0; i < 100; i++) {
+        const bool is_key = i % 25 == 0;
+        std::string video = make_access_unit(AVMODE_H264, is_key, i < 50 ? 20000 : 500, 7);
+        AVWriterFrame frame = {};
+        frame.iFrameType = is_key ? AVFRAME_TYPE_KEY : AVFRAME_TYPE_DELTA;
+        frame.uiTimeStamp = static_cast<uint32_t>(i * 40);
+        frame.pVideo = video.data();
+        frame.uiVideoBytes = static_cast<uint32_t>(video.size());
+        AVWriterAddFrame(writer, &frame);
+    }
+    AVWriterFinish(writer);
+    return path;
+}
+
+TEST_F(SeekTest, HalfOfTheBytesIsTheMiddleOfWhatIsShown)
+{
+    filter_ptr filter = open_whole(write_uneven_recording(folder.file("uneven.rec")));
+    const int64_t size = file_info(filter).llPlayRealSize;
+    EXPECT_EQ(seek_bytes(filter, (size + 88) / 2), 0);
+    EXPECT_EQ(next_number(filter), 51u);
+    EXPECT_EQ(seek_bytes(filter, size / 5), 0);
+    EXPECT_EQ(next_number(filter), 1u);
+    EXPECT_EQ(seek_bytes(filter, size * 9 / 10), 0);
+    EXPECT_EQ(next_number(filter), 76u);
 }
 
 TEST_F(SeekTest, SeekAfterTheEndPlaysAgain)
@@ -231,9 +271,10 @@ TEST_F(SeekTest, AnySeekLandsOnTheKeyFrameAtOrBefore)
         const auto ms = *rc::gen::inRange(0u, made.frames.back().time_stamp + 100);
         RC_ASSERT(seek_ms(filter, ms) == 0);
         RC_ASSERT(next_number(filter) == made.key_at(ms).number);
-        const auto offset = *rc::gen::inRange<int64_t>(88, static_cast<int64_t>(made.bytes().size()));
-        RC_ASSERT(seek_bytes(filter, offset - 88) == 0);
-        RC_ASSERT(next_number(filter) == made.key_at_offset(offset).number);
+        const auto size = static_cast<int64_t>(made.bytes().size()) - 88;
+        const auto offset = *rc::gen::inRange<int64_t>(0, size);
+        RC_ASSERT(seek_bytes(filter, offset) == 0);
+        RC_ASSERT(next_number(filter) == made.key_at_share(offset).number);
         const auto number = *rc::gen::inRange(1, static_cast<int>(made.frames.size()) + 1);
         RC_ASSERT(seek_number(filter, number) == 0);
         RC_ASSERT(next_number(filter) == static_cast<uint32_t>(number));

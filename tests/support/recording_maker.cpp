@@ -34,13 +34,12 @@ const made_frame &made_recording::key_at(uint32_t time_stamp) const
     return *found;
 }
 
-const made_frame &made_recording::key_at_offset(int64_t offset) const
+const made_frame &made_recording::key_at_share(int64_t offset) const
 {
-    const made_frame *found = &frames.front();
-    for (const made_frame &frame : frames)
-        if (frame.is_key() && frame.offset <= offset)
-            found = &frame;
-    return *found;
+    const auto size = static_cast<int64_t>(bytes().size()) - AVFILTER_FILE_HEAD_SIZE;
+    const auto steps = static_cast<int64_t>(frames.size()) - 1;
+    const int64_t between = int64_t{frames.back().time_stamp} - frames.front().time_stamp;
+    return key_at(steps == 0 ? 0 : static_cast<uint32_t>(offset * (between + between / steps) / size));
 }
 
 std::string recording_name(const std::string &host, int channel, const AVUtcTime &start, const std::string &tag)

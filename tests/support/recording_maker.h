@@ -35,7 +35,9 @@ struct made_recording {
     std::string bytes() const; // the whole file
     // The key frame at or before a time stamp, the first frame where there is none.
     const made_frame &key_at(uint32_t time_stamp) const;
-    const made_frame &key_at_offset(int64_t offset) const;
+    // The key frame at or before the time that is the same share of the recording as `offset`, counted from the first
+    // frame, is of the frames' bytes: where a byte seek goes.
+    const made_frame &key_at_share(int64_t offset) const;
 };
 
 // "host_1_20260101080000_x.rec": the name that carries the start time.

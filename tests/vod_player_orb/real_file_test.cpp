@@ -107,7 +107,7 @@ TEST_F(OrbRealFileTest, PercentSeekStartsAtItsKeyFrame)
     EXPECT_EQ(vod_orbplayer_set_play_pos(player, 60), 1);
     auto offset = static_cast<int64_t>(made.bytes().size() * 60 / 100);
     // The library counts from the first frame.
-    EXPECT_TRUE(stream_until_end() == frames_from(made, made.key_at_offset(offset + 88).number));
+    EXPECT_TRUE(stream_until_end() == frames_from(made, made.key_at_share(offset).number));
 }
 
 TEST_F(OrbRealFileTest, SeekPastTheEndIsTheEndAndSeekBelowTheStartIsTheStart)
