@@ -119,6 +119,16 @@ TEST_F(Facade, AnMp4FileIsOfferedToItsPlayerFirstAndOnceMoreAmongTheOthers)
         << "only the first try is reported";
 }
 
+TEST_F(Facade, AnMp4FileIsRecognisedByItsNameInUtf8)
+{
+    temp_folder folder;
+    folder.write("\xC2\xBC.mp4", "....ftyp"); // as the file system has it
+    std::string name = folder.file("\xE5\xBD\x95.mp4");
+    enrol_all();
+    EXPECT_EQ(type_and_close(vodplay_open_file(name.c_str(), receive_nothing, 7)), VOD_MP4PLAYER_TYPE);
+    EXPECT_EQ(library.calls[0], "56 open_file " + name + " 1 7") << "the player converts it by itself";
+}
+
 TEST_F(Facade, TheFirstPlayerThatOpensAFileKeepsIt)
 {
     temp_folder folder;
