@@ -17,7 +17,7 @@ extern "C" {
 #define VOD_PLAYER_MAX_LIB_NUM 60
 
 enum vod_player_type {
-    VOD_ORBPLAYER_TYPE = 3,  /* recording files; the only type that can be registered */
+    VOD_ORBPLAYER_TYPE = 3, /* recording files; the only type that can be registered */
     VOD_ORB2PLAYER_TYPE = 3,
     VOD_SSPLAYER_TYPE = 35,
     VOD_CLOUDPLAYER_TYPE = 36,
@@ -36,10 +36,10 @@ enum vod_player_status {
 };
 
 enum video_data_type {
-    VIDEO_DATA_TYPE_FILEHEAD = 1,            /* the file header, first of all */
-    VIDEO_DATA_TYPE_STREAM = 2,              /* a block of data */
-    VIDEO_DATA_TYPE_PLAYBACKOVER = 101,      /* no more data */
-    VIDEO_DATA_TYPE_SEEK_DONE = 102,         /* the position was changed */
+    VIDEO_DATA_TYPE_FILEHEAD = 1,       /* the file header, first of all */
+    VIDEO_DATA_TYPE_STREAM = 2,         /* a block of data */
+    VIDEO_DATA_TYPE_PLAYBACKOVER = 101, /* no more data */
+    VIDEO_DATA_TYPE_SEEK_DONE = 102,    /* the position was changed */
     VIDEO_DATA_TYPE_INT_VALUE = 103,
     VIDEO_DATA_TYPE_PLAYBACKFORMATERR = 105, /* the file cannot be parsed */
     VIDEO_DATA_TYPE_FILEHEAD_LEN = 107,      /* data is a VideoType whose head_len the receiver fills */
@@ -47,7 +47,7 @@ enum video_data_type {
     VIDEO_DATA_TYPE_SLICE = 205,
     VIDEO_DATA_TYPE_ANALYZE_ALARM = 206,
     VIDEO_DATA_TYPE_ANALYZE_ALARM_EX = 207,
-    VIDEO_DATA_TYPE_ASYNC_CLOSE_END = 1008   /* an asynchronous close has finished */
+    VIDEO_DATA_TYPE_ASYNC_CLOSE_END = 1008 /* an asynchronous close has finished */
 };
 
 typedef struct VideoType {
@@ -56,8 +56,8 @@ typedef struct VideoType {
 } VideoType;
 
 /*
- * Receives the data of a player or download on its reading thread, with none of its locks held. `producer` is the handle
- * that produces, `data` its `size` bytes, valid during the call, `usr` the value given at the open.
+ * Receives the data of a player or download on its reading thread, with none of its locks held. `producer` is the
+ * handle that produces, `data` its `size` bytes, valid during the call, `usr` the value given at the open.
  */
 typedef void (*OnRecvOriginalDataFunc)(handle_orb producer, int type, char *data, int size, handle_orb usr);
 
@@ -85,8 +85,9 @@ typedef struct VODPlayerFunc {
     int (*vod_player_get_play_pos)(VODPlayer *player);
     int (*vod_player_get_file_time)(VODPlayer *player);
     int (*vod_player_get_file_total_frames)(VODPlayer *player);
-    int (*vod_player_open_file_by_time)(VODPlayer *player, const char *host_id, int ch, int file_type, const VOD_TIME *start_time,
-                                        const VOD_TIME *end_time, OnRecvOriginalDataFunc func, handle_orb usr);
+    int (*vod_player_open_file_by_time)(VODPlayer *player, const char *host_id, int ch, int file_type,
+                                        const VOD_TIME *start_time, const VOD_TIME *end_time,
+                                        OnRecvOriginalDataFunc func, handle_orb usr);
     int (*vod_player_set_play_bytes)(VODPlayer *player, uint64_t bytes);
     int (*vod_player_set_slice_iframetimes)(VODPlayer *player, int iframetimes);
     unsigned int (*vod_player_get_file_begin_time)(VODPlayer *player);
@@ -124,18 +125,19 @@ VOD_API int32_t vod_player_get_storage_type(void);
 /* ---- Opening and closing ---------------------------------------------------------------------------------------- */
 
 /*
- * `filename` is UTF-8, at most 259 bytes. The file header arrives at `func` at once, its data when the player plays. `usr`
- * is handed back as it is and never looked into.
+ * `filename` is UTF-8, at most 259 bytes. The file header arrives at `func` at once, its data when the player plays.
+ * `usr` is handed back as it is and never looked into.
  */
-VOD_API int vod_player_open_file(handle_orb playerfd, const char *filename, OnRecvOriginalDataFunc func, handle_orb usr);
-/* The recordings of channel `ch` of `host_id` between two local times; `start_time` NULL names recordings in the cloud. */
+VOD_API int vod_player_open_file(handle_orb playerfd, const char *filename, OnRecvOriginalDataFunc func,
+                                 handle_orb usr);
+/* The recordings of channel `ch` of `host_id` between two local times; a cloud player may do without `start_time`. */
 VOD_API int vod_player_open_file_by_time(handle_orb playerfd, const char *host_id, int ch, int file_type,
-                                         const VOD_TIME *start_time, const VOD_TIME *end_time, OnRecvOriginalDataFunc func,
-                                         handle_orb usr);
+                                         const VOD_TIME *start_time, const VOD_TIME *end_time,
+                                         OnRecvOriginalDataFunc func, handle_orb usr);
 /*
  * Waits for the callback that is under way, so it must not be called from one. A time range whose recordings are still
- * being looked for is closed in the background and may call back until then. Each time range tells the end of its close,
- * VIDEO_DATA_TYPE_ASYNC_CLOSE_END, once it was destroyed, too.
+ * being looked for is closed in the background and may call back until then. Each time range tells the end of its
+ * close, VIDEO_DATA_TYPE_ASYNC_CLOSE_END, once it was destroyed, too.
  */
 VOD_API int vod_player_close(handle_orb playerfd);
 /* Starts, or goes on after the header and after the end of the data. */

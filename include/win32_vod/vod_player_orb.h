@@ -10,7 +10,7 @@ extern "C" {
 
 /* 1 when started now; 0 when it was started before or cannot start. */
 VOD_API int player_init(void);
-/* Ends the table of players: none is created any more, those that are left can still be destroyed. 0 when not started. */
+/* Ends the table of players: none is created any more, those left can still be destroyed. 0 when not started. */
 VOD_API int player_uninit(void);
 /* A new player, NULL when all 200 are taken; freed through its operation table. May be called from any thread. */
 VOD_API VODPlayer *create_player(void);
