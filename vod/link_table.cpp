@@ -15,6 +15,8 @@ VodLink s_vodlinks[VOD_LINK_SLOTS];
 static std::array<uint32_t, VOD_LINK_COUNTERS> s_vodlink_counts;
 // One for each slot, with s_vodlinks_mutex: woken by acknowledgements and when the link dies.
 static std::array<LCond, VOD_LINK_SLOTS> s_vodlink_wakeups;
+// When the last paced wait of each slot was due to end, 0 before the first. Guarded by s_vodlinks_mutex.
+static std::array<uint64_t, VOD_LINK_SLOTS> s_vodlink_due_ticks;
 // The life of each slot that is under way; changed under s_vodlinks_mutex, read by players without it.
 static std::array<std::atomic<uint64_t>, VOD_LINK_SLOTS> s_vodlink_lives;
 // Copies of the slots' insert_abstime, which players read without the lock.
@@ -100,6 +102,7 @@ static void vodlink_take(const vodlinks_guard &, VodLink *link)
     link->p_data.play_d.play_id = INVALID_HANDLE_ORB;
     link->index = index;
     s_vodlink_abstimes[static_cast<size_t>(index)] = 0;
+    s_vodlink_due_ticks[static_cast<size_t>(index)] = 0;
     s_vodlink_lives[static_cast<size_t>(index)]++;
 }
 
@@ -174,6 +177,8 @@ void vodlink_set_insert_abstime(VodLink *link, int32_t insert_abstime)
 
 bool vodlink_wait(VodLink *link, vodlinks_guard &held, uint32_t ms, bool whole)
 {
+    if (vodlink_is_dead(link))
+        return false;
     handle_orb life = vodlink_cookie(link);
     uint64_t end = os_tick() + ms;
     LCond *wakeup = &s_vodlink_wakeups[static_cast<size_t>(link - s_vodlinks)];
@@ -189,8 +194,19 @@ bool vodlink_wait(VodLink *link, vodlinks_guard &held, uint32_t ms, bool whole)
     return !vodlink_is_dead(link);
 }
 
+bool vodlink_pace(VodLink *link, vodlinks_guard &held, uint32_t ms)
+{
+    uint64_t *due = &s_vodlink_due_ticks[static_cast<size_t>(link - s_vodlinks)];
+    uint64_t now = os_tick(), end = *due + ms;
+    if (*due == 0 || end < now || *due > now)
+        end = now + ms;
+    *due = end;
+    return vodlink_wait(link, held, static_cast<uint32_t>(end - now), true);
+}
+
 void vodlink_wake(VodLink *link)
 {
+    vodlinks_guard held;
     os_cond_broadcast(&s_vodlink_wakeups[static_cast<size_t>(link - s_vodlinks)]);
 }
 

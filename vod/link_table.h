@@ -167,7 +167,11 @@ void vodlink_set_insert_abstime(VodLink *link, int32_t insert_abstime);
 // Lends the lock for at most `ms`, or until vodlink_wake; false when the link died meanwhile. `whole` waits the time out
 // even when woken for another reason.
 bool vodlink_wait(VodLink *link, vodlinks_guard &held, uint32_t ms, bool whole);
+// Takes the table lock, so that it cannot come between a waiter's look and its wait.
 void vodlink_wake(VodLink *link);
+// Waits until `ms` after the end of the link's last such wait was due: what a wake-up comes late, and the work between, is
+// taken off the next wait. A link that is a whole wait behind starts anew, it never hurries. False as above.
+bool vodlink_pace(VodLink *link, vodlinks_guard &held, uint32_t ms);
 
 // The link's player, download or upload handle, whatever its kind.
 handle_orb vodlink_handle(VodLink *link);

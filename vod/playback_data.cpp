@@ -10,7 +10,8 @@ static std::atomic<uint32_t> s_vodlink_sleep_interval = 5;
 static std::atomic<uint64_t> s_at_down_total_size;
 
 static constexpr int FILE_HEAD_MAX = 512;
-static constexpr uint32_t WINDOW_WAIT_MS = 10;
+// Whatever opens the window or ends the link wakes the wait; a look of its own now and then costs next to nothing.
+static constexpr uint32_t WINDOW_WAIT_MS = 1000;
 static constexpr uint32_t RETRY_STEP_MS = 5;
 // A longer sleep would outlive every session.
 static constexpr uint64_t SLEEP_MS_MAX = 24 * 3600 * 1000;
@@ -167,7 +168,7 @@ static const uint8_t *stream_marker(int datatype)
 static bool wait_for_pacing(VodLink *link, vodlinks_guard &held)
 {
     uint32_t ms = pacing_ms(held);
-    return ms == 0 ? !vodlink_is_dead(link) : vodlink_wait(link, held, ms, true);
+    return ms == 0 ? !vodlink_is_dead(link) : vodlink_pace(link, held, ms);
 }
 
 static bool wait_for_client_window(VodLink *link, vodlinks_guard &held)

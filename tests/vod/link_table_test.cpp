@@ -352,6 +352,81 @@ TEST_F(LinkTableTest, AWaitEndsWhenTheLinkDies)
     destroyer.join();
 }
 
+// A paced wait on a thread of its own, under a clock that stands still unless the test turns it.
+class paced_wait {
+  public:
+    paced_wait(VodLink *link, uint32_t ms)
+        : thread_([this, link, ms] {
+              vodlinks_guard held;
+              lives_ = vodlink_pace(link, held, ms);
+              done_ = true;
+          })
+    {}
+    ~paced_wait() { thread_.join(); }
+    bool is_done_soon() const { return is_done_within(5000); }
+    bool is_done_within(int ms) const
+    {
+        for (int i = 0; i < ms && !done_; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return done_;
+    }
+    bool lives() const { return lives_; }
+
+  private:
+    std::atomic<bool> done_ = false, lives_ = false;
+    std::thread thread_;
+};
+
+TEST_F(LinkTableTest, WhatAPacedWaitCameLateIsTakenOffTheNext)
+{
+    manual_clock clock;
+    VodLink *link = take(VOD_LINK_TYPE_HARDPLAY, VOD_LINK_PLAY_NUM);
+    {
+        vodlinks_guard held;
+        EXPECT_TRUE(vodlink_pace(link, held, 0)); // due now
+    }
+    clock.advance(7);
+    {
+        paced_wait first(link, 10);
+        clock.advance(2);
+        EXPECT_FALSE(first.is_done_within(50));
+        clock.advance(3); // 2 late
+        EXPECT_TRUE(first.is_done_soon());
+        EXPECT_TRUE(first.lives());
+    }
+    paced_wait second(link, 10);
+    clock.advance(7);
+    EXPECT_FALSE(second.is_done_within(50));
+    clock.advance(1);
+    EXPECT_TRUE(second.is_done_soon());
+}
+
+TEST_F(LinkTableTest, ALinkThatIsAWholePacedWaitBehindStartsAnew)
+{
+    manual_clock clock;
+    VodLink *link = take(VOD_LINK_TYPE_HARDPLAY, VOD_LINK_PLAY_NUM);
+    {
+        vodlinks_guard held;
+        EXPECT_TRUE(vodlink_pace(link, held, 0));
+    }
+    clock.advance(11);
+    paced_wait late(link, 10);
+    clock.advance(9);
+    EXPECT_FALSE(late.is_done_within(50));
+    clock.advance(10);
+    EXPECT_TRUE(late.is_done_soon());
+}
+
+TEST_F(LinkTableTest, APacedWaitEndsWhenTheLinkDies)
+{
+    manual_clock clock;
+    VodLink *link = take(VOD_LINK_TYPE_HARDPLAY, VOD_LINK_PLAY_NUM);
+    paced_wait wait(link, 60'000);
+    vodlink_set_timeout(link);
+    EXPECT_TRUE(wait.is_done_soon());
+    EXPECT_FALSE(wait.lives());
+}
+
 TEST_F(LinkTableTest, AWakeEndsAWaitThatNeedNotBeWhole)
 {
     VodLink *link = take(VOD_LINK_TYPE_LOGIN, VOD_LINK_ACTTVE_NUM);

@@ -283,6 +283,28 @@ TEST_F(PlaybackDataTest, AClientThatNeverAcknowledgesGetsExactlyAThousandPackage
     player.join();
 }
 
+// The clock stands still, so nothing but the acknowledgement itself can end the wait, whenever it comes.
+TEST_F(PlaybackDataTest, AnAcknowledgementIsNeverMissedByAFullWindow)
+{
+    VodLink *link = start_playback(mslink);
+    manual_clock clock;
+    for (int round = 0; round < 200; round++) {
+        vodlink_set_client_buf(link, 1000);
+        size_t before = mslink.sent_count();
+        std::thread player([&] { deliver(link, VIDEO_DATA_TYPE_STREAM, "x"); });
+        for (int i = 0; i < round * 20; i++)
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+        read(mslink, ack_package(0));
+        bool is_sent = soon([&] { return mslink.sent_count() == before + 1; });
+        EXPECT_TRUE(is_sent) << round;
+        if (!is_sent)
+            vodlink_set_timeout(link);
+        player.join();
+        if (!is_sent)
+            return;
+    }
+}
+
 TEST_F(PlaybackDataTest, AFullWindowEndsWhenTheLinkDies)
 {
     for (int32_t status : {VOD_LINK_STATUS_TIMEOUT, VOD_LINK_STATUS_IS_DESTORY}) {
