@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <type_traits>
 #include <utility>
 
 LMutex s_vodlinks_mutex;
@@ -27,9 +29,8 @@ static std::atomic<int32_t> s_vod_max_num = 128;
 // The message names the table, the bound is deliberately wider than it.
 static constexpr int32_t LINK_INDEX_MAX = 7999;
 
-static constexpr const char *COUNTER_NAMES[VOD_LINK_COUNTERS] = {"s_vodlink_down_num", "s_vodlink_play_num",
-                                                                 "s_vodlink_state_num", "s_vodlink_up_num",
-                                                                 "s_vodlink_active_num"};
+static constexpr const char *COUNTER_NAMES[VOD_LINK_COUNTERS] = {
+    "s_vodlink_down_num", "s_vodlink_play_num", "s_vodlink_state_num", "s_vodlink_up_num", "s_vodlink_active_num"};
 
 int vodlinks_lock_init()
 {
@@ -41,11 +42,18 @@ int vodlinks_lock_init()
                                [](LCond &cond) { return cond.impl != nullptr || os_cond_init(&cond) != 0; });
 }
 
+// Every byte: `{}` need not reach past the first member of the union.
+static void vodlink_zero(VodLink *link)
+{
+    static_assert(std::is_trivially_copyable_v<VodLink>);
+    std::memset(link, 0, sizeof *link);
+}
+
 void vodlinks_clear()
 {
     vodlinks_guard held;
     for (VodLink &link : s_vodlinks) {
-        link = VodLink{};
+        vodlink_zero(&link);
         link.index = -1;
     }
     s_vodlink_counts.fill(0);
@@ -98,7 +106,7 @@ static void vodlinks_log_counters(const vodlinks_guard &held)
 static void vodlink_take(const vodlinks_guard &, VodLink *link)
 {
     auto index = static_cast<int32_t>(link - s_vodlinks);
-    *link = VodLink{};
+    vodlink_zero(link);
     link->p_data.play_d.play_id = INVALID_HANDLE_ORB;
     link->index = index;
     s_vodlink_abstimes[static_cast<size_t>(index)] = 0;
@@ -259,7 +267,7 @@ static void vodlink_close_playback(VodLink *link)
 // The handle stays in the link: a download by time range keeps its slot for as long as it is there.
 static void vodlink_close_download(VodLink *link)
 {
-    handle_orb down_id = link->p_data.down_d.down_id;
+    handle_orb down_id = vodlink_handle(link);
     if (down_id == INVALID_HANDLE_ORB) {
         LOG(LOG_REFUSE, "vodlink->p_data.down_d.down_id == (handle_orb)-1, vodlink->index:%d", link->index);
         return;
@@ -281,9 +289,10 @@ static void vodlink_close_state(VodLink *link)
 static void vodlink_close_upload(VodLink *link)
 {
     UpDataInfo *upload = &link->p_data.up_d;
-    if (upload->up_id == INVALID_HANDLE_ORB)
+    handle_orb up_id = vodlink_handle(link);
+    if (up_id == INVALID_HANDLE_ORB)
         return;
-    if (!vodplay_upload_close(upload->up_id, commtime_to_local_absseconds(&upload->lock_time)))
+    if (!vodplay_upload_close(up_id, commtime_to_local_absseconds(&upload->lock_time)))
         LOG(LOG_REFUSE, "!vodplay_upload_close");
     vodlinks_guard held;
     upload->up_id = INVALID_HANDLE_ORB;
@@ -338,13 +347,13 @@ int vodlink_destroy(VodLink *link)
         return LOGGED(0, LOG_REFUSE, "vodlink == NULL");
     int32_t index = std::atomic_ref(link->index).load();
     if (index < 0 || index > LINK_INDEX_MAX)
-        return LOGGED(0, LOG_REFUSE,
-                      "vodlink->index < 0 || vodlink->index >= MAX_LINK_NUM---vodlink->index = %d", index);
+        return LOGGED(0, LOG_REFUSE, "vodlink->index < 0 || vodlink->index >= MAX_LINK_NUM---vodlink->index = %d",
+                      index);
     if (!vodlink_is_slot(link))
         return LOGGED(0, LOG_SYSTEM, "vodlink is no slot of the table, vodlink->index:%d", index);
     if (std::atomic_ref(link->status).exchange(VOD_LINK_STATUS_IS_DESTORY) == VOD_LINK_STATUS_IS_DESTORY)
-        return LOGGED(1, LOG_REFUSE,
-                      "vodlink_destroy: index:%d, vodlink->status == VOD_LINK_STATUS_IS_DESTORY return", index);
+        return LOGGED(1, LOG_REFUSE, "vodlink_destroy: index:%d, vodlink->status == VOD_LINK_STATUS_IS_DESTORY return",
+                      index);
 
     vodlink_wake(link);
     vodlink_release_connection(link);

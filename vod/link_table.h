@@ -96,9 +96,7 @@ struct VodLink {
 extern LMutex s_vodlinks_mutex;
 
 struct vodlinks_guard : os_lock_guard {
-    explicit vodlinks_guard(os_place place = os_place::current())
-        : os_lock_guard(&s_vodlinks_mutex, place)
-    {}
+    explicit vodlinks_guard(os_place place = os_place::current()) : os_lock_guard(&s_vodlinks_mutex, place) {}
 };
 
 // Creates the lock, and clears the table. Called by start-up before events can arrive. 0 when there is no lock.
@@ -164,13 +162,13 @@ VodLink *vodlink_of_cookie(const vodlinks_guard &held, handle_orb cookie);
 int vodlink_cookie_insert_abstime(handle_orb cookie);
 void vodlink_set_insert_abstime(VodLink *link, int32_t insert_abstime);
 
-// Lends the lock for at most `ms`, or until vodlink_wake; false when the link died meanwhile. `whole` waits the time out
-// even when woken for another reason.
+// Lends the lock for at most `ms`, or until vodlink_wake; false when the link died meanwhile. `whole` waits the time
+// out even when woken for another reason.
 bool vodlink_wait(VodLink *link, vodlinks_guard &held, uint32_t ms, bool whole);
 // Takes the table lock, so that it cannot come between a waiter's look and its wait.
 void vodlink_wake(VodLink *link);
-// Waits until `ms` after the end of the link's last such wait was due: what a wake-up comes late, and the work between, is
-// taken off the next wait. A link that is a whole wait behind starts anew, it never hurries. False as above.
+// Waits until `ms` after the end of the link's last such wait was due: what a wake-up comes late, and the work between,
+// is taken off the next wait. A link that is a whole wait behind starts anew, it never hurries. False as above.
 bool vodlink_pace(VodLink *link, vodlinks_guard &held, uint32_t ms);
 
 // The link's player, download or upload handle, whatever its kind.
