@@ -140,7 +140,9 @@ static void recv_file_head(VodLink *link, vodlinks_guard &held, handle_orb playe
         return LOG(LOG_REFUSE, "!mp_build_package_accept_res");
     if (!accept_add_totals(&reply.package, totals))
         return;
-    vodlink_set_status(link, VOD_LINK_STATUS_ACCEPTING);
+    // Not over a destruction that has begun meanwhile: it does not wait for the lock.
+    if (!vodlink_move_status(link, VOD_LINK_STATUS_REQ, VOD_LINK_STATUS_ACCEPTING))
+        return;
     if (!reply_send(held, link, &reply))
         LOG(LOG_REFUSE, "!ms_send_package(vodlink->mslink, &send_package)");
 }
@@ -151,12 +153,8 @@ static constexpr struct {
     int datatype;
     uint8_t marker; // tells the client what a data package holds
 } STREAM_MARKERS[] = {
-    {VIDEO_DATA_TYPE_STREAM, 0},
-    {VIDEO_DATA_TYPE_SEEK_DONE, 0xEE},
-    {VIDEO_DATA_TYPE_FILE_INFO, 0xDC},
-    {VIDEO_DATA_TYPE_SLICE, 0xDD},
-    {VIDEO_DATA_TYPE_ANALYZE_ALARM, 0xFF},
-    {VIDEO_DATA_TYPE_ANALYZE_ALARM_EX, 0xFE},
+    {VIDEO_DATA_TYPE_STREAM, 0},   {VIDEO_DATA_TYPE_SEEK_DONE, 0xEE},     {VIDEO_DATA_TYPE_FILE_INFO, 0xDC},
+    {VIDEO_DATA_TYPE_SLICE, 0xDD}, {VIDEO_DATA_TYPE_ANALYZE_ALARM, 0xFF}, {VIDEO_DATA_TYPE_ANALYZE_ALARM_EX, 0xFE},
 };
 
 static const uint8_t *stream_marker(int datatype)

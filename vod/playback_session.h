@@ -1,5 +1,5 @@
-// The playback session: a link that streams one recording, or a time span of a channel, to a client. The request opens a
-// player whose thread drives the session through on_recv_hardplay; the client steers it with XML commands.
+// The playback session: a link that streams one recording, or a time span of a channel, to a client. The request opens
+// a player whose thread drives the session through on_recv_hardplay; the client steers it with XML commands.
 #pragma once
 
 #include "vod/link_table.h"
