@@ -72,8 +72,7 @@ static void command_get_vod_link_num(VodLink *link, MpPackage *package, xmlNode 
     }
     char text[sizeof LINK_NUM_REPLY + 32];
     std::snprintf(text, sizeof text, LINK_NUM_REPLY, "ok", static_cast<int>(count));
-    if (command_wants_reply(package))
-        command_reply(link, package, text);
+    command_answer(link, package, text);
 }
 
 void deal_event_login_command(VodLink *link, MpPackage *package, xmlNode *command)

@@ -94,8 +94,7 @@ static int control_set_absolute_time(const control_call &call)
     const PlayDataInfo &play = call.link->p_data.play_d;
     int result = play.play_filename[0] == '\0'
                      ? vodplay_set_play_absolute_time(call.playerfd, call.value)
-                     : vodplay_set_play_time(call.playerfd,
-                                             clamp_to_int((int64_t{call.value} - play.start) * 1000));
+                     : vodplay_set_play_time(call.playerfd, clamp_to_int((int64_t{call.value} - play.start) * 1000));
     return open_window_if(call, result);
 }
 
@@ -129,12 +128,9 @@ void vod_deal_event_play_cmd_playback_control(VodLink *link, MpPackage *package,
     bool done = entry != std::end(CONTROL_CODES) && entry->act({link, vodlink_handle(link), value, &answer}) != 0;
 
     char text[sizeof CONTROL_REPLY + 32];
-    int size = std::snprintf(text, sizeof text, CONTROL_REPLY, done ? "ok" : "error",
-                             done ? answer : static_cast<int>(os_get_errno()));
-    if (size >= MP_MAX_DATA_LEN)
-        return LOG(LOG_REFUSE, "size >= MP_MAX_DATA_LEN---size = %d", size);
-    if (command_wants_reply(package))
-        command_reply(link, package, text);
+    std::snprintf(text, sizeof text, CONTROL_REPLY, done ? "ok" : "error",
+                  done ? answer : static_cast<int>(os_get_errno()));
+    command_answer(link, package, text);
 }
 
 void vod_deal_event_play_cmd_stop_playback(VodLink *link, MpPackage *, xmlNode *command)

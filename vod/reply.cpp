@@ -41,11 +41,6 @@ int reply_send(const vodlinks_guard &, VodLink *link, reply_package *reply)
     return mp_commit_package(&reply->package) && ms_send_package(link->mslink, &reply->package);
 }
 
-bool command_wants_reply(const MpPackage *package)
-{
-    return package->head->reserved2 != 0 || LOGGED(false, LOG_REFUSE, "package->head->reserved2 == 0");
-}
-
 // Positions of a command package.
 static constexpr uint32_t COMMAND_IDS = 4, COMMAND_SESSION = 6;
 
@@ -60,20 +55,27 @@ static int command_reply_build(reply_package *reply, const MpPackage *request, c
     auto size = static_cast<uint32_t>(text.size() + 1);
     return mp_build_package_ret_cmd_chs(reply->buffer, sizeof reply->buffer, 0, request->head->module_src,
                                         request->head->module_des, ids[3], ids[2], ids[1], ids[0],
-                                        mp_attr_session_id(request->attr[COMMAND_SESSION]), 1, 0, size, 0,
-                                        text.c_str(), size, &reply->package);
+                                        mp_attr_session_id(request->attr[COMMAND_SESSION]), 1, 0, size, 0, text.c_str(),
+                                        size, &reply->package);
 }
 
 void command_reply(VodLink *link, const MpPackage *package, std::string_view text)
 {
     reply_package reply;
-    if (!command_reply_build(&reply, package, std::string(text))) {
-        LOG(LOG_PACKAGE, "!mp_build_package_ret_cmd_chs");
-        return;
-    }
+    if (!command_reply_build(&reply, package, std::string(text)))
+        return LOG(LOG_PACKAGE, "!mp_build_package_ret_cmd_chs");
     vodlinks_guard held;
     if (!reply_send(held, link, &reply))
         LOG(LOG_REFUSE, "!ms_send_package");
+}
+
+void command_answer(VodLink *link, const MpPackage *package, std::string_view text)
+{
+    if (text.size() >= MP_MAX_DATA_LEN)
+        return LOG(LOG_REFUSE, "size >= MP_MAX_DATA_LEN---size = %d", static_cast<int>(text.size()));
+    if (package->head->reserved2 == 0)
+        return LOG(LOG_REFUSE, "package->head->reserved2 == 0");
+    command_reply(link, package, text);
 }
 
 int build_capability_set(MpPackage *package)

@@ -33,10 +33,10 @@ int reply_build_data(reply_package *reply, const VodLink *link, const void *data
 // Commits and sends; the connection is looked up under the table lock.
 int reply_send(const vodlinks_guard &held, VodLink *link, reply_package *reply);
 
-// Whether the sender of a command wants an answer; logs when it does not.
-bool command_wants_reply(const MpPackage *package);
-// The answer to a command; `text` goes out with its terminating zero. What cannot be sent is logged.
+// Sends a reply to a command; `text` goes out with its terminating zero. What cannot be sent is logged.
 void command_reply(VodLink *link, const MpPackage *package, std::string_view text);
+// The same for a text that fits and a sender who asked for a reply; logs when one of the two is not so.
+void command_answer(VodLink *link, const MpPackage *package, std::string_view text);
 
 // Adds what this service can do to an accept reply of a download.
 int build_capability_set(MpPackage *package);
