@@ -5,7 +5,7 @@
 #include "vod/vod_interface.h"
 #include "vod/xml_text.h"
 
-#include <string>
+#include <string_view>
 
 static std::atomic<uint32_t> s_max_download_num = 50;
 
@@ -39,7 +39,7 @@ static bool download_admit(MsLink *mslink, const hardplay_request &request)
                   static_cast<int>(s_max_download_num));
 }
 
-static void download_link_fill(VodLink *link, MsLink *mslink, const MpPackage *package, const std::string &filename)
+static void download_link_fill(VodLink *link, MsLink *mslink, const MpPackage *package, std::string_view filename)
 {
     mslink_set_udata(mslink, link);
     vodlinks_guard held;
@@ -84,7 +84,7 @@ void vod_deal_event_req_res_download(MsLink *mslink, MpPackage *package)
         vod_reject_req_res(mslink, ORB_ERROR_MORE_NUM);
         return;
     }
-    download_link_fill(link, mslink, package, std::string(request.filename));
+    download_link_fill(link, mslink, package, request.filename);
     download_give_up(link, mslink);
 }
 

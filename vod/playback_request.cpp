@@ -9,10 +9,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
-#include <vector>
 
 static_assert(sizeof(QueryRule) == 124);
 static constexpr int RULES_MAX = 8;
@@ -33,7 +33,7 @@ enum open_result { OPEN_DONE, OPEN_FAILED, OPEN_LEFT_ALONE };
 // ---- Rules ----------------------------------------------------------------------------------------------------------
 
 // The rule list of the older form, in the first fitting attribute at or behind `from`: a count, then that many records.
-// -1 for a list that claims more than it may.
+// -1 for a list that claims more than there is room for, or than is there.
 static int rule_list_read(const MpPackage *package, uint32_t from, std::array<QueryRule, RULES_MAX> *rules)
 {
     constexpr uint32_t attr_len_min = 8; // longer than 7, its head included
@@ -76,26 +76,43 @@ static open_result open_by_time(const playback_wish &wish, handle_orb usr, handl
     }
     if (mode == PLAY_MODE_RULES_NEW) {
         int rules_type = 0, rules_size = 0;
-        std::vector<uint8_t> rules(ANALYSE_DATA_MAX);
-        if (!vod_deal_event_get_analyse_data(wish.package, &rules_type, rules.data(), &rules_size))
+        uint8_t rules[ANALYSE_DATA_MAX];
+        if (!vod_deal_event_get_analyse_data(wish.package, &rules_type, rules, &rules_size))
             return LOGGED(OPEN_LEFT_ALONE, LOG_REFUSE, "!vod_deal_event_get_analyse_data");
         return opened(vod_deal_with_analyze_by_time_new_rule(wish.dev_id, wish.channel, file_type, &wish.start,
-                                                             &wish.end, on_recv_hardplay, usr, rules_type,
-                                                             rules.data(), rules_size),
+                                                             &wish.end, on_recv_hardplay, usr, rules_type, rules,
+                                                             rules_size),
                       result);
     }
     // The data attribute in the first place holds the device identifier.
     std::array<QueryRule, RULES_MAX> rules = {};
     int count = rule_list_read(wish.package, REQUEST_DATA + 1, &rules);
     if (count < 0)
-        return OPEN_LEFT_ALONE;
+        return OPEN_FAILED;
     return opened(vod_deal_with_analyze_by_time(wish.dev_id, wish.channel, file_type, rules.data(), count, &wish.start,
                                                 &wish.end, on_recv_hardplay, usr),
                   result);
 }
 
-// The device-information text that stands in for the file name "dvc_info".
-static std::string device_info(const MpPackage *package)
+struct memory_freer {
+    void operator()(char *memory) const { std::free(memory); }
+};
+using memory_text = std::unique_ptr<char, memory_freer>;
+
+static memory_text device_info_copy(std::string_view json)
+{
+    memory_text json_info(os_fault_point("device_info") ? nullptr : static_cast<char *>(std::malloc(json.size() + 1)));
+    if (json_info == nullptr) {
+        LOG(LOG_FATAL, "json_info == NULL");
+        os_exit(1);
+        return nullptr;
+    }
+    text_copy({json_info.get(), json.size() + 1}, json);
+    return json_info;
+}
+
+// The device-information text that stands in for the file name "dvc_info"; null when there is none.
+static memory_text device_info(const MpPackage *package)
 {
     constexpr uint32_t attr_len_min = 255; // longer than 254, its head included
     for (uint32_t i = REQUEST_DATA; i < package->size; i++) {
@@ -103,32 +120,35 @@ static std::string device_info(const MpPackage *package)
             continue;
         std::string_view json = attr_text(package, i);
         if (!json.empty())
-            return std::string(json);
+            return device_info_copy(json);
         LOG(LOG_REFUSE, "json_info_len <= 0");
     }
-    return std::string(DEVICE_INFO_NAME);
+    return nullptr;
 }
 
 static open_result open_by_file(const playback_wish &wish, handle_orb usr, handle_orb *result)
 {
     const hardplay_request &request = wish.request;
     if (request.mode < PLAY_MODE_RULES_NEW) {
-        std::string name = wish.filename == DEVICE_INFO_NAME ? device_info(wish.package) : wish.filename;
-        return opened(vodplay_open_file(name.c_str(), on_recv_hardplay, usr), result);
+        memory_text info = wish.filename == DEVICE_INFO_NAME ? device_info(wish.package) : nullptr;
+        const char *name = info == nullptr ? wish.filename.c_str() : info.get();
+        return opened(vodplay_open_file(name, on_recv_hardplay, usr), result);
     }
     if (request.mode == PLAY_MODE_RULES_NEW) {
         int rules_type = 0, rules_size = 0;
-        std::vector<uint8_t> rules(ANALYSE_DATA_MAX);
-        if (!vod_deal_event_get_analyse_data(wish.package, &rules_type, rules.data(), &rules_size))
+        uint8_t rules[ANALYSE_DATA_MAX];
+        if (!vod_deal_event_get_analyse_data(wish.package, &rules_type, rules, &rules_size))
             return LOGGED(OPEN_LEFT_ALONE, LOG_REFUSE, "!vod_deal_event_get_analyse_data");
-        *result = vod_deal_with_analyze_by_file_new_rule(wish.dev_id, wish.channel, request.file_type,
-                                                         wish.filename.c_str(), on_recv_hardplay, usr, rules_type,
-                                                         rules.data(), rules_size);
+        *result =
+            vod_deal_with_analyze_by_file_new_rule(wish.dev_id, wish.channel, request.file_type, wish.filename.c_str(),
+                                                   on_recv_hardplay, usr, rules_type, rules, rules_size);
         return OPEN_DONE; // a client whose analysis did not open waits until it disconnects
     }
     std::array<QueryRule, RULES_MAX> rules = {};
     int count = rule_list_read(wish.package, REQUEST_DATA, &rules);
-    if (count <= 0)
+    if (count < 0)
+        return OPEN_FAILED;
+    if (count == 0)
         return LOGGED(OPEN_LEFT_ALONE, LOG_REFUSE, "rules_count <= 0");
     *result = vod_deal_with_analyze_by_file(wish.dev_id, wish.channel, request.file_type, rules.data(), count,
                                             wish.filename.c_str(), on_recv_hardplay, usr);

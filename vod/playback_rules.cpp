@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
-#include <string>
+#include <string_view>
 
 // Requests of several connections may want the engine at once; it is started with the mutex held.
 static std::mutex s_vca_mutex;
@@ -59,13 +59,12 @@ int vod_get_dev_id_from_file_name(const char *file_name, char *dev_id, unsigned 
     constexpr size_t tail_length = 20;
     if (file_name == nullptr || dev_id == nullptr)
         return LOGGED(0, LOG_REFUSE, "file_name == NULL || dev_id == NULL");
-    std::string name = std::string(file_name).substr(0, VOD_PATH_SIZE - 1);
+    std::string_view name = std::string_view(file_name).substr(0, VOD_PATH_SIZE - 1);
     if (name.empty())
         return LOGGED(0, LOG_SYSTEM, "strlen(file_name) == 0");
     size_t cut = name.rfind('_');
-    if (cut == std::string::npos || cut == 0)
+    if (cut == std::string_view::npos || cut == 0)
         return LOGGED(0, LOG_REFUSE, "i == 0");
-    name.resize(cut);
     size_t id_length = cut - std::min(cut, tail_length);
     if (id_length >= MP_MAX_DEVID_LEN)
         return LOGGED(0, LOG_REFUSE, "dev_id_len too long");
@@ -73,7 +72,7 @@ int vod_get_dev_id_from_file_name(const char *file_name, char *dev_id, unsigned 
         return LOGGED(0, LOG_REFUSE, "unright ss filename :%s", file_name);
     name.copy(dev_id, id_length);
     dev_id[id_length] = '\0';
-    if (chno != nullptr)
-        *chno = static_cast<unsigned short>(std::atoi(name.substr(id_length + 1, 2).c_str()));
+    if (const char digits[] = {name[id_length + 1], name[id_length + 2], '\0'}; chno != nullptr)
+        *chno = static_cast<unsigned short>(std::atoi(digits));
     return 1;
 }
