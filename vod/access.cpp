@@ -68,7 +68,9 @@ int state_file_write(const std::string &name, const std::string &text)
     if (os_code_convert("utf-8", "GB18030", path, sizeof path, name.c_str(), name.size()) <= 0)
         return LOGGED(0, LOG_REFUSE, "os_code_convert <= 0");
     std::string target = path;
+    int flags = OS_FILE_CLIENT;
     if (s_access_is_limited) {
+        flags = 0; // the folder is the operator's choice, and the name cannot lead out of it
         if (!is_plain_name(target))
             return LOGGED(0, LOG_REFUSE, "state file refused, no plain name: %s", name.c_str());
         os_directory_create(s_access_state_dir.c_str());
@@ -76,7 +78,7 @@ int state_file_write(const std::string &name, const std::string &text)
         if (is_foreign_file(target))
             return LOGGED(0, LOG_REFUSE, "state file refused, another file has its name: %s", name.c_str());
     }
-    if (!os_file_replace(target.c_str(), 0, text.data(), text.size()))
+    if (!os_file_replace(target.c_str(), flags, text.data(), text.size()))
         return LOGGED(0, LOG_SYSTEM, "state file not written: %s: %s", name.c_str(), os_file_error());
     return 1;
 }

@@ -6,7 +6,8 @@
 struct json_object;
 
 // Reads `access`: `roots` (folders below which client-named recordings must lie) and `state_dir` (where state documents
-// go then). 0 when a root cannot be used: the service then must not start, because it would serve more than was allowed.
+// go then). 0 when a root cannot be used: the service then must not start, because it would serve more than was
+// allowed.
 int access_settings_read(json_object *config);
 
 // Writes the document of a link-state request under the client's name (UTF-8). 0, logged, when that is refused.

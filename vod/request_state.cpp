@@ -33,29 +33,31 @@ static std::string state_position(const VodLink *state_link)
     return std::to_string(pos);
 }
 
-static void state_list_sessions(const vodlinks_guard &held, xmlNode *root, const VodLink *state_link, int32_t type)
+// False when there is no memory for the whole list.
+static bool state_list_sessions(const vodlinks_guard &held, xmlNode *root, const VodLink *state_link, int32_t type)
 {
     bool playback = type == VOD_LINK_TYPE_HARDPLAY;
     xmlNode *list = xmlNewChild(root, nullptr, BAD_CAST(playback ? "hardplay" : "download"), nullptr);
     uint32_t count = vodlinks_count(held, playback ? VOD_LINK_PLAY_NUM : VOD_LINK_DOWN_NUM);
-    xml_set_text(list, playback ? "play_num" : "down_num", std::to_string(count));
+    bool complete = xml_set_text(list, playback ? "play_num" : "down_num", std::to_string(count));
     vodlinks_visit(held, type, [&](const VodLink &link) {
-        xmlNode *session = xmlNewChild(list, nullptr, BAD_CAST "vodlink", nullptr);
-        xml_set_text(session, "filename",
-                     playback ? link.p_data.play_d.play_filename : link.p_data.down_d.down_filename);
-        xml_set_text(session, playback ? "play_pos" : "down_pos", state_position(state_link));
+        xmlNode *session = list == nullptr ? nullptr : xmlNewChild(list, nullptr, BAD_CAST "vodlink", nullptr);
+        const char *filename = playback ? link.p_data.play_d.play_filename : link.p_data.down_d.down_filename;
+        complete &= xml_set_text(session, "filename", filename);
+        complete &= xml_set_text(session, playback ? "play_pos" : "down_pos", state_position(state_link));
     });
+    return complete;
 }
 
 static xml_doc state_document(const VodLink *state_link)
 {
-    xml_doc doc(xmlNewDoc(BAD_CAST "1.0"));
-    xmlNode *root = xmlNewDocNode(doc.get(), nullptr, BAD_CAST "vod", nullptr);
-    xmlDocSetRootElement(doc.get(), root);
+    xml_doc doc = xml_create("vod");
     vodlinks_guard held;
     vodlinks_count_up(held, VOD_LINK_STATE_NUM);
-    state_list_sessions(held, root, state_link, VOD_LINK_TYPE_HARDPLAY);
-    state_list_sessions(held, root, state_link, VOD_LINK_TYPE_DOWNLOAD);
+    xmlNode *root = doc == nullptr ? nullptr : xmlDocGetRootElement(doc.get());
+    if (root == nullptr || !state_list_sessions(held, root, state_link, VOD_LINK_TYPE_HARDPLAY) ||
+        !state_list_sessions(held, root, state_link, VOD_LINK_TYPE_DOWNLOAD))
+        return LOGGED(nullptr, LOG_REFUSE, "doc == NULL");
     return doc;
 }
 
@@ -93,6 +95,10 @@ void deal_event_req_res_state(MsLink *mslink, MpPackage *package)
     if (link == nullptr)
         return;
     xml_doc doc = state_document(link);
+    if (doc == nullptr) {
+        vodlink_destroy(link);
+        return;
+    }
     std::string_view filename = res_info_text(package);
     if (filename.size() >= VOD_PATH_SIZE)
         return LOG(LOG_REFUSE, "strlen(filename) = %zu", filename.size());

@@ -4,10 +4,21 @@
 #include <cstdlib>
 #include <mutex>
 
-static void xml_library_init()
+void xml_library_init()
 {
     static std::once_flag once;
     std::call_once(once, xmlInitParser);
+}
+
+xml_doc xml_create(const char *root_name)
+{
+    xml_library_init();
+    xml_doc doc(xmlNewDoc(BAD_CAST "1.0"));
+    xmlNode *root = doc == nullptr ? nullptr : xmlNewDocNode(doc.get(), nullptr, BAD_CAST root_name, nullptr);
+    if (root == nullptr)
+        return nullptr;
+    xmlDocSetRootElement(doc.get(), root);
+    return doc;
 }
 
 xml_doc xml_parse(std::string_view text)
@@ -47,15 +58,17 @@ static size_t utf8_length(std::string_view text)
                                                        : 0;
 }
 
-void xml_set_text(xmlNode *node, const char *name, std::string_view value)
+bool xml_set_text(xmlNode *node, const char *name, std::string_view value)
 {
+    if (node == nullptr)
+        return false;
     std::string clean;
     while (!value.empty()) {
         size_t length = utf8_length(value);
         clean.append(length == 0 ? "?" : value.substr(0, length));
         value.remove_prefix(length == 0 ? 1 : length);
     }
-    xmlNewProp(node, BAD_CAST name, BAD_CAST clean.c_str());
+    return xmlNewProp(node, BAD_CAST name, BAD_CAST clean.c_str()) != nullptr;
 }
 
 std::string xml_dump(xmlDoc *doc, const char *encoding, bool formatted)

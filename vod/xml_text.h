@@ -19,8 +19,14 @@ struct xml_text_freer {
 };
 using xml_text = std::unique_ptr<xmlChar, xml_text_freer>;
 
-// Parses with error recovery. Null for what is no document at all, and for one that declares entities or a document type
-// of its own: commands need none, and expanding them can cost without bound.
+// The library's tables, once, before several threads need them.
+void xml_library_init();
+
+// A document of version 1.0 with an empty root element; null when there is no memory.
+xml_doc xml_create(const char *root_name);
+
+// Parses with error recovery. Null for what is no document at all, and for one that declares entities or a document
+// type of its own: commands need none, and expanding them can cost without bound.
 xml_doc xml_parse(std::string_view text);
 
 // Text content of the last child element of this name, read as a decimal integer as atoi does; nothing when missing.
@@ -31,8 +37,9 @@ inline bool xml_name_is(const xmlNode *node, const char *name)
     return xmlStrcmp(node->name, BAD_CAST name) == 0;
 }
 
-// Sets an attribute; bytes that are no UTF-8 become '?', because the serialiser would stop at them.
-void xml_set_text(xmlNode *node, const char *name, std::string_view value);
+// Sets an attribute; bytes that are no UTF-8 become '?', because the serialiser would stop at them. False when there is
+// no memory, for the attribute or for the node, which then is null.
+bool xml_set_text(xmlNode *node, const char *name, std::string_view value);
 
 // The document as text. `encoding` null keeps UTF-8; `formatted` indents.
 std::string xml_dump(xmlDoc *doc, const char *encoding, bool formatted);
