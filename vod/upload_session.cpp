@@ -87,6 +87,38 @@ int load_merge_path()
     return 1;
 }
 
+// Logs why a request was rejected, or that the reject could not be sent.
+static void upload_reject(MsLink *mslink, uint32_t code, int failed_level, const char *reason)
+{
+    if (vod_reject_req_res(mslink, code))
+        LOG(LOG_REFUSE, "%s", reason);
+    else
+        LOG(failed_level, "!vod_reject_req_res");
+}
+
+static void upload_link_fill(VodLink *link, MsLink *mslink, const MpPackage *package, std::string_view filename)
+{
+    mslink_set_udata(mslink, link);
+    vodlinks_guard held;
+    link->mslink = mslink;
+    link->type = VOD_LINK_TYPE_UPLOAD;
+    vodlink_set_status(link, VOD_LINK_STATUS_REQ);
+    link->module = package->head->module_src;
+    text_copy(link->p_data.up_d.filename, filename);
+    vodlinks_count_up(held, VOD_LINK_UP_NUM);
+    vodlinks_count_up(held, VOD_LINK_ACTTVE_NUM);
+}
+
+// The link stays, still counted as active, until its connection ends.
+static void upload_give_up(MsLink *mslink)
+{
+    {
+        vodlinks_guard held;
+        vodlinks_count_down(held, VOD_LINK_UP_NUM);
+    }
+    upload_reject(mslink, VOD_ERROR_NO_STORAGE, LOG_REFUSE, "##### no free disk return ####");
+}
+
 void vod_deal_event_req_res_upload(MsLink *mslink, MpPackage *package)
 {
     if (mslink == nullptr)
@@ -97,16 +129,31 @@ void vod_deal_event_req_res_upload(MsLink *mslink, MpPackage *package)
         return LOG(LOG_REFUSE, "package->head->code = %d", package->head->code);
     if (mslink_get_udata(mslink) != nullptr)
         return LOG(LOG_REFUSE, "mslink_get_udata(mslink) != NULL");
-    if (!vod_reject_req_res(mslink, VOD_ERROR_NO_STORAGE))
-        LOG(LOG_REFUSE, "!vod_reject_req_res");
-    else
-        LOG(LOG_REFUSE, "##### no free disk return ####");
+    hardplay_request request = {};
+    if (!hardplay_request_read(package, &request))
+        return LOG(LOG_REFUSE, "hardplay_info == NULL");
+    if (request.filename.size() >= VOD_PATH_SIZE)
+        return upload_reject(mslink, VOD_ERROR_NAME_TOO_LONG, LOG_REFUSE, "upload return, no free disk");
+    VodLink *link = vodlink_create();
+    if (link == nullptr)
+        return upload_reject(mslink, ORB_ERROR_MORE_NUM, LOG_PACKAGE, "reject_req_upload max upload num ");
+    upload_link_fill(link, mslink, package, request.filename);
+    upload_give_up(mslink);
+}
+
+static void vod_deal_event_push_res_up(VodLink *link)
+{
+    // There is no storage, so no upload is ever accepted and none gets that far.
+    if (vodlink_status(link) != VOD_LINK_STATUS_GET)
+        LOG(LOG_PACKAGE, "vodlink->status != VOD_LINK_STATUS_GET");
 }
 
 void vod_deal_event_push_res(VodLink *link, MpPackage *package)
 {
     if (link == nullptr)
-        return LOG(LOG_REFUSE, "vodlink == NULL");
+        return LOG(LOG_PACKAGE, "vodlink == NULL");
     if (package == nullptr)
         return LOG(LOG_REFUSE, "package == NULL");
+    if (link->type == VOD_LINK_TYPE_UPLOAD)
+        vod_deal_event_push_res_up(link);
 }

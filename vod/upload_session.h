@@ -9,9 +9,9 @@ const char *upload_save_path();
 void upload_set_save_day(int32_t days);
 int32_t upload_save_day();
 
-// Request kind 0x8005. This build has no storage for uploads, so every request is rejected with that reason.
+// Request kind 0x8005. This build has no storage for uploads, so every admitted request is rejected with that reason.
 void vod_deal_event_req_res_upload(MsLink *mslink, MpPackage *package);
-// Upload data; there is no upload link that could take it.
+// Upload data; there is no accepted upload that could take it.
 void vod_deal_event_push_res(VodLink *link, MpPackage *package);
 
 // Folders into which uploads are merged, from "var\web\merge_path.json"; 1 when the list was read.
