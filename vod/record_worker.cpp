@@ -34,6 +34,10 @@ static int wakeup_init()
 int record_worker_start()
 {
     s_asyn_thread_is_terminate = 0;
+    // The worker of an earlier start goes on by itself.
+    if (s_asyn_op_thr.impl != nullptr)
+        os_thread_detach(&s_asyn_op_thr);
+    s_asyn_op_thr = {};
     if (!wakeup_init() || !os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, NULL))
         return LOGGED_BUFFERED(0, "!os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, NULL)");
     return 1;

@@ -7,6 +7,7 @@
 #include "vod/upload_session.h"
 #include "vod/vod_interface.h"
 
+#include <exception>
 
 void vod_deal_event_disconnect(VodLink *link)
 {
@@ -25,12 +26,9 @@ static constexpr struct {
     uint16_t kind;
     void (*handler)(MsLink *mslink, MpPackage *package);
 } REQUEST_KINDS[] = {
-    {0x0001, deal_rec_event_req_res_login},
-    {0x8001, vod_deal_event_req_res_hardplay},
-    {0x8002, vod_deal_event_req_res_download},
-    {0x8003, deal_event_req_res_state},
-    {0x8005, vod_deal_event_req_res_upload},
-    {0x8006, deal_rec_event_req_res_login},
+    {0x0001, deal_rec_event_req_res_login},    {0x8001, vod_deal_event_req_res_hardplay},
+    {0x8002, vod_deal_event_req_res_download}, {0x8003, deal_event_req_res_state},
+    {0x8005, vod_deal_event_req_res_upload},   {0x8006, deal_rec_event_req_res_login},
     {0x8012, deal_event_req_res_login},
 };
 
@@ -133,11 +131,11 @@ void vod_deal_event_get_res(VodLink *link, MpPackage *package)
 
 // ---- Stop -----------------------------------------------------------------------------------------------------------
 
-static void stop_running(VodLink *link, const char *handler)
+static void stop_running(VodLink *link, const char *stopped)
 {
     if (!vodlink_move_status(link, VOD_LINK_STATUS_GET, VOD_LINK_STATUS_STOP))
         return LOG(LOG_REFUSE, "vodlink->status = %d", vodlink_status(link));
-    LOG(LOG_REFUSE, "%s, set vodlink->status = VOD_LINK_STATUS_STOP, index:%d", handler, link->index);
+    LOG(LOG_REFUSE, "%s%d", stopped, link->index);
 }
 
 void vod_deal_event_stop_res(VodLink *link, MpPackage *package)
@@ -147,9 +145,11 @@ void vod_deal_event_stop_res(VodLink *link, MpPackage *package)
     if (package == nullptr)
         return LOG(LOG_REFUSE, "package == NULL");
     if (link->type == VOD_LINK_TYPE_HARDPLAY)
-        return stop_running(link, "vod_deal_event_stop_res_hardplay");
+        return stop_running(link,
+                            "vod_deal_event_stop_res_hardplay, set vodlink->status = VOD_LINK_STATUS_STOP, index:");
     if (link->type == VOD_LINK_TYPE_DOWNLOAD)
-        return stop_running(link, "vod_deal_event_stop_res_download");
+        return stop_running(link,
+                            "vod_deal_event_stop_res_download, set vodlink->status = VOD_LINK_STATUS_STOP, index:");
     LOG(LOG_REFUSE, "end vod_deal_event_stop_res");
 }
 
@@ -179,7 +179,7 @@ static void deal_read(MsLink *mslink, VodLink *link, int event, MpPackage *packa
     }
 }
 
-void on_vod_module_event(MsLink *mslink, int event, MpPackage *package)
+static void deal_event(MsLink *mslink, int event, MpPackage *package)
 {
     if (event == MS_CLIENT_EV_CONNECT)
         return;
@@ -190,4 +190,14 @@ void on_vod_module_event(MsLink *mslink, int event, MpPackage *package)
         deal_read(mslink, link, event, package);
     else if (link != nullptr)
         vod_deal_event_disconnect(link);
+}
+
+void on_vod_module_event(MsLink *mslink, int event, MpPackage *package)
+{
+    try {
+        deal_event(mslink, event, package);
+    } catch (const std::exception &error) {
+        // Out of memory: this event is lost, what it had begun goes when its connection does.
+        LOG(LOG_SYSTEM, "on_vod_module_event: %s", error.what());
+    }
 }

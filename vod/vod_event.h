@@ -1,5 +1,5 @@
-// Dispatch of everything that clients send: connections' events, the handshake of each kind of link, and the envelope of
-// XML commands. All of it runs on the message service's threads, the events of one connection one after the other.
+// Dispatch of everything that clients send: connections' events, the handshake of each kind of link, and the envelope
+// of XML commands. All of it runs on the message service's threads, the events of one connection one after the other.
 #pragma once
 
 #include "vod/link_table.h"

@@ -17,8 +17,10 @@
 #include "vod/vod_flow_controller.h"
 #include "vod/vod_interface.h"
 #include "vod/vod_startup.h"
+#include "vod/xml_text.h"
 #include "vod_player/usr_abstime.h"
 
+#include <exception>
 #include <string_view>
 
 static constexpr char VOD_CONFIG[] = "etc\\conf\\vod_config.json";
@@ -120,9 +122,7 @@ static void upload_settings_read()
 int settings_read()
 {
     if (json_ref config(json_object_from_file_ex(VOD_CONFIG)); config != nullptr) {
-        auto field = [&](const char *key, int absent) {
-            return json_object_get_field_int(config.get(), key, absent);
-        };
+        auto field = [&](const char *key, int absent) { return json_object_get_field_int(config.get(), key, absent); };
         playback_set_sleep_interval(static_cast<uint32_t>(field("sleep_interval", DEFAULT_SLEEP_INTERVAL_MS)));
         int max_num = field("max_num", DEFAULT_MAX_NUM);
         vodlinks_set_max_num(max_num < 0 ? DEFAULT_MAX_NUM : max_num);
@@ -133,8 +133,10 @@ int settings_read()
     return 1;
 }
 
+// Whatever an earlier start or a request has started counts no more: a cleanup may have stopped it.
 static int analysis_start_if_wanted()
 {
+    analysis_set_started(false);
     return s_start_vca == 0 || analysis_start_if_needed();
 }
 
@@ -160,16 +162,26 @@ static int player_layer_init()
 
 // ---- The module's entry points --------------------------------------------------------------------------------------
 
-int vod_startup()
+static int startup_steps()
 {
-    if (s_is_startup)
-        return 1;
     s_is_alone = is_alone_process();
     free_disk_lock_init();
+    xml_library_init();
     return message_service_start() && link_table_init() && flow_control_start() && merge_paths_load() &&
            record_lists_create() && record_worker_start() && access_rules_read() && client_events_bind() &&
            settings_read() && analysis_start_if_wanted() && record_index_init() && server_mode_read() &&
            player_layer_init();
+}
+
+int vod_startup()
+{
+    if (s_is_startup)
+        return 1;
+    try {
+        return startup_steps();
+    } catch (const std::exception &error) {
+        return LOGGED(0, LOG_SYSTEM, "vod_startup: %s", error.what());
+    }
 }
 
 int vod_cleanup()
