@@ -53,13 +53,21 @@ static void say_ready(bool json)
     std::fflush(stdout);
 }
 
-static void wait_for_signal()
-{
-    asio::io_context context;
-    asio::signal_set signals(context, SIGINT, SIGTERM);
-    signals.async_wait([](const asio::error_code &, int) {});
-    context.run();
-}
+// Takes the requests to end from its making on: one that comes while the service starts is kept until somebody waits.
+class end_requests {
+public:
+    end_requests() : signals_(context_, SIGINT, SIGTERM) {}
+    void wait()
+    {
+        signals_.async_wait([](const asio::error_code &, int) {});
+        context_.run();
+        signals_.clear(); // a second request ends the process at once
+    }
+
+private:
+    asio::io_context context_;
+    asio::signal_set signals_;
+};
 
 // Connections end first, so that every session closes its player while the service is still whole.
 static void stop_service()
@@ -88,12 +96,13 @@ static int run(const svr_arguments &arguments)
         std::puts("the configuration can be used");
         return EXIT_STOPPED;
     }
+    end_requests end;
     if (!vod_startup()) {
         os_log_flush();
         return complain("the service did not start; the last lines of the log say why");
     }
     say_ready(arguments.json);
-    wait_for_signal();
+    end.wait();
     stop_service();
     return EXIT_STOPPED;
 }
