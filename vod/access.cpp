@@ -62,6 +62,14 @@ static bool is_foreign_file(const std::string &path)
            std::string_view(start, sizeof start) != STATE_DOCUMENT_START;
 }
 
+static void state_dir_create()
+{
+    for (size_t end = 0; end != std::string::npos;) {
+        end = s_access_state_dir.find_first_of("/\\", end + 1);
+        os_directory_create(s_access_state_dir.substr(0, end).c_str());
+    }
+}
+
 int state_file_write(const std::string &name, const std::string &text)
 {
     char path[VOD_PATH_SIZE];
@@ -73,7 +81,7 @@ int state_file_write(const std::string &name, const std::string &text)
         flags = 0; // the folder is the operator's choice, and the name cannot lead out of it
         if (!is_plain_name(target))
             return LOGGED(0, LOG_REFUSE, "state file refused, no plain name: %s", name.c_str());
-        os_directory_create(s_access_state_dir.c_str());
+        state_dir_create();
         target = s_access_state_dir + '\\' + target;
         if (is_foreign_file(target))
             return LOGGED(0, LOG_REFUSE, "state file refused, another file has its name: %s", name.c_str());
