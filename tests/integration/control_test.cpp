@@ -142,7 +142,7 @@ TEST_F(ControlTest, ASeekInTheMiddleOfAStreamGoesOnFromTheMark)
         ASSERT_TRUE(playback.next(&event, 10'000));
         int64_t wanted = static_cast<int64_t>(big.bytes().size()) * percent / 100;
         EXPECT_EQ(std::string(reinterpret_cast<const char *>(event.data), event.size),
-                  big.key_at_offset(wanted + AVFILTER_FILE_HEAD_SIZE).bytes);
+                  big.key_at_share(wanted).bytes);
     }
     std::string rest;
     EXPECT_TRUE(play_to_end(playback, &rest));

@@ -66,6 +66,9 @@ void service_process::launch(const std::vector<std::string> &arguments)
     for (std::string &word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
+    // What an earlier process said must not be taken for this one's.
+    std::filesystem::remove(out);
+    std::filesystem::remove(log);
     status_ = -1;
     pid_ = fork();
     if (pid_ != 0)
