@@ -95,7 +95,10 @@ TEST_F(OrbReaderTest, HeaderThatCannotBeReadAgainEndsThePlayback)
     EXPECT_EQ(status(), VOD_PLAYER_PLAYING_STATUS_PLAY);
 
     // A seek takes it up again, from the header on.
-    EXPECT_EQ(player->func->vod_player_set_play_pos(player, 0), 1);
+    {
+        player_guard held(orb()); // the player plays on before the request is left
+        EXPECT_EQ(player->func->vod_player_set_play_pos(player, 0), 1);
+    }
     EXPECT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_FILEHEAD));
     EXPECT_EQ(receiver.types(),
               (std::vector<int>{VIDEO_DATA_TYPE_PLAYBACKOVER, VIDEO_DATA_TYPE_SEEK_DONE, VIDEO_DATA_TYPE_FILEHEAD}));
@@ -216,7 +219,10 @@ TEST_F(OrbReaderTest, EndIsReportedOnceUntilASeek)
     EXPECT_EQ(receiver.count_of(VIDEO_DATA_TYPE_PLAYBACKOVER), 1u);
 
     script_blocks({{7, 0x22}});
-    EXPECT_EQ(player->func->vod_player_set_play_pos(player, 50), 1);
+    {
+        player_guard held(orb());
+        EXPECT_EQ(player->func->vod_player_set_play_pos(player, 50), 1);
+    }
     EXPECT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_PLAYBACKOVER, 2));
     EXPECT_EQ(receiver.types(),
               (std::vector<int>{VIDEO_DATA_TYPE_FILEHEAD, VIDEO_DATA_TYPE_PLAYBACKOVER, VIDEO_DATA_TYPE_SEEK_DONE,

@@ -117,7 +117,10 @@ TEST_F(OrbSetterTest, SeekResumesAPausedPlayer)
 {
     fake.script([](fake_avfilter_script &script) { script.blocks = {{1, 0x22}}; });
     open_to_header();
-    EXPECT_EQ(vod_orbplayer_set_play_byte(player, 1), 1);
+    {
+        player_guard held(orb()); // the player plays on before the request is left
+        EXPECT_EQ(vod_orbplayer_set_play_byte(player, 1), 1);
+    }
     EXPECT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_STREAM));
     received done = receiver.all().at(1);
     EXPECT_EQ(done.type, VIDEO_DATA_TYPE_SEEK_DONE);
