@@ -61,6 +61,10 @@ int ms_send_package(MsLink *link, const MpPackage *package)
 {
     if (link->on_send)
         link->on_send();
+    if (os_fault_point("ms_send_package")) {
+        os_set_errno(ORB_ERROR_TCP_SEND_ERR);
+        return 0;
+    }
     std::lock_guard held(link->mutex);
     if (!link->failures.empty()) {
         uint32_t error = link->failures.front();
@@ -89,6 +93,8 @@ void ms_timeout(MsLink *link)
 int ms_get_local_devid(char *buffer)
 {
     std::strcpy(buffer, "LOCAL-DEVICE");
+    if (os_fault_point("ms_get_local_devid"))
+        return 0;
     return s_fake_ms.devid_result;
 }
 
