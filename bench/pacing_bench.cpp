@@ -6,7 +6,7 @@
 #include "bench/service_process.h"
 #include "bench/stream_session.h"
 
-#include <memory>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -16,9 +16,12 @@ struct paced_cost {
     double packages_a_second, cpu_percent;
 };
 
-static void take_for(stream_session *session, double seconds, uint64_t *packages)
+// Packages a second, counted from one package to another.
+static void take_for(stream_session *session, double seconds, double *rate)
 {
-    *packages = session->receive(ALL_PACKAGES, seconds, ACKNOWLEDGE_EVERY).packages;
+    stream_count count = session->receive(ALL_PACKAGES, seconds, ACKNOWLEDGE_EVERY);
+    double time = count.last_seconds - count.first_seconds;
+    *rate = time > 0 ? static_cast<double>(count.packages - 1) / time : 0;
 }
 
 // All sessions together, once all have started.
@@ -32,18 +35,16 @@ static paced_cost paced(const child_process &sender, uint16_t port, const std::s
         session.start();
     for (stream_session &session : sessions)
         session.receive(2, ANY_TIME, ACKNOWLEDGE_EVERY);
-    std::vector<uint64_t> packages(count);
+    std::vector<double> rates(count);
     std::vector<std::thread> takers;
     double cpu_before = sender.cpu_seconds();
     stopwatch watch;
     for (size_t i = 0; i < count; i++)
-        takers.emplace_back(take_for, &sessions[i], seconds, &packages[i]);
+        takers.emplace_back(take_for, &sessions[i], seconds, &rates[i]);
     for (std::thread &taker : takers)
         taker.join();
-    double took = watch.seconds(), sum = 0;
-    for (uint64_t one : packages)
-        sum += static_cast<double>(one);
-    return {sum / took, (sender.cpu_seconds() - cpu_before) / took * 100};
+    double took = watch.seconds();
+    return {std::accumulate(rates.begin(), rates.end(), 0.0), (sender.cpu_seconds() - cpu_before) / took * 100};
 }
 
 static paced_cost paced_peer(const load_options &options, size_t count, double seconds)

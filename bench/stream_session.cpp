@@ -94,6 +94,7 @@ stream_count stream_session::receive(uint64_t packages, double seconds, uint32_t
     stopwatch watch;
     while (count.packages < packages && !count.ended && watch.seconds() < seconds) {
         size_t at = 0;
+        const uint64_t before = count.packages;
         for (size_t len; !count.ended && count.packages < packages && (len = whole_package(*socket_, at)) != 0;
              at += len) {
             count.ended = len == empty_data;
@@ -102,6 +103,10 @@ stream_count stream_session::receive(uint64_t packages, double seconds, uint32_t
             if (++socket_->unacknowledged == acknowledge_every)
                 acknowledge();
         }
+        if (count.packages != before)
+            count.last_seconds = watch.seconds();
+        if (before == 0)
+            count.first_seconds = count.last_seconds;
         drop_front(*socket_, at);
         if (at == 0)
             fill();

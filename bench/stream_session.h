@@ -8,6 +8,7 @@
 struct stream_count {
     uint64_t packages = 0, bytes = 0; // of data packages, heads included
     bool ended = false;
+    double first_seconds = 0, last_seconds = 0; // when the first and the last of them came
 };
 
 struct stream_socket;

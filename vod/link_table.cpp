@@ -205,8 +205,8 @@ bool vodlink_wait(VodLink *link, vodlinks_guard &held, uint32_t ms, bool whole)
 bool vodlink_pace(VodLink *link, vodlinks_guard &held, uint32_t ms)
 {
     uint64_t *due = &s_vodlink_due_ticks[static_cast<size_t>(link - s_vodlinks)];
-    uint64_t now = os_tick(), end = *due + ms;
-    if (*due == 0 || end < now || *due > now)
+    uint64_t now = os_tick(), end = std::max(*due + ms, now);
+    if (*due == 0 || now - *due > uint64_t{2} * ms || *due > now)
         end = now + ms;
     *due = end;
     return vodlink_wait(link, held, static_cast<uint32_t>(end - now), true);

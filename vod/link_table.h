@@ -168,7 +168,7 @@ bool vodlink_wait(VodLink *link, vodlinks_guard &held, uint32_t ms, bool whole);
 // Takes the table lock, so that it cannot come between a waiter's look and its wait.
 void vodlink_wake(VodLink *link);
 // Waits until `ms` after the end of the link's last such wait was due: what a wake-up comes late, and the work between,
-// is taken off the next wait. A link that is a whole wait behind starts anew, it never hurries. False as above.
+// is taken off the next wait, down to none. A link that is further behind than that starts anew. False as above.
 bool vodlink_pace(VodLink *link, vodlinks_guard &held, uint32_t ms);
 
 // The link's player, download or upload handle, whatever its kind.

@@ -132,9 +132,9 @@ TEST_F(LinkTableTest, DestroyedPlaybackClosesItsPlayerAndGivesBackBothCounters)
     EXPECT_EQ(count(VOD_LINK_ACTTVE_NUM), 0u);
     EXPECT_EQ(link->index, -1);
     EXPECT_EQ(log.count("vodlink_destroy: type:0, index:0, vod_file_type:0", LOG_REFUSE), 1u);
-    EXPECT_EQ(log.count("s_vodlink_active_num: 0, s_vodlink_up_num:0, s_vodlink_down_num:0, s_vodlink_play_num:0",
-                        LOG_TRACE),
-              1u);
+    EXPECT_EQ(
+        log.count("s_vodlink_active_num: 0, s_vodlink_up_num:0, s_vodlink_down_num:0, s_vodlink_play_num:0", LOG_TRACE),
+        1u);
 }
 
 TEST_F(LinkTableTest, PlaybackThatReachedItsEndWasNoLongerActive)
@@ -324,8 +324,8 @@ TEST_F(LinkTableTest, CountersStayTrueOverRandomLives)
             if (step % 3 != 0 || lives.empty()) {
                 bool playback = step % 2 == 0;
                 VOD_LINK_TYPE counter = playback ? VOD_LINK_PLAY_NUM : VOD_LINK_DOWN_NUM;
-                lives.push_back({take_active(playback ? VOD_LINK_TYPE_HARDPLAY : VOD_LINK_TYPE_DOWNLOAD, counter, 7),
-                                 counter});
+                lives.push_back(
+                    {take_active(playback ? VOD_LINK_TYPE_HARDPLAY : VOD_LINK_TYPE_DOWNLOAD, counter, 7), counter});
             } else {
                 vodlink_destroy(lives[step % lives.size()].link);
                 lives.erase(lives.begin() + step % static_cast<long>(lives.size()));
@@ -354,7 +354,7 @@ TEST_F(LinkTableTest, AWaitEndsWhenTheLinkDies)
 
 // A paced wait on a thread of its own, under a clock that stands still unless the test turns it.
 class paced_wait {
-  public:
+public:
     paced_wait(VodLink *link, uint32_t ms)
         : thread_([this, link, ms] {
               vodlinks_guard held;
@@ -372,7 +372,7 @@ class paced_wait {
     }
     bool lives() const { return lives_; }
 
-  private:
+private:
     std::atomic<bool> done_ = false, lives_ = false;
     std::thread thread_;
 };
@@ -401,7 +401,21 @@ TEST_F(LinkTableTest, WhatAPacedWaitCameLateIsTakenOffTheNext)
     EXPECT_TRUE(second.is_done_soon());
 }
 
-TEST_F(LinkTableTest, ALinkThatIsAWholePacedWaitBehindStartsAnew)
+TEST_F(LinkTableTest, ALinkThatIsUpToAPacedWaitBehindDoesNotWait)
+{
+    manual_clock clock;
+    VodLink *link = take(VOD_LINK_TYPE_HARDPLAY, VOD_LINK_PLAY_NUM);
+    vodlinks_guard held;
+    EXPECT_TRUE(vodlink_pace(link, held, 0));
+    for (uint64_t late : {10u, 15u, 20u}) {
+        clock.advance(late);
+        uint64_t before = os_tick();
+        EXPECT_TRUE(vodlink_pace(link, held, 10)) << late; // the clock stands still: a wait would not end
+        EXPECT_EQ(os_tick(), before);
+    }
+}
+
+TEST_F(LinkTableTest, ALinkThatIsFurtherBehindStartsAnew)
 {
     manual_clock clock;
     VodLink *link = take(VOD_LINK_TYPE_HARDPLAY, VOD_LINK_PLAY_NUM);
@@ -409,7 +423,7 @@ TEST_F(LinkTableTest, ALinkThatIsAWholePacedWaitBehindStartsAnew)
         vodlinks_guard held;
         EXPECT_TRUE(vodlink_pace(link, held, 0));
     }
-    clock.advance(11);
+    clock.advance(21);
     paced_wait late(link, 10);
     clock.advance(9);
     EXPECT_FALSE(late.is_done_within(50));
