@@ -32,6 +32,8 @@ TEST_F(HostProcessTest, SettingsThatCannotBeUsedAreNamed)
         {"etc/conf/vod_svr.json", "{\"log\": {\"level\": 9}}", "log.level in etc/conf/vod_svr.json must be 1 to 5"},
         {"etc/conf/vod_svr.json", "{\"fs_charset\": \"latin1\"}", "must be \"GB18030\" or \"UTF-8\""},
         {"etc/conf/vod_svr.json", "{\"log\": {\"file\": \"/proc/none/x.log\"}}", "the log cannot be opened"},
+        {"etc/conf/vod_config.json", "{\"access\": [", "etc/conf/vod_config.json is no JSON object"},
+        {"etc/conf/ms_config.json", "7", "etc/conf/ms_config.json is no JSON object"},
     };
     for (const settings_row &of : rows)
         for (bool is_check : {true, false}) {

@@ -17,16 +17,29 @@ static void log_settings_read(json_object *log, svr_settings *settings)
     settings->log_file_count = json_object_get_field_int(log, "file_count", settings->log_file_count);
 }
 
-bool svr_settings_read(svr_settings *settings, std::string *error)
+// The libraries take a file that they cannot read for a missing one. Here that would drop limits, access rules among
+// them, that somebody wrote down: the process rather does not start.
+static bool config_is_usable(const char *name, std::string *error)
 {
     os_file_info info;
-    if (!os_file_stat(SVR_CONFIG, 0, &info))
+    std::string path = std::string("etc\\conf\\") + name;
+    if (!os_file_stat(path.c_str(), 0, &info))
         return true;
+    json_ref config(json_object_from_file_ex(path.c_str()));
+    if (config != nullptr && json_object_is_type(config.get(), json_type_object))
+        return true;
+    *error = std::string("etc/conf/") + name + " is no JSON object; correct it or take it away";
+    return false;
+}
+
+bool svr_settings_read(svr_settings *settings, std::string *error)
+{
+    for (const char *name : {"vod_svr.json", "ms_config.json", "vod_config.json"})
+        if (!config_is_usable(name, error))
+            return false;
     json_ref config(json_object_from_file_ex(SVR_CONFIG));
-    if (config == nullptr || !json_object_is_type(config.get(), json_type_object)) {
-        *error = "etc/conf/vod_svr.json is no JSON object; correct it or take it away";
-        return false;
-    }
+    if (config == nullptr)
+        return true;
     if (const char *charset = json_object_get_field_string(config.get(), "fs_charset"))
         settings->fs_charset = charset;
     json_object *log = nullptr;

@@ -15,7 +15,8 @@ struct svr_settings {
     int log_file_count = 5;
 };
 
-// False when the file is there but cannot be used; `error` then says what to change. A missing file gives the defaults.
+// False when one of the three files is there but cannot be used; `error` then says what to change. A missing file gives
+// the defaults.
 bool svr_settings_read(svr_settings *settings, std::string *error);
 // False when the platform refuses them.
 bool svr_settings_apply(const svr_settings &settings, std::string *error);
