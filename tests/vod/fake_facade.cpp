@@ -58,13 +58,15 @@ std::string fake_facade_last()
 static handle_orb open_with(const std::string &call, OnRecvOriginalDataFunc func, handle_orb usr)
 {
     record(call);
-    s_facade.opens++;
     s_facade.func = func;
     s_facade.usr = usr;
     if (s_facade.during_open)
         s_facade.during_open(func, usr);
+    if (os_fault_point("open"))
+        return INVALID_HANDLE_ORB;
     if (s_facade.open_errno != 0)
         os_set_errno(s_facade.open_errno);
+    s_facade.opens += s_facade.open_result != INVALID_HANDLE_ORB;
     return s_facade.open_result;
 }
 

@@ -28,11 +28,11 @@ TEST_F(PlaybackControlTest, EachCodeReachesThePlayerAndAnswers)
         const char *call;
         int answer;
     };
-    for (row control_row : {row{1, 9, "play(77)", -1}, row{12, 50, "set_play_pos(77,50)", -1},
-                            row{24, 3, "set_play_direction(77,3999,1)", -1},
-                            row{31, 3, "set_play_direction(77,3000,0)", -1},
-                            row{35, 3, "set_play_direction(77,3,0)", -1}, row{36, 3, "set_play_direction(77,3,1)", -1},
-                            row{25, 4000, "set_play_time(77,4000)", -1}, row{30, 12, "set_play_byte(77,12)", -1}}) {
+    for (row control_row :
+         {row{1, 9, "play(77)", -1}, row{12, 50, "set_play_pos(77,50)", -1},
+          row{24, 3, "set_play_direction(77,3999,1)", -1}, row{31, 3, "set_play_direction(77,3000,0)", -1},
+          row{35, 3, "set_play_direction(77,3,0)", -1}, row{36, 3, "set_play_direction(77,3,1)", -1},
+          row{25, 4000, "set_play_time(77,4000)", -1}, row{30, 12, "set_play_byte(77,12)", -1}}) {
         EXPECT_EQ(control(control_row.code, control_row.value), answer("ok", control_row.answer));
         EXPECT_EQ(fake_facade_last(), control_row.call);
     }

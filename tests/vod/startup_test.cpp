@@ -186,8 +186,8 @@ TEST_F(StartupTest, TheStandAloneServiceIsKnownByItsExactName)
         int alone;
     };
     for (row name : {row{"C:\\zeta\\vod_svr.exe", 1}, row{"/opt/vod_svr.exe", 1}, row{"vod_svr.exe", 1},
-                     row{"C:\\zeta\\VOD_SVR.EXE", 0}, row{"C:\\vod_svr.exe\\other.exe", 0},
-                     row{"C:\\xvod_svr.exe", 0}, row{"", 0}})
+                     row{"C:\\zeta\\VOD_SVR.EXE", 0}, row{"C:\\vod_svr.exe\\other.exe", 0}, row{"C:\\xvod_svr.exe", 0},
+                     row{"", 0}})
         EXPECT_EQ(is_alone_executable(name.path), name.alone) << name.path;
     EXPECT_EQ(is_alone_process(), 0);
 }
@@ -210,9 +210,9 @@ TEST_F(StartupTest, WithRootsStateDocumentsStayInTheirFolder)
         bool answered;
     };
     folder.write("states\\foreign.xml", "something else");
-    for (row request : {row{"plain.xml", true}, row{"plain.xml", true}, row{"foreign.xml", false},
-                        row{"../up.xml", false}, row{"a\\b.xml", false}, row{"/tmp/abs.xml", false},
-                        row{".hidden", false}, row{"C:x.xml", false}}) {
+    for (row request :
+         {row{"plain.xml", true}, row{"plain.xml", true}, row{"foreign.xml", false}, row{"../up.xml", false},
+          row{"a\\b.xml", false}, row{"/tmp/abs.xml", false}, row{".hidden", false}, row{"C:x.xml", false}}) {
         MsLink mslink;
         read(mslink, res_package(0x8003, request.name));
         EXPECT_EQ(mslink.sent_count() == 1, request.answered) << request.name;

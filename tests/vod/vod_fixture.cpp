@@ -5,6 +5,8 @@
 
 MpPackage *client_package::get()
 {
+    if (exact_ != nullptr)
+        return &parsed_;
     std::vector<uint8_t> bytes(MP_MAX_PACKAGE_LEN);
     mp_build_package(bytes.data(), MP_MAX_PACKAGE_LEN, code_, 131, CLIENT_MODULE, reserved2_, &parsed_);
     for (const auto &[type, value] : attributes_)

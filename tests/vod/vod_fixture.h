@@ -16,8 +16,11 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -25,16 +28,18 @@ constexpr uint8_t CLIENT_MODULE = 200;
 
 // A package as it arrives, in memory of exactly its size, so that a sanitizer sees every step past its end.
 class client_package {
-  public:
+public:
     explicit client_package(uint8_t code, uint16_t reserved2 = 0) : code_(code), reserved2_(reserved2) {}
     client_package &attr(uint8_t type, const std::string &value)
     {
         attributes_.emplace_back(type, value);
+        exact_.reset();
         return *this;
     }
+    // Built by the first call, so that later ones cannot fail.
     MpPackage *get();
 
-  private:
+private:
     uint8_t code_;
     uint16_t reserved2_;
     std::vector<std::pair<uint8_t, std::string>> attributes_;
@@ -63,11 +68,14 @@ client_package command_package(const std::string &xml, uint16_t reserved2 = 1, u
 std::string control_xml(int code, int value);
 
 class VodTest : public testing::Test {
-  protected:
+protected:
     VodTest();
     ~VodTest() override;
     // Delivers an event as the message service would.
-    void read(MsLink &mslink, client_package package) { on_vod_module_event(&mslink, MS_CLIENT_EV_READ, package.get()); }
+    void read(MsLink &mslink, client_package package)
+    {
+        on_vod_module_event(&mslink, MS_CLIENT_EV_READ, package.get());
+    }
     void disconnect(MsLink &mslink)
     {
         on_vod_module_event(&mslink, MS_CLIENT_EV_DISCONNECT, nullptr);
@@ -83,4 +91,51 @@ class VodTest : public testing::Test {
     static size_t taken_slots();
 
     log_capture log;
+};
+
+struct VodEventTest : VodTest {
+    MsLink mslink;
+};
+
+struct PlaybackRequestTest : VodTest {
+    MsLink mslink;
+    static hardplay_wish by_time(uint16_t mode = 0)
+    {
+        hardplay_wish wish;
+        wish.filename.clear();
+        wish.data = "DEVICE-7" + std::string(52, '\0');
+        wish.mode = mode;
+        return wish;
+    }
+    void expect_rejected(uint32_t code)
+    {
+        EXPECT_EQ(mslink.last().code(), MP_CODE_REJECT_RES);
+        EXPECT_EQ(mslink.last().attr(0), u32(code));
+    }
+    void expect_nothing_left()
+    {
+        EXPECT_EQ(taken_slots(), 0u);
+        EXPECT_EQ(count(VOD_LINK_PLAY_NUM), 0u);
+        EXPECT_EQ(count(VOD_LINK_ACTTVE_NUM), 0u);
+    }
+};
+
+struct PlaybackDataTest : VodTest {
+    MsLink mslink;
+    // Waits, for at most a generous while, for what another thread does.
+    static bool soon(const std::function<bool()> &happened)
+    {
+        for (int i = 0; i < 4000 && !happened(); i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        return happened();
+    }
+    static bool stays_false(const std::function<bool()> &happened)
+    {
+        for (int i = 0; i < 10; i++) {
+            if (happened())
+                return false;
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return true;
+    }
 };
