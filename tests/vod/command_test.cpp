@@ -157,3 +157,35 @@ TEST_F(CommandTest, RandomTextDoesNoHarm)
     });
     EXPECT_EQ(taken_slots(), 1u);
 }
+
+TEST_F(CommandTest, AnswersMustStayBelowWhatOnePackageTakes)
+{
+    client_package package = command_package("<command/>");
+    VodLink *link = link_of(mslink);
+    command_answer(link, package.get(), std::string(64512, 'x'));
+    EXPECT_EQ(log.count("size >= MP_MAX_DATA_LEN---size = 64512", LOG_REFUSE), 1u);
+    EXPECT_EQ(replies(), 0u);
+    command_answer(link, package.get(), std::string(64511, 'x'));
+    EXPECT_EQ(mslink.last().attr(7), std::string(64511, 'x') + '\0');
+}
+
+TEST_F(CommandTest, EntitiesInAttributesAreNotExpandedWithoutBound)
+{
+    std::string bomb = "<!DOCTYPE c [<!ENTITY a0 \"" + std::string(1000, 'x') + "\">";
+    for (int i = 1; i < 12; i++) {
+        bomb += "<!ENTITY a" + std::to_string(i) + " \"";
+        for (int j = 0; j < 10; j++)
+            bomb += "&a" + std::to_string(i - 1) + ";";
+        bomb += "\">";
+    }
+    read(mslink, command_package(bomb + "]><command name=\"&a11;\"/>"));
+    EXPECT_EQ(log.count("doc == NULL", LOG_REFUSE), 1u);
+    EXPECT_EQ(replies(), 0u);
+}
+
+TEST_F(CommandTest, NamesAreNeverTakenAsFormats)
+{
+    read(mslink, command_package("<command name=\"%s%n%s%n%x\"><type>%s</type></command>"));
+    EXPECT_EQ(log.count_containing("%s%n%s%n%x"), 1u) << "the trace says it as it is";
+    EXPECT_EQ(replies(), 0u);
+}

@@ -34,7 +34,7 @@ void fake_facade_reset()
     s_facade.total_size = 123456;
     s_facade.storage_type = 0;
     s_facade.during_open = nullptr;
-    s_facade.during_close = nullptr;
+    s_facade.during_close = s_facade.during_total_time = nullptr;
     s_facade.closes = s_facade.opens = 0;
 }
 
@@ -209,6 +209,8 @@ int vodplay_get_file_total_frames(handle_orb playerfd, int *frames)
 int vodplay_get_file_total_time(handle_orb playerfd, int *time)
 {
     record("total_time(" + text(playerfd) + ")");
+    if (s_facade.during_total_time)
+        s_facade.during_total_time();
     *time = playerfd == INVALID_HANDLE_ORB ? -1 : s_facade.total_time;
     return playerfd != INVALID_HANDLE_ORB && s_facade.query_result;
 }

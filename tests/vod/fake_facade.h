@@ -23,7 +23,7 @@ struct fake_facade_state {
     int head_len = 88;
     // Called inside the open, as a player's thread may call back before it returns.
     std::function<void(OnRecvOriginalDataFunc func, handle_orb usr)> during_open;
-    std::function<void()> during_close;
+    std::function<void()> during_close, during_total_time;
     OnRecvOriginalDataFunc func = nullptr;
     handle_orb usr = 0;
     VOD_TIME start = {}, end = {};

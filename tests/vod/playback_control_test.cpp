@@ -2,7 +2,9 @@
 
 #include <rapidcheck.h>
 
+#include <atomic>
 #include <climits>
+#include <memory>
 
 struct PlaybackControlTest : VodTest {
     PlaybackControlTest() : link(start_playback(mslink)) { log.clear(); }
@@ -195,4 +197,54 @@ TEST_F(PlaybackControlTest, StopPlaybackChecksItsLink)
     link->type = VOD_LINK_TYPE_HARDPLAY;
     xmlFreeNode(command);
     EXPECT_EQ(s_facade.closes, 0);
+}
+
+TEST_F(PlaybackControlTest, ASecondStopFindsNoPlayerAndCountsDownAllTheSame)
+{
+    MsLink other;
+    start_playback(other);
+    read(mslink, command_package("<command name=\"stop_playback\"/>"));
+    EXPECT_EQ(count(VOD_LINK_PLAY_NUM), 1u);
+    for (int i = 0; i < 2; i++) {
+        read(mslink, command_package("<command name=\"stop_playback\"/>"));
+        EXPECT_EQ(count(VOD_LINK_PLAY_NUM), 0u);
+    }
+    EXPECT_EQ(log.count("!vodplay_close", LOG_REFUSE), 2u);
+    EXPECT_EQ(log.count("s_vodlink_play_num is 0 already", LOG_SYSTEM), 1u);
+    EXPECT_EQ(vodlink_status(link), VOD_LINK_STATUS_TIMEOUT);
+    EXPECT_EQ(s_facade.closes, 1);
+}
+
+// Whether another thread gets the table lock, tried for a generous while.
+static bool table_is_free()
+{
+    auto got = std::make_shared<std::atomic<bool>>(false);
+    std::thread taker([got] {
+        vodlinks_guard held;
+        *got = true;
+    });
+    for (int i = 0; i < 2000 && !*got; i++)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    bool is_free = *got;
+    taker.detach();
+    return is_free;
+}
+
+TEST_F(PlaybackControlTest, PlayersAreOpenedAndClosedWithoutTheTableLock)
+{
+    int asked = 0, free = 0;
+    auto look = [&] {
+        asked++;
+        free += table_is_free();
+    };
+    s_facade.during_close = look;
+    s_facade.during_open = [&](OnRecvOriginalDataFunc, handle_orb) { look(); };
+    MsLink other;
+    read(other, hardplay_package({}));
+    read(other, command_package("<command name=\"stop_playback\"/>"));
+    disconnect(mslink);
+    EXPECT_EQ(asked, 3);
+    EXPECT_EQ(free, 3);
+    s_facade.during_open = nullptr;
+    s_facade.during_close = nullptr;
 }

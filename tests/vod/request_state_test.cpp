@@ -99,3 +99,35 @@ TEST_F(VodEventTest, StateLinkIgnoresGetAndCommands)
     EXPECT_EQ(mslink.sent_count(), sent);
     EXPECT_EQ(vodlink_status(link_of(mslink)), VOD_LINK_STATUS_REQ);
 }
+
+TEST_F(VodEventTest, StateRequestKeepsOffFoldersThatAreClosedToClients)
+{
+    temp_folder folder(temp_folder::working_directory::enter);
+    folder.write("store\\data.mdb", "precious");
+    ASSERT_TRUE(os_access_protect(folder.file("store").c_str()));
+    for (const char *name : {"store\\data.mdb", "store/new.xml", "store/../store/data.mdb"}) {
+        MsLink other;
+        read(other, res_package(0x8003, name));
+        EXPECT_EQ(other.sent_count(), 0u) << name;
+        disconnect(other);
+    }
+    std::stringstream text;
+    text << std::ifstream(folder.file("store/data.mdb")).rdbuf();
+    EXPECT_EQ(text.str(), "precious");
+    EXPECT_FALSE(std::filesystem::exists("store/new.xml"));
+}
+
+TEST_F(VodEventTest, StateRequestChecksItsPackage)
+{
+    client_package get = get_package();
+    deal_event_req_res_state(&mslink, get.get());
+    EXPECT_EQ(log.count("package->head->code = 12", LOG_REFUSE), 1u);
+    EXPECT_EQ(taken_slots(), 0u);
+}
+
+TEST_F(VodEventTest, StateRequestWithoutNameGetsNoReply)
+{
+    read(mslink, res_package(0x8003, ""));
+    EXPECT_EQ(mslink.sent_count(), 0u);
+    EXPECT_EQ(count(VOD_LINK_STATE_NUM), 1u);
+}

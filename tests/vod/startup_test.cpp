@@ -1,6 +1,7 @@
 #include "tests/support/temp_folder.h"
 #include "tests/vod/vod_fixture.h"
 
+#include "vod/mutex_util.h"
 #include "vod/record_worker.h"
 #include "vod/upload_session.h"
 #include "vod/vod_flow_controller.h"
@@ -8,6 +9,7 @@
 #include "win32_vod/vod.h"
 
 #include <filesystem>
+#include <map>
 
 struct StartupTest : VodTest {
     StartupTest() : folder(temp_folder::working_directory::enter) {}
@@ -224,7 +226,17 @@ TEST_F(StartupTest, WithRootsStateDocumentsStayInTheirFolder)
 
 TEST_F(StartupTest, FailingPlatformCallsEndTheStartCleanly)
 {
+    static constexpr const char *texts[] = {"GetModuleFileNameA error",
+                                            "!os_mutex_init",
+                                            "s_lst_merge_path == NULL",
+                                            "!load_merge_path",
+                                            "s_lst_findfds == NULL",
+                                            "s_lst_asyn_op == NULL",
+                                            "!os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, NULL)"};
     bool reached_the_end = false;
+    // The lock of the table is made once in a process; here each start makes it again.
+    LMutex lock = std::exchange(s_vodlinks_mutex, LMutex{});
+    std::map<std::string, int> seen;
     for (uint32_t n = 1; n < 200 && !reached_the_end; n++) {
         int exits = 0;
         static int *s_exits;
@@ -236,7 +248,119 @@ TEST_F(StartupTest, FailingPlatformCallsEndTheStartCleanly)
         os_fault_disarm();
         os_exit_install(nullptr);
         record_worker_stop();
-        EXPECT_LE(exits, 1);
+        EXPECT_EQ(exits, static_cast<int>(log.count("s_lst_merge_path == NULL", LOG_FATAL))) << n;
+        for (const log_line &line : log.lines())
+            for (const char *text : texts)
+                seen[text] += line.text.ends_with(text);
+        log.clear();
+        os_mutex_destroy(&s_vodlinks_mutex);
+        s_vodlinks_mutex = {};
     }
     EXPECT_TRUE(reached_the_end);
+    for (const char *text : texts)
+        EXPECT_GE(seen[text], 1) << text;
+    s_vodlinks_mutex = lock;
+}
+
+TEST_F(StartupTest, BufferedLinesCarryTheirPrefixAndPlace)
+{
+    bool found = false;
+    for (uint32_t n = 1; n < 50 && !found; n++) {
+        os_exit_install([](int) {});
+        log.clear();
+        os_fault_arm(n);
+        int started = vod_startup();
+        os_fault_disarm();
+        os_exit_install(nullptr);
+        record_worker_stop();
+        for (const log_line &line : log.lines())
+            if (line.text.find("s_lst_findfds == NULL") != std::string::npos) {
+                found = true;
+                EXPECT_EQ(started, 0);
+                EXPECT_NE(line.text.find("[info] file: record_worker.cpp line: "), std::string::npos) << line.text;
+            }
+    }
+    EXPECT_TRUE(found);
+}
+
+TEST_F(StartupTest, TheEngineIsStartedAnewAfterACleanup)
+{
+    config("{\"start_vca\":1}");
+    EXPECT_EQ(vod_startup(), 1);
+    vod_cleanup();
+    record_worker_stop();
+    EXPECT_EQ(vod_startup(), 1);
+    EXPECT_EQ(s_fake_vca.startups, 2);
+    record_worker_stop();
+    // Without the wish it starts on the first demand again.
+    config("{\"start_vca\":0}");
+    EXPECT_EQ(vod_startup(), 1);
+    EXPECT_EQ(s_fake_vca.startups, 2);
+    EXPECT_TRUE(analysis_start_if_needed());
+    EXPECT_EQ(s_fake_vca.startups, 3);
+}
+
+TEST_F(StartupTest, ASecondStartWithoutCleanupLeavesTheFirstWorkerAlone)
+{
+    EXPECT_EQ(vod_startup(), 1);
+    EXPECT_EQ(vod_startup(), 1);
+    MsLink mslink;
+    s_fake_ms.bound_handler(&mslink, MS_CLIENT_EV_READ, res_package(0x8012, "").get());
+    EXPECT_EQ(mslink.sent_count(), 1u);
+}
+
+TEST_F(StartupTest, EventsAfterTheCleanupAreServed)
+{
+    EXPECT_EQ(vod_startup(), 1);
+    MsLink player, other;
+    VodLink *link = start_playback(player);
+    vod_cleanup();
+    deliver(link, VIDEO_DATA_TYPE_STREAM, "x");
+    EXPECT_EQ(player.last().attr(0), "x");
+    read(other, res_package(0x8012, ""));
+    EXPECT_EQ(other.sent_count(), 1u);
+    disconnect(player);
+    disconnect(other);
+    EXPECT_EQ(taken_slots(), 0u);
+}
+
+TEST_F(StartupTest, NegativeAndHugeIntervalsAreKeptAndCappedWhenUsed)
+{
+    config("{\"sleep_interval\":-1,\"max_download_num\":-1}");
+    settings_read();
+    EXPECT_EQ(playback_sleep_interval(), 4294967295u);
+    EXPECT_EQ(download_max_num(), 4294967295u);
+}
+
+TEST_F(StartupTest, WithRootsNoLinkInTheStateFolderIsFollowed)
+{
+    std::filesystem::create_directory("recordings");
+    config("{\"access\":{\"roots\":[\"recordings\"],\"state_dir\":\"states\"}}");
+    ASSERT_EQ(vod_startup(), 1);
+    MsLink first, second;
+    read(first, res_package(0x8003, "own.xml"));
+    ASSERT_EQ(first.sent_count(), 1u);
+    std::filesystem::create_symlink("own.xml", "states/link.xml");
+    std::filesystem::create_symlink("../nowhere.xml", "states/dangling.xml");
+    for (const char *name : {"link.xml", "dangling.xml"}) {
+        MsLink mslink;
+        read(mslink, res_package(0x8003, name));
+        EXPECT_EQ(mslink.sent_count(), 0u) << name;
+        disconnect(mslink);
+    }
+    EXPECT_FALSE(std::filesystem::exists("nowhere.xml"));
+    EXPECT_TRUE(std::filesystem::is_symlink("states/link.xml"));
+    disconnect(first);
+}
+
+TEST_F(StartupTest, MutexWrappersLockAgainAndCleanUp)
+{
+    LMutex mutex = {};
+    ASSERT_TRUE(mutex_init(&mutex));
+    EXPECT_TRUE(mutex_lock(&mutex));
+    EXPECT_TRUE(mutex_lock(&mutex)) << "recursive";
+    EXPECT_TRUE(mutex_unlock(&mutex));
+    __mutex_lock_cleanup(&mutex);
+    __mutex_lock_cleanup(nullptr);
+    EXPECT_TRUE(os_mutex_destroy(&mutex)) << "free again";
 }

@@ -332,3 +332,20 @@ TEST_F(VodEventTest, CapabilitySetIsATerminatedText)
     EXPECT_EQ(build_capability_set(&package), 0);
     EXPECT_EQ(log.count("attr_capability == NULL", LOG_REFUSE), 1u);
 }
+
+TEST_F(VodEventTest, LoginsCheckTheirPackage)
+{
+    client_package get = get_package();
+    deal_event_req_res_login(&mslink, get.get());
+    deal_rec_event_req_res_login(&mslink, get.get());
+    EXPECT_EQ(log.count("package->head->code != MP_CODE_REQUEST_RES", LOG_REFUSE), 2u);
+    EXPECT_EQ(taken_slots(), 0u);
+}
+
+TEST_F(VodEventTest, ADisconnectWhoseLinkIsNoneIsLogged)
+{
+    VodLink stray = {};
+    stray.index = -1;
+    vod_deal_event_disconnect(&stray);
+    EXPECT_EQ(log.count("!vodlink_destroy", LOG_REFUSE), 1u);
+}
