@@ -12,7 +12,10 @@
 #define ORB_API __attribute__((visibility("default")))
 #endif
 
-#if defined(__GNUC__)
+#if defined(__MINGW32__)
+/* C99 formats, not those of the old Windows runtime. */
+#define ORB_PRINTF(format_index, first_index) __attribute__((format(gnu_printf, format_index, first_index)))
+#elif defined(__GNUC__)
 #define ORB_PRINTF(format_index, first_index) __attribute__((format(printf, format_index, first_index)))
 #else
 #define ORB_PRINTF(format_index, first_index)

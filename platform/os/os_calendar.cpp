@@ -3,12 +3,32 @@
 // 3000-12-31 23:59:59 UTC, the last instant that the laid-down calendar knows.
 static constexpr int64_t LAST_SECOND = 32535215999;
 
+#if defined(_WIN32)
+// Not every edition of the runtime reaches the last hours, so that those are asked for one calendar cycle earlier.
+static int64_t host_mktime(struct tm *parts)
+{
+    constexpr int CYCLE_YEARS = 400, LAST_YEARS = 3000 - 1900;
+    constexpr int64_t CYCLE_SECONDS = 146'097LL * 86'400;
+    if (parts->tm_year < LAST_YEARS || parts->tm_year > LAST_YEARS + 1)
+        return mktime(parts);
+    parts->tm_year -= CYCLE_YEARS;
+    time_t seconds = mktime(parts);
+    parts->tm_year += CYCLE_YEARS;
+    return seconds < 0 ? -1 : seconds + CYCLE_SECONDS;
+}
+#else
+static int64_t host_mktime(struct tm *parts)
+{
+    return mktime(parts);
+}
+#endif
+
 int64_t os_mktime(struct tm *parts)
 {
     if (parts == nullptr)
         return -1;
     struct tm normalised = *parts;
-    time_t seconds = mktime(&normalised);
+    int64_t seconds = host_mktime(&normalised);
     if (seconds < 0 || seconds > LAST_SECOND)
         return -1;
     *parts = normalised;

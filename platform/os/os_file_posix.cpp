@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <new>
 #include <sys/stat.h>
@@ -14,33 +12,6 @@
 struct os_file {
     int fd;
 };
-
-static thread_local char t_reason[128];
-
-const char *os_file_error(void)
-{
-    return t_reason;
-}
-
-int os_file_fail(const char *reason)
-{
-    std::snprintf(t_reason, sizeof t_reason, "%s", reason);
-    return 0;
-}
-
-int os_file_fail_errno(int error)
-{
-    char text[96];
-    return os_file_fail(strerror_r(error, text, sizeof text));
-}
-
-static bool is_injected(const char *name)
-{
-    if (!os_fault_point(name))
-        return false;
-    os_file_fail("injected failure");
-    return true;
-}
 
 static int open_mode(int flags)
 {
@@ -113,7 +84,7 @@ int os_file_open(const char *path, int flags, os_file **file)
 {
     if (file == nullptr || !has_one_way(flags))
         return os_file_fail("wrong arguments");
-    return is_injected("os_file_open") ? 0 : os_guarded(0, [&] { return file_open(path, flags, file); });
+    return os_file_is_injected("os_file_open") ? 0 : os_guarded(0, [&] { return file_open(path, flags, file); });
 }
 
 int os_file_close(os_file *file)
@@ -131,7 +102,7 @@ int64_t os_file_pread(os_file *file, void *buffer, size_t size, uint64_t offset)
 {
     if (file == nullptr || (buffer == nullptr && size != 0) || offset > INT64_MAX || size > INT64_MAX - offset)
         return os_file_fail("wrong arguments") - 1;
-    if (is_injected("os_file_pread"))
+    if (os_file_is_injected("os_file_pread"))
         return -1;
     size_t done = 0;
     while (done < size) {
@@ -162,14 +133,14 @@ int os_file_pwrite(os_file *file, const void *buffer, size_t size, uint64_t offs
 {
     if (file == nullptr || (buffer == nullptr && size != 0) || offset > INT64_MAX || size > INT64_MAX - offset)
         return os_file_fail("wrong arguments");
-    return !is_injected("os_file_pwrite") && write_all(file->fd, buffer, size, offset);
+    return !os_file_is_injected("os_file_pwrite") && write_all(file->fd, buffer, size, offset);
 }
 
 int os_file_size(os_file *file, uint64_t *size)
 {
     if (file == nullptr || size == nullptr)
         return os_file_fail("wrong arguments");
-    if (is_injected("os_file_size"))
+    if (os_file_is_injected("os_file_size"))
         return 0;
     struct stat info;
     if (fstat(file->fd, &info) != 0)
@@ -182,7 +153,7 @@ int os_file_truncate(os_file *file, uint64_t size)
 {
     if (file == nullptr || size > INT64_MAX)
         return os_file_fail("wrong arguments");
-    if (is_injected("os_file_truncate"))
+    if (os_file_is_injected("os_file_truncate"))
         return 0;
     int result = 0;
     do
@@ -195,7 +166,7 @@ int os_file_sync(os_file *file)
 {
     if (file == nullptr)
         return os_file_fail("no file");
-    if (is_injected("os_file_sync"))
+    if (os_file_is_injected("os_file_sync"))
         return 0;
     int result = 0;
     do

@@ -11,11 +11,17 @@
 bool os_clock_is_installed();
 // The wall clock in milliseconds, for log lines.
 int64_t os_wall_ms();
+// The host's own clocks and its wait, whatever is installed.
+uint64_t os_host_tick_ms();
+int64_t os_host_wall_ms();
+void os_host_sleep(uint32_t ms);
 
 // Keeps why the last file call of this thread failed; each yields 0, so that a failing call ends with `return
 // os_fail(...)`.
 int os_file_fail(const char *reason);
 int os_file_fail_errno(int error);
+// True, with the reason kept, when the call `name` is the one that is to fail.
+bool os_file_is_injected(const char *name);
 
 constexpr size_t OS_PATH_BYTES_MAX = 4096;
 
@@ -24,6 +30,15 @@ struct os_path_parts {
     std::string folder, name;
 };
 os_path_parts os_path_split(const std::string &host);
+
+// Whether the text names that character set, which is given in upper case.
+bool os_charset_is(const char *charset, std::string_view other);
+// Steps of turning paths from one form into the other. The second byte of a GB18030 character may look like a separator
+// and is none.
+bool os_path_take_in(const char *path, std::string *text);
+void os_path_turn(std::string *gb18030, char from, char to);
+bool os_path_convert(const char *from, const char *to, std::string *text);
+int os_path_copy_out(const std::string &text, char *out, size_t out_size);
 
 // False for a text with a separator in it.
 bool os_path_is_part(std::string_view path);

@@ -1,10 +1,14 @@
 #include "platform/os/os_log_output.h"
 
 #include "platform/os/os_internal.h"
+#if defined(_WIN32)
+#include "platform/os/os_win32.h"
+#endif
 
 #include <algorithm>
 #include <memory>
 #include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <vector>
@@ -21,7 +25,8 @@ struct log_outputs {
 static std::shared_ptr<spdlog::logger> logger_of(std::vector<spdlog::sink_ptr> sinks)
 {
     auto logger = std::make_shared<spdlog::logger>("", sinks.begin(), sinks.end());
-    logger->set_pattern("%v");
+    // The same end of line on every host.
+    logger->set_formatter(std::make_unique<spdlog::pattern_formatter>("%v", spdlog::pattern_time_type::local, "\n"));
     logger->set_level(spdlog::level::trace);
     // Tracing is too much to be pushed out line by line.
     logger->flush_on(spdlog::level::debug);
@@ -49,6 +54,19 @@ static int journal_priority(int level)
     return PRIORITIES[std::clamp<int>(level, LOG_TRACE, LOG_FATAL) - LOG_TRACE];
 }
 
+#if defined(_WIN32)
+static spdlog::filename_t file_name(const std::string &host)
+{
+    std::wstring wide;
+    return os_wide(host, &wide) ? wide : std::wstring();
+}
+#else
+static const std::string &file_name(const std::string &host)
+{
+    return host;
+}
+#endif
+
 static spdlog::sink_ptr file_sink(const os_log_settings &settings)
 {
     std::string host;
@@ -59,7 +77,7 @@ static spdlog::sink_ptr file_sink(const os_log_settings &settings)
     int count = settings.file_count <= 0 ? FILE_COUNT_DEFAULT : std::min(settings.file_count, FILE_COUNT_MAX);
     spdlog::file_event_handlers handlers;
     handlers.after_open = [](const spdlog::filename_t &, std::FILE *stream) { os_stream_keep(stream); };
-    return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(host, static_cast<size_t>(bytes),
+    return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(file_name(host), static_cast<size_t>(bytes),
                                                                   static_cast<size_t>(count), false, handlers);
 }
 

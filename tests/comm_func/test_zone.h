@@ -2,21 +2,15 @@
 // they need no zone files on the host.
 #pragma once
 
-#include <gtest/gtest.h>
+#include "tests/support/environment.h"
 
-#include <cstdlib>
-#include <ctime>
+#include <gtest/gtest.h>
 
 class test_zone : public testing::Environment {
 public:
-    // `assignment` is "TZ=<rule>" and stays in the environment, so it must be a static array.
-    explicit test_zone(char *assignment) : assignment_(assignment) {}
-    void SetUp() override
-    {
-        putenv(assignment_);
-        tzset();
-    }
+    explicit test_zone(const char *rule) : rule_(rule) {}
+    void SetUp() override { environment_zone(rule_); }
 
 private:
-    char *assignment_;
+    const char *rule_;
 };

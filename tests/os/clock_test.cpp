@@ -1,10 +1,9 @@
 #include "platform/os/os.h"
 #include "tests/support/manual_clock.h"
 
-#include <csignal>
 #include <ctime>
 #include <gtest/gtest.h>
-#include <pthread.h>
+#include <vector>
 
 TEST(OsClock, TickGoesOnWithTheHost)
 {
@@ -27,37 +26,6 @@ TEST(OsClock, SleepOfNothingReturns)
 {
     os_sleep(0);
     SUCCEED();
-}
-
-static void do_nothing(int) {}
-
-static int sleep_measured(void *arg)
-{
-    uint64_t before = os_tick();
-    os_sleep(120);
-    *static_cast<uint64_t *>(arg) = os_tick() - before;
-    return 0;
-}
-
-TEST(OsClock, SleepIsNotCutShortBySignals)
-{
-    struct sigaction action = {}, former = {};
-    action.sa_handler = do_nothing;
-    sigaction(SIGUSR1, &action, &former);
-    pthread_t sleeper;
-    static uint64_t s_slept;
-    auto body = [](void *arg) -> void * {
-        sleep_measured(arg);
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&sleeper, nullptr, body, &s_slept), 0);
-    for (int i = 0; i < 5; i++) {
-        os_sleep(10);
-        pthread_kill(sleeper, SIGUSR1);
-    }
-    pthread_join(sleeper, nullptr);
-    sigaction(SIGUSR1, &former, nullptr);
-    EXPECT_GE(s_slept, 119u);
 }
 
 TEST(OsClock, InstalledClockIsUsedByEveryCall)

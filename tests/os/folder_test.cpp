@@ -1,40 +1,9 @@
-#include "platform/os/os.h"
-#include "tests/support/temp_folder.h"
+#include "tests/os/folder_fixture.h"
 
-#include <filesystem>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <string>
-#include <sys/stat.h>
-#include <vector>
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-class OsFolder : public testing::Test {
-protected:
-    ~OsFolder() override { os_fs_charset_set("GB18030"); }
-    std::string file(const std::string &name) const { return folder_.file(name); }
-
-    struct listing {
-        std::vector<std::string> names;
-        size_t room = 100;
-    };
-    static int add(void *user, const char *name)
-    {
-        auto found = static_cast<listing *>(user);
-        found->names.push_back(name);
-        return found->names.size() < found->room;
-    }
-    std::vector<std::string> names(size_t room = 100) const
-    {
-        listing found{{}, room};
-        EXPECT_EQ(os_directory_list(folder_.path().c_str(), add, &found), 1);
-        return found.names;
-    }
-
-    temp_folder folder_;
-};
 
 TEST_F(OsFolder, StatTellsKindSizeAndTime)
 {
@@ -45,18 +14,9 @@ TEST_F(OsFolder, StatTellsKindSizeAndTime)
     EXPECT_EQ(info.is_regular, 1);
     EXPECT_EQ(info.is_directory, 0);
     EXPECT_NEAR(static_cast<double>(info.modified_seconds), static_cast<double>(os_time()), 3600);
-    ASSERT_EQ(os_file_stat(folder_.path().c_str(), 0, &info), 1);
+    ASSERT_EQ(os_file_stat(folder_.path().string().c_str(), 0, &info), 1);
     EXPECT_EQ(info.is_regular, 0);
     EXPECT_EQ(info.is_directory, 1);
-}
-
-TEST_F(OsFolder, StatDoesNotBlockOnAPipe)
-{
-    ASSERT_EQ(mkfifo(file("fifo").c_str(), 0600), 0);
-    os_file_info info = {};
-    ASSERT_EQ(os_file_stat(file("fifo").c_str(), 0, &info), 1);
-    EXPECT_EQ(info.is_regular, 0);
-    EXPECT_EQ(info.is_directory, 0);
 }
 
 TEST_F(OsFolder, FailedStatLeavesItsResult)
@@ -92,14 +52,6 @@ TEST_F(OsFolder, RemoveTakesFilesOnly)
     EXPECT_THAT(names(), ElementsAre("folder"));
 }
 
-TEST_F(OsFolder, RemoveTakesTheLinkAndLeavesItsTarget)
-{
-    folder_.write("target", "x");
-    std::filesystem::create_symlink("target", file("link"));
-    EXPECT_EQ(os_file_remove(file("link").c_str()), 1);
-    EXPECT_THAT(names(), ElementsAre("target"));
-}
-
 TEST_F(OsFolder, CreateSucceedsForAFolderThatIsThere)
 {
     EXPECT_EQ(os_directory_create(file("a").c_str()), 1);
@@ -116,9 +68,9 @@ TEST_F(OsFolder, ListIsInNameOrderAndLeavesTheDotsOut)
 {
     for (const char *name : {"b", "a", "c", ".hidden"})
         folder_.write(name, "");
-    std::filesystem::create_directory(file("B"));
-    EXPECT_THAT(names(), ElementsAre(".hidden", "B", "a", "b", "c"));
-    EXPECT_THAT(names(2), ElementsAre(".hidden", "B"));
+    std::filesystem::create_directory(file("D"));
+    EXPECT_THAT(names(), ElementsAre(".hidden", "D", "a", "b", "c"));
+    EXPECT_THAT(names(2), ElementsAre(".hidden", "D"));
 }
 
 TEST_F(OsFolder, ListOfWhatIsNoFolderFails)
@@ -127,31 +79,18 @@ TEST_F(OsFolder, ListOfWhatIsNoFolderFails)
     listing found;
     EXPECT_EQ(os_directory_list(file("a").c_str(), add, &found), 0);
     EXPECT_EQ(os_directory_list(file("none").c_str(), add, &found), 0);
-    EXPECT_EQ(os_directory_list(folder_.path().c_str(), nullptr, nullptr), 0);
+    EXPECT_EQ(os_directory_list(folder_.path().string().c_str(), nullptr, nullptr), 0);
     EXPECT_TRUE(found.names.empty());
-}
-
-TEST_F(OsFolder, NamesThatHaveNoFormInsideTheSystemAreLeftOut)
-{
-    std::filesystem::path backslash = folder_.path() / "a\\b", character = folder_.path() / "\x85\x5C";
-    for (const auto &path : {backslash, character, folder_.path() / "c"})
-        std::filesystem::create_directory(path);
-    EXPECT_THAT(names(), ElementsAre("c", "\x85\x5C"));
-    std::filesystem::remove(character);
-    std::filesystem::create_directory(folder_.path() / "通道");
-    std::filesystem::create_directory(folder_.path() / "bad\xFF");
-    ASSERT_EQ(os_fs_charset_set("UTF-8"), 1);
-    EXPECT_THAT(names(), ElementsAre("c", "\xCD\xA8\xB5\xC0"));
 }
 
 TEST_F(OsFolder, DiskSpaceIsThatOfTheFileSystem)
 {
     uint64_t available = UINT64_MAX, total = 0;
-    ASSERT_EQ(os_disk_space(folder_.path().c_str(), &available, &total), 1);
+    ASSERT_EQ(os_disk_space(folder_.path().string().c_str(), &available, &total), 1);
     auto space = std::filesystem::space(folder_.path());
     EXPECT_EQ(total, space.capacity);
     EXPECT_LE(available, total);
-    EXPECT_EQ(os_disk_space(folder_.path().c_str(), nullptr, nullptr), 1);
+    EXPECT_EQ(os_disk_space(folder_.path().string().c_str(), nullptr, nullptr), 1);
     available = 1;
     EXPECT_EQ(os_disk_space(file("none").c_str(), &available, &total), 0);
     EXPECT_EQ(available, 1u);

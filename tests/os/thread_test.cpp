@@ -3,7 +3,6 @@
 #include <array>
 #include <atomic>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <set>
 
 static int add_one(void *arg)
@@ -61,51 +60,6 @@ TEST(OsThread, FailureLeavesTheHandleZero)
     EXPECT_EQ(os_thread_create(&thread, SIZE_MAX, add_one, &value), 0);
     EXPECT_EQ(thread.impl, nullptr);
     EXPECT_EQ(os_thread_create(nullptr, 0, add_one, &value), 0);
-}
-
-static int stack_size_of_this_thread(void *arg)
-{
-    pthread_attr_t attributes;
-    pthread_getattr_np(pthread_self(), &attributes);
-    pthread_attr_getstacksize(&attributes, static_cast<size_t *>(arg));
-    pthread_attr_destroy(&attributes);
-    return 0;
-}
-
-static size_t stack_size_for(size_t wanted)
-{
-    LThread thread = {};
-    size_t bytes = 0;
-    EXPECT_EQ(os_thread_create(&thread, wanted, stack_size_of_this_thread, &bytes), 1);
-    EXPECT_EQ(os_thread_join(&thread, nullptr), 1);
-    return bytes;
-}
-
-TEST(OsThread, StackIsAtLeastWhatWasAskedFor)
-{
-    EXPECT_GE(stack_size_for(0), 512u << 10);
-    // A tool may add to it, but the host's default of 8 MiB for each of hundreds of threads would be too much.
-#if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
-    EXPECT_LE(stack_size_for(0), 1u << 20);
-#endif
-    EXPECT_GE(stack_size_for(1), 16u << 10);
-    EXPECT_GE(stack_size_for((3u << 20) + 1), (3u << 20) + 1);
-}
-
-static int name_and_read(void *arg)
-{
-    os_thread_name("a name longer than fifteen characters");
-    return pthread_getname_np(pthread_self(), static_cast<char *>(arg), 32);
-}
-
-TEST(OsThread, NameKeepsFifteenCharacters)
-{
-    LThread thread = {};
-    char name[32] = {};
-    ASSERT_EQ(os_thread_create(&thread, 0, name_and_read, name), 1);
-    os_thread_join(&thread, nullptr);
-    EXPECT_STREQ(name, "a name longer t");
-    os_thread_name(nullptr);
 }
 
 static int read_id(void *arg)

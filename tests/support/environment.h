@@ -1,0 +1,7 @@
+// Variables of the test program's own environment.
+#pragma once
+
+// `value` nullptr takes the variable away.
+void environment_set(const char *name, const char *value);
+// Puts the process into a time zone, written as a rule ("CST-8") so that the host needs no zone files.
+void environment_zone(const char *rule);
