@@ -17,6 +17,15 @@ target_compile_options(vod_settings INTERFACE -Wall -Wextra -Wpedantic -Wconvers
 target_compile_options(vod_settings INTERFACE
   "$<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>")
 target_link_libraries(vod_settings INTERFACE Threads::Threads)
+if(WIN32)
+  # The functions that hide behind older versions of Windows are wanted, its macros min and max are not. Formats are those
+  # of C99, so that texts are the same on every host. libxml2 is an archive here.
+  target_compile_definitions(vod_settings INTERFACE _WIN32_WINNT=0x0A00 WIN32_LEAN_AND_MEAN NOMINMAX
+    __USE_MINGW_ANSI_STDIO=1 LIBXML_STATIC)
+  # The runtime goes into each file, so that nothing but Windows' own libraries and ours is wanted.
+  add_link_options(-static)
+  set(CMAKE_SHARED_LIBRARY_PREFIX "")
+endif()
 if(VOD_LOCK_RANKS)
   target_compile_definitions(vod_settings INTERFACE OS_LOCK_RANKS=1)
 endif()

@@ -5,6 +5,7 @@ PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache mold
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev)
 PACKAGES_RUN=(ffmpeg ca-certificates)
 PACKAGES_TEST=(libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev binutils ffmpeg)
+PACKAGES_WINDOWS=(g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev make nasm)
 
 say() {
   printf '\n== %s\n' "$*" >&2

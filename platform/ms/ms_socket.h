@@ -8,7 +8,8 @@
 #include <cstdint>
 #include <string>
 
-using ms_native = asio::ip::tcp::socket::native_handle_type;
+// The host's own kind: Asio wraps it on Windows.
+using ms_native = asio::detail::socket_type;
 static constexpr ms_native MS_NO_SOCKET = static_cast<ms_native>(-1);
 
 enum ms_accept_result { MS_ACCEPTED, MS_ACCEPT_NONE, MS_ACCEPT_AGAIN, MS_ACCEPT_EXHAUSTED };

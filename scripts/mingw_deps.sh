@@ -1,0 +1,186 @@
+#!/usr/bin/env bash
+# Builds the libraries that Debian has no mingw packages of, for Windows x64: static, from Debian's own source packages,
+# into a cache folder outside the checkout. What is there in the version that Debian has now is left alone.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+. scripts/common.sh
+
+usage() {
+  cat <<'TEXT'
+usage: scripts/mingw_deps.sh [--prefix]
+
+Builds what is missing and prints the folder that holds headers and libraries; --prefix only prints it.
+VOD_MINGW_CACHE names the cache folder (default: ~/.cache/win32-vod/mingw).
+
+Exit status: 0 all is there, 1 something could not be had, 64 wrong arguments.
+TEXT
+}
+
+cache=${VOD_MINGW_CACHE:-$HOME/.cache/win32-vod/mingw}
+prefix=$cache/prefix
+case "${1:-}" in
+  "") ;;
+  --prefix) printf '%s\n' "$prefix"; exit 0 ;;
+  -h | --help) usage; exit 0 ;;
+  *) printf 'mingw_deps.sh: unknown argument %s\n' "$1" >&2; usage >&2; exit 64 ;;
+esac
+
+host=x86_64-w64-mingw32
+toolchain=$PWD/cmake/mingw-toolchain.cmake
+jobs=$(nproc)
+mkdir -p "$cache/sources" "$cache/logs" "$prefix/lib/pkgconfig" "$prefix/include" "$prefix/stamps"
+
+# ---- Debian's source packages, through lists of our own: the machine's configuration stays as it is -------------------
+
+# with_sources SUITE TOOL ARGUMENT...
+with_sources() {
+  local suite=$1 tool=$2
+  shift 2
+  "$tool" -o Dir::Etc::sourcelist="$cache/$suite.sources" -o Dir::Etc::sourceparts=- \
+    -o Dir::State::lists="$cache/lists-$suite" -o APT::Sandbox::User=root "$@"
+}
+
+# update_source_lists SUITE SUITES-OF-THE-MAIN-ARCHIVE SUITES-OF-THE-SECURITY-ARCHIVE
+update_source_lists() {
+  mkdir -p "$cache/lists-$1/partial"
+  cat >"$cache/$1.sources" <<TEXT
+Types: deb-src
+URIs: http://deb.debian.org/debian
+Suites: $2
+Components: main
+Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
+
+Types: deb-src
+URIs: http://deb.debian.org/debian-security
+Suites: $3
+Components: main
+Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
+TEXT
+  with_sources "$1" apt-get update -qq || fail "Debian's lists of sources cannot be fetched; is the network there?"
+}
+
+source_version() {
+  with_sources bookworm apt-cache showsrc --only-source "$1" 2>/dev/null | sed -n 's/^Version: //p' | sort -V | tail -n 1
+}
+
+# The bare sources of the next release, where a mirror no longer has those of this one.
+unpack_newer_source() {
+  [ -d "$cache/lists-trixie" ] || update_source_lists trixie "trixie trixie-updates" trixie-security
+  with_sources trixie apt-get source -qq --tar-only "$1" || return
+  mkdir upstream && tar -C upstream -xf ./*.orig.tar.*
+  # The files may stand in a folder of their own.
+  [ "$(ls upstream | wc -l)" -ne 1 ] || { mv upstream packed && mv packed/* upstream; }
+}
+
+# Unpacks the source package and prints the folder.
+unpack_source() {
+  local package=$1 folder=$cache/sources/$1
+  rm -rf "$folder"
+  mkdir -p "$folder"
+  (cd "$folder" && { with_sources bookworm apt-get source -qq "$package" || unpack_newer_source "$package"; }) \
+    >"$cache/logs/$package.source.log" 2>&1 || fail "the source of $package cannot be had"
+  find "$folder" -mindepth 1 -maxdepth 1 -type d | head -n 1
+}
+
+# ---- Building -------------------------------------------------------------------------------------------------------------
+
+# build PACKAGE FUNCTION: runs FUNCTION in the unpacked source unless this version was built by this very recipe.
+build() {
+  local package=$1 recipe=$2 version stamp folder log=$cache/logs/$1.log
+  version=$(source_version "$package")
+  [ -n "$version" ] || fail "Debian has no source package $package"
+  stamp="$version $(declare -f "$recipe" cmake_static | sha256sum | cut -c 1-16)"
+  [ "$(cat "$prefix/stamps/$package" 2>/dev/null)" = "$stamp" ] && return
+  say "building $package $version for Windows"
+  folder=$(unpack_source "$package")
+  (cd "$folder" && "$recipe") >"$log" 2>&1 || { tail -n 40 "$log" >&2; fail "$package did not build; see $log"; }
+  printf '%s\n' "$stamp" >"$prefix/stamps/$package"
+  rm -rf "$cache/sources/$package"
+}
+
+# cmake_static SOURCE [OPTION...]
+cmake_static() {
+  local source=$1
+  shift
+  cmake -S "$source" -B build-mingw -G Ninja -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_BUILD_TYPE=Release \
+    -DCMAKE_INSTALL_PREFIX="$prefix" -DBUILD_SHARED_LIBS=OFF "$@" &&
+    cmake --build build-mingw --parallel "$jobs" &&
+    cmake --install build-mingw
+}
+
+build_json_c() {
+  cmake_static . -DBUILD_TESTING=OFF -DBUILD_APPS=OFF -DDISABLE_WERROR=ON
+}
+
+# Character sets come from the Windows code pages, which the state document registers.
+build_libxml2() {
+  cmake_static . -DLIBXML2_WITH_ICONV=OFF -DLIBXML2_WITH_LZMA=OFF -DLIBXML2_WITH_ZLIB=OFF -DLIBXML2_WITH_PYTHON=OFF \
+    -DLIBXML2_WITH_PROGRAMS=OFF -DLIBXML2_WITH_TESTS=OFF -DLIBXML2_WITH_FTP=OFF -DLIBXML2_WITH_HTTP=OFF
+}
+
+build_fmtlib() {
+  cmake_static . -DFMT_TEST=OFF -DFMT_DOC=OFF
+}
+
+# Wide file names: the narrow ones could not spell every path.
+build_spdlog() {
+  cmake_static . -DSPDLOG_FMT_EXTERNAL=ON -DSPDLOG_WCHAR_FILENAMES=ON -DSPDLOG_BUILD_EXAMPLE=OFF -DSPDLOG_BUILD_TESTS=OFF
+}
+
+build_googletest() {
+  cmake_static . -DBUILD_GMOCK=ON
+}
+
+build_rapidcheck() {
+  cmake_static .
+}
+
+build_x264() {
+  ./configure --host="$host" --cross-prefix="$host-" --prefix="$prefix" --enable-static --disable-cli --bit-depth=8 \
+    --disable-opencl --enable-pic &&
+    make -j "$jobs" &&
+    make install
+}
+
+build_x265() {
+  cmake_static source -DENABLE_SHARED=OFF -DENABLE_CLI=OFF -DCMAKE_POLICY_VERSION_MINIMUM=3.5
+}
+
+# What cameras, recorders and telephones write, and what the tests make.
+build_ffmpeg() {
+  PKG_CONFIG_LIBDIR=$prefix/lib/pkgconfig ./configure --arch=x86_64 --target-os=mingw32 --cross-prefix="$host-" \
+    --pkg-config=pkg-config --pkg-config-flags=--static --prefix="$prefix" --extra-ldflags=-static \
+    --enable-gpl --enable-libx264 --enable-libx265 --disable-programs --disable-doc --disable-debug --disable-network \
+    --disable-avdevice --disable-avfilter --disable-postproc --disable-everything --enable-protocol=file,pipe \
+    --enable-demuxer=avi,mov,matroska,mpegts,mpegps,mpegvideo,h264,hevc,flv,asf,wav,ogg,mp3,aac,dv,mjpeg,rawvideo,m4v,yuv4mpegpipe,nut,concat \
+    --enable-decoder=h264,hevc,mpeg4,mpeg1video,mpeg2video,msmpeg4v1,msmpeg4v2,msmpeg4v3,mjpeg,h263,flv,wmv1,wmv2,wmv3,vc1,vp8,vp9,dvvideo,rawvideo,ffv1,huffyuv,aac,mp2,mp3,ac3,vorbis,opus,flac,pcm_alaw,pcm_mulaw,pcm_s16le,pcm_s16be,pcm_s24le,pcm_u8,pcm_f32le,adpcm_ima_wav,adpcm_ms,adpcm_g726,wmav1,wmav2 \
+    --enable-encoder=libx264,libx265,aac,mpeg4,mjpeg,flac,pcm_alaw,pcm_mulaw,pcm_s16le,rawvideo \
+    --enable-muxer=mp4,mov,matroska,avi,mpegts,h264,hevc,wav,rawvideo,nut \
+    --enable-parser=h264,hevc,mpeg4video,mpegvideo,mjpeg,aac,ac3,mpegaudio,vp8,vp9,vc1,opus,vorbis,flac,dvd_nav,h263 \
+    --enable-bsf=h264_mp4toannexb,hevc_mp4toannexb,extract_extradata,aac_adtstoasc,null,h264_metadata,hevc_metadata,dump_extra &&
+    make -j "$jobs" &&
+    make install
+}
+
+# Headers only, the same for every host.
+copy_headers() {
+  rm -rf "$prefix/include/asio" "$prefix/include/asio.hpp" "$prefix/include/CLI"
+  cp -r /usr/include/asio /usr/include/asio.hpp "$prefix/include/"
+  cp -r /usr/include/CLI "$prefix/include/"
+  mkdir -p "$prefix/share/cmake"
+  cp -r /usr/share/cmake/CLI11 "$prefix/share/cmake/"
+}
+
+install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_WINDOWS[@]}"
+update_source_lists bookworm "bookworm bookworm-updates" bookworm-security
+build json-c build_json_c
+build libxml2 build_libxml2
+build fmtlib build_fmtlib
+build spdlog build_spdlog
+build googletest build_googletest
+build rapidcheck build_rapidcheck
+build x264 build_x264
+build x265 build_x265
+build ffmpeg build_ffmpeg
+copy_headers
+printf '%s\n' "$prefix"
