@@ -57,8 +57,8 @@ static size_t next_data(sender *to)
     size_t size = to->data.size();
     if (to->file != nullptr) {
         std::fill(to->data.begin(), to->data.end(), uint8_t{0});
-        size = static_cast<size_t>(
-            std::max<int64_t>(os_file_pread(to->file.get(), to->data.data(), size, to->offset), 0));
+        size =
+            static_cast<size_t>(std::max<int64_t>(os_file_pread(to->file.get(), to->data.data(), size, to->offset), 0));
     }
     to->offset += size;
     return size;

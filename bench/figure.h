@@ -7,7 +7,7 @@
 
 enum wanted_of_figure {
     WANTED_NOTHING,
-    WANTED_BELOW,          // the figure itself
+    WANTED_BELOW, // the figure itself
     WANTED_AT_LEAST,
     WANTED_RATIO_AT_LEAST, // of the figure to the peer's
     WANTED_RATIO_AT_MOST,
@@ -29,9 +29,9 @@ double median_of(std::vector<double> values);
 void bench_require(bool holds, const std::string &what);
 
 class stopwatch {
-  public:
+public:
     double seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
 
-  private:
+private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };

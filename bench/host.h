@@ -7,7 +7,7 @@
 
 // A program with its standard output read by us. Asked to end, and waited for, when this object goes.
 class child_process {
-  public:
+public:
     explicit child_process(const std::vector<std::string> &arguments);
     ~child_process();
     child_process(const child_process &) = delete;
@@ -18,7 +18,7 @@ class child_process {
     double cpu_seconds() const;
     uint64_t resident_bytes() const;
 
-  private:
+private:
     int pid_ = -1, output_ = -1;
 };
 

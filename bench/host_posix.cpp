@@ -81,10 +81,10 @@ bool read_ends(const std::string &path, void *head, size_t head_size, void *tail
     if (fd < 0)
         return false;
     struct stat info = {};
-    bool is_read = fstat(fd, &info) == 0 && info.st_size >= static_cast<off_t>(tail_size) &&
-                   pread(fd, head, head_size, 0) == static_cast<ssize_t>(head_size) &&
-                   pread(fd, tail, tail_size, info.st_size - static_cast<off_t>(tail_size)) ==
-                       static_cast<ssize_t>(tail_size);
+    bool is_read =
+        fstat(fd, &info) == 0 && info.st_size >= static_cast<off_t>(tail_size) &&
+        pread(fd, head, head_size, 0) == static_cast<ssize_t>(head_size) &&
+        pread(fd, tail, tail_size, info.st_size - static_cast<off_t>(tail_size)) == static_cast<ssize_t>(tail_size);
     close(fd);
     return is_read;
 }

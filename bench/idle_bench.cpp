@@ -70,7 +70,7 @@ int main(int argc, char **argv)
         session.receive(WINDOW_PACKAGES, ANY_TIME, 0);
     }
     print_state("with a full window", service, resident_before, plan, peer_percent);
-    figure_print({"idle: for scale, as many threads looking every ms", "% of a core",
-                  idle_threads_percent(options, plan, 1)});
+    figure_print(
+        {"idle: for scale, as many threads looking every ms", "% of a core", idle_threads_percent(options, plan, 1)});
     return 0;
 }

@@ -5,7 +5,7 @@
 
 struct load_options {
     bool quick = false; // once and small: shows that the bench works, measures nothing
-    std::string data;   // folder for recordings, kept for the next bench; empty: a folder of its own, removed afterwards
+    std::string data; // folder for recordings, kept for the next bench; empty: a folder of its own, removed afterwards
     std::string server; // vod_svr
     std::string peer;   // bench_peer
 };
@@ -15,14 +15,14 @@ load_options load_options_read(int argc, char **argv, const char *description);
 
 // The folder named by `data`, or a new one that goes with this object.
 class data_folder {
-  public:
+public:
     explicit data_folder(const load_options &options);
     ~data_folder();
     data_folder(const data_folder &) = delete;
     data_folder &operator=(const data_folder &) = delete;
     std::string file(const std::string &name) const { return path_ + "/" + name; }
 
-  private:
+private:
     std::string path_;
     bool is_own_;
 };

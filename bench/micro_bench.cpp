@@ -167,7 +167,8 @@ static void read_frames(benchmark::State &state)
         bench_require(handle != nullptr, "the recording does not open");
         AVFrameInfo frame = {};
         frame.iSize = sizeof frame;
-        while (AVFilterGetData(handle, AVFILTER_DATA_FRAMES, buffer.data(), static_cast<int>(buffer.size()), &frame) > 0)
+        while (AVFilterGetData(handle, AVFILTER_DATA_FRAMES, buffer.data(), static_cast<int>(buffer.size()), &frame) >
+               0)
             continue;
         AVFileInfo info = {};
         info.iSise = sizeof info;
@@ -196,7 +197,8 @@ static void read_frames_peer(benchmark::State &state)
 static void register_all()
 {
     using benchmark::RegisterBenchmark;
-    RegisterBenchmark("parse a data package/ours", parse, raw_package(MP_CODE_SEND_RES, {{MP_ATTR_DATA, random_bytes(PACKAGE_DATA)}}));
+    RegisterBenchmark("parse a data package/ours", parse,
+                      raw_package(MP_CODE_SEND_RES, {{MP_ATTR_DATA, random_bytes(PACKAGE_DATA)}}));
     RegisterBenchmark("parse a data package/peer", parse_peer, std::vector<uint8_t>(PACKAGE_DATA));
     RegisterBenchmark("parse a request/ours", parse, request_bytes());
     RegisterBenchmark("parse a request/peer", parse_peer, request_bytes());

@@ -117,8 +117,8 @@ int main(int argc, char **argv)
     figure_print({"open: bytes that the reader reads", "bytes", reader.bytes_read, peer, least.bytes_read, WANTED_BELOW,
                   bytes_limit});
     figure_print({"open: 1 GiB with a player until its head comes", "ms", player.ms, peer, least.ms, WANTED_BELOW, 1});
-    figure_print({"open: bytes that the player reads", "bytes", player.bytes_read, peer, least.bytes_read,
-                  WANTED_BELOW, bytes_limit});
+    figure_print({"open: bytes that the player reads", "bytes", player.bytes_read, peer, least.bytes_read, WANTED_BELOW,
+                  bytes_limit});
     figure_print({"open: 1 GiB over the network, request to accept", "ms", ms_over_network(options, runs, path)});
     return 0;
 }

@@ -8,12 +8,12 @@
 #include <map>
 
 class pair_reporter : public benchmark::BenchmarkReporter {
-  public:
+public:
     bool ReportContext(const Context &) override { return true; }
     void ReportRuns(const std::vector<Run> &runs) override;
     void Finalize() override;
 
-  private:
+private:
     struct pair {
         double ours_ns = 0, peer_ns = 0, items_a_second = 0;
         std::string peer_name;

@@ -25,8 +25,7 @@ static int port_in(const std::string &line)
 service_process::service_process(const load_options &options, const service_settings &settings) : root_(new_folder())
 {
     write_settings(root_, settings);
-    process_ = std::make_unique<child_process>(
-        std::vector<std::string>{options.server, "--root", root_, "--json"});
+    process_ = std::make_unique<child_process>(std::vector<std::string>{options.server, "--root", root_, "--json"});
     port_ = static_cast<uint16_t>(port_in(process_->read_line()));
     bench_require(port_ != 0, options.server + " did not start");
 }

@@ -12,7 +12,7 @@ struct service_settings {
 };
 
 class service_process {
-  public:
+public:
     service_process(const load_options &options, const service_settings &settings);
     ~service_process();
     service_process(const service_process &) = delete;
@@ -20,7 +20,7 @@ class service_process {
     uint16_t port() const { return port_; }
     const child_process &process() const { return *process_; }
 
-  private:
+private:
     std::string root_;
     std::unique_ptr<child_process> process_;
     uint16_t port_ = 0;

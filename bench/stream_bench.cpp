@@ -37,7 +37,7 @@ static std::vector<std::string> peer_arguments(const load_options &options, int 
 }
 
 class peer_sender {
-  public:
+public:
     peer_sender(const load_options &options, int data_bytes, int64_t total, const std::string &file)
         : process_(peer_arguments(options, data_bytes, total, file)),
           port_(static_cast<uint16_t>(std::stoi("0" + process_.read_line())))
@@ -46,7 +46,7 @@ class peer_sender {
     }
     stream_cost stream() { return stream_once(process_, port_, "any"); }
 
-  private:
+private:
     child_process process_;
     uint16_t port_;
 };
@@ -86,8 +86,8 @@ static void compare(const load_options &options, const std::string &name, const 
                   WANTED_RATIO_AT_LEAST, 0.7});
     figure_print({"stream: " + name, "CPU s/GB", median_cpu(ours), "clear, read, copy, send", median_cpu(readings),
                   WANTED_RATIO_AT_MOST, 1.3});
-    figure_print({"stream: " + name + ", for scale", "GB/s", median_speed(readings), "bare sender",
-                  median_speed(bares)});
+    figure_print(
+        {"stream: " + name + ", for scale", "GB/s", median_speed(readings), "bare sender", median_speed(bares)});
 }
 
 int main(int argc, char **argv)

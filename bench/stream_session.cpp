@@ -42,8 +42,8 @@ size_t stream_session::fill()
 {
     stream_socket &socket = *socket_;
     asio::error_code failed;
-    size_t got = socket.tcp.read_some(asio::buffer(socket.bytes.get() + socket.filled, BUFFER_BYTES - socket.filled),
-                                      failed);
+    size_t got =
+        socket.tcp.read_some(asio::buffer(socket.bytes.get() + socket.filled, BUFFER_BYTES - socket.filled), failed);
     bench_require(!failed, "the connection ended: " + failed.message());
     socket.filled += got;
     return got;

@@ -14,7 +14,7 @@ struct stream_count {
 struct stream_socket;
 
 class stream_session {
-  public:
+public:
     explicit stream_session(uint16_t port);
     ~stream_session();
     stream_session(stream_session &&) noexcept;
@@ -26,7 +26,7 @@ class stream_session {
     // package). Acknowledges every `acknowledge_every` packages, 0 never.
     stream_count receive(uint64_t packages, double seconds, uint32_t acknowledge_every);
 
-  private:
+private:
     void acknowledge();
     size_t fill();
     std::unique_ptr<stream_socket> socket_;
