@@ -253,6 +253,37 @@ TEST_F(BadInputTest, CommandsThatOnlyConfuseDoNoHarm)
     }
 }
 
+// ---- The log --------------------------------------------------------------------------------------------------------
+
+TEST_F(BadInputTest, ClientTextsMakeNoLogLinesOfTheirOwn)
+{
+    raw_session session;
+    open_session(&session);
+    session.send(raw_command(1, "<command name=\"x\">\nFAKE LINE %s%n\r\x1B[31m</command>"));
+    EXPECT_FALSE(session.control(16, 0).empty());
+    raw_session other_name;
+    EXPECT_EQ(other_name.request(service.port(), "rec/\nFAKE LINE"), 11);
+    std::string log = service.log();
+    EXPECT_NE(log.find("FAKE LINE"), std::string::npos);
+    EXPECT_EQ(log.find("\nFAKE LINE"), std::string::npos);
+    EXPECT_EQ(log.find('\x1B'), std::string::npos);
+}
+
+TEST_F(BadInputTest, AFloodOfBadPackagesIsNoFloodOfTheLog)
+{
+    std::vector<uint8_t> many;
+    for (int i = 0; i < 1000; i++)
+        many = raw_join({std::move(many), raw_stop()});
+    raw_client client;
+    ASSERT_TRUE(client.connect(service.port()));
+    size_t before = service.log().size();
+    for (int i = 0; i < rounds(50); i++)
+        ASSERT_TRUE(client.send(many));
+    client.send(play_request("rec/even.rec"));
+    EXPECT_FALSE(client.receive_code(10, 30'000).empty());
+    EXPECT_LT(service.log().size() - before, 1u << 20);
+}
+
 // ---- Anything -------------------------------------------------------------------------------------------------------
 
 static std::vector<uint8_t> mutated(std::vector<uint8_t> bytes, std::minstd_rand &random)

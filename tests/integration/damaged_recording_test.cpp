@@ -44,7 +44,7 @@ TEST_F(DamagedRecordingTest, ACutRecordingPlaysItsWholeFrames)
         for (size_t cut : {at, at + 1, at + 31, at + 32, at + 33, at + made.frames[frame].bytes.size() - 1}) {
             std::string received = play_bytes(bytes.substr(0, cut));
             EXPECT_TRUE(received.empty() || received == bytes.substr(0, at)) << cut << ": " << received.size();
-            EXPECT_EQ(received.empty(), frame == 0 && received.empty()) << cut;
+            EXPECT_TRUE(frame == 0 || !received.empty()) << cut;
         }
     }
 }

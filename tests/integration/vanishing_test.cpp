@@ -88,8 +88,38 @@ TEST_F(VanishingTest, ClientsThatVanishWhileTheServiceCannotSendAreForgotten)
             stalled.back()->get(); // and never reads
         }
         EXPECT_TRUE(play_all(service.server(), "rec/big.rec").reached_end);
+        EXPECT_EQ(link_counters(service.server()).at(VODCLIENT_LINKS_ACTIVE), 30); // none has come to its end
         for (const auto &session : stalled)
             session->client().reset();
     }
     EXPECT_TRUE(service.settles({.threads = before.threads + 1, .descriptors = before.descriptors}));
+}
+
+class PatienceTest : public ServiceTest {
+  protected:
+    PatienceTest() : ServiceTest({.ms_config = R"({"port": 0, "dead_peer_ms": 300, "receive_deadline_ms": 300})"}) {}
+    void SetUp() override
+    {
+        ServiceTest::SetUp();
+        make("big.rec", package_plan(600));
+    }
+};
+
+TEST_F(PatienceTest, AClientThatTakesNothingIsGivenUpThoughItsConnectionStands)
+{
+    process_figures before = service.figures();
+    raw_session stalled;
+    ASSERT_EQ(stalled.request(service.port(), "rec/big.rec"), 10);
+    stalled.get();
+    EXPECT_TRUE(service.settles({.threads = before.threads + 1, .descriptors = before.descriptors}));
+}
+
+TEST_F(PatienceTest, HalfAPackageIsNotWaitedForLong)
+{
+    std::vector<uint8_t> request = play_request("rec/big.rec");
+    raw_client client;
+    ASSERT_TRUE(client.connect(service.port()));
+    client.send({request.data(), request.size() - 1});
+    EXPECT_TRUE(client.is_closed_within(10'000));
+    EXPECT_EQ(link_counters(service.server()), std::vector<int32_t>(5, 0));
 }
