@@ -387,15 +387,3 @@ TEST_F(PlaybackDataTest, HeadLengthQueriesAreAnsweredInPlace)
     on_recv_hardplay(77, VIDEO_DATA_TYPE_FILEHEAD_LEN, nullptr, 0, vodlink_cookie(link));
     EXPECT_EQ(fake_facade_count("get_filehead_len(3)"), 1u);
 }
-
-TEST_F(PlaybackDataTest, AHeadDoesNotReviveALinkThatIsBeingDestroyed)
-{
-    read(mslink, hardplay_package({}));
-    VodLink *link = link_of(mslink);
-    // The disconnect comes while the totals are asked for: it does not wait for the lock.
-    s_facade.during_total_time = [&] { std::atomic_ref(link->status).store(VOD_LINK_STATUS_IS_DESTORY); };
-    deliver_head(link);
-    s_facade.during_total_time = nullptr;
-    EXPECT_EQ(vodlink_status(link), VOD_LINK_STATUS_IS_DESTORY);
-    EXPECT_EQ(mslink.sent_count(), 0u);
-}

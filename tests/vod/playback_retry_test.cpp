@@ -108,3 +108,15 @@ TEST_F(PlaybackDataTest, HeadsDeliveredWhileTheOpenRunsAreAlwaysAccepted)
         disconnect(other);
     }
 }
+
+TEST_F(PlaybackDataTest, AHeadDoesNotReviveALinkThatIsBeingDestroyed)
+{
+    read(mslink, hardplay_package({}));
+    VodLink *link = link_of(mslink);
+    // The disconnect comes while the totals are asked for: it does not wait for the lock.
+    s_facade.during_total_time = [&] { std::atomic_ref(link->status).store(VOD_LINK_STATUS_IS_DESTORY); };
+    deliver_head(link);
+    s_facade.during_total_time = nullptr;
+    EXPECT_EQ(vodlink_status(link), VOD_LINK_STATUS_IS_DESTORY);
+    EXPECT_EQ(mslink.sent_count(), 0u);
+}

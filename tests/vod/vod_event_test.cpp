@@ -324,7 +324,7 @@ TEST_F(VodEventTest, CapabilitySetIsATerminatedText)
     ASSERT_TRUE(mp_commit_package(&package));
     std::string text = "[{\"key\":\"flow_ctl\",\"value\":1}]";
     EXPECT_EQ(package.attr[1]->type, 'm');
-    EXPECT_EQ(package.attr[1]->len, text.size() + 5);
+    EXPECT_EQ(size_t{static_cast<size_t>(package.attr[1]->len)}, text.size() + 5);
     EXPECT_EQ(std::string(reinterpret_cast<char *>(package.attr[1] + 1), text.size() + 1), text + '\0');
     EXPECT_EQ(build_capability_set(nullptr), 0);
     EXPECT_EQ(log.count("package == NULL", LOG_REFUSE), 1u);

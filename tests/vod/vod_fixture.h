@@ -97,6 +97,25 @@ struct VodEventTest : VodTest {
     MsLink mslink;
 };
 
+struct LinkTableTest : VodTest {
+    VodLink *take(int32_t type, VOD_LINK_TYPE counter)
+    {
+        VodLink *link = vodlink_create();
+        vodlinks_guard held;
+        link->type = type;
+        vodlinks_count_up(held, counter);
+        return link;
+    }
+    VodLink *take_active(int32_t type, VOD_LINK_TYPE counter, handle_orb handle)
+    {
+        VodLink *link = take(type, counter);
+        vodlinks_guard held;
+        link->p_data.play_d.play_id = handle;
+        vodlinks_count_up(held, VOD_LINK_ACTTVE_NUM);
+        return link;
+    }
+};
+
 struct PlaybackRequestTest : VodTest {
     MsLink mslink;
     static hardplay_wish by_time(uint16_t mode = 0)
