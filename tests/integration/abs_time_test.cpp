@@ -7,11 +7,11 @@
 #include <chrono>
 
 class AbsTimeTest : public ServiceTest, public testing::WithParamInterface<int> {
-  protected:
+protected:
     std::string played(const std::string &name, bool with_time) const
     {
-        std::vector<std::string> arguments{"--server", "127.0.0.1:" + std::to_string(service.port()), "play", name,
-                                           "-o", "out.rec"};
+        std::vector<std::string> arguments{
+            "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", "out.rec"};
         if (with_time)
             arguments.push_back("--abs-time");
         process_result result = run_vodctl(arguments);

@@ -7,11 +7,11 @@
 #include <sys/stat.h>
 
 class AccessTest : public ServiceTest {
-  protected:
+protected:
     AccessTest()
-        : ServiceTest({.vod_config = R"({"sleep_interval": 0, "access": {"roots": ["rec"], "state_dir": "var\\state"}})"})
-    {
-    }
+        : ServiceTest(
+              {.vod_config = R"({"sleep_interval": 0, "access": {"roots": ["rec"], "state_dir": "var\\state"}})"})
+    {}
     void SetUp() override
     {
         ServiceTest::SetUp();
@@ -81,8 +81,8 @@ TEST_F(AccessTest, OddNamesAreRefused)
 
 TEST_F(AccessTest, AChineseNameIsFoundInAFileSystemOfUtf8)
 {
-    for (std::string name : {"rec/\xE5\xBD\x95\xE5\x83\x8F_1_20260101080000_x.rec", "rec/\xE9\x80\x9A\xE9\x81\x93 1.rec",
-                             "rec/\xC3\xA4\xE2\x82\xAC.rec"}) {
+    for (std::string name : {"rec/\xE5\xBD\x95\xE5\x83\x8F_1_20260101080000_x.rec",
+                             "rec/\xE9\x80\x9A\xE9\x81\x93 1.rec", "rec/\xC3\xA4\xE2\x82\xAC.rec"}) {
         std::filesystem::copy_file(made.path, service.folder().path() / std::filesystem::path(name));
         expect_played(name);
     }

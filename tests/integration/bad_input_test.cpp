@@ -1,41 +1,11 @@
 // Bytes that no client should send: that connection bears it alone.
-#include "tests/integration/service_fixture.h"
+#include "tests/integration/bad_input_fixture.h"
 
 #include "platform/ms/ms.h"
 #include "platform/os/os.h"
 
 #include <algorithm>
 #include <random>
-#include <thread>
-
-// While a test runs, somebody else plays a recording that lasts at least two seconds; it must arrive whole.
-class BadInputTest : public ServiceTest {
-  protected:
-    BadInputTest() : ServiceTest({.vod_config = R"({"sleep_interval": 5, "access": {"roots": ["rec"]}})"}) {}
-    void SetUp() override
-    {
-        ServiceTest::SetUp();
-        made = make("even.rec", even_plan());
-        played_elsewhere = make("long.rec", package_plan(200));
-        elsewhere = std::thread([this] { other = play_all(service.server(), "rec/long.rec"); });
-    }
-    void TearDown() override
-    {
-        elsewhere.join();
-        EXPECT_TRUE(other.reached_end) << other.result.text;
-        EXPECT_TRUE(other.bytes == file_of(played_elsewhere.path));
-        EXPECT_TRUE(service.settles({.threads = 1000, .descriptors = 1000}));
-        ServiceTest::TearDown();
-    }
-    // A session whose connection has a link and no data under way.
-    void open_session(raw_session *session) const
-    {
-        ASSERT_EQ(session->request(service.port(), "rec/even.rec"), 10);
-    }
-    made_recording made, played_elsewhere;
-    std::thread elsewhere;
-    play_result other;
-};
 
 static std::vector<uint8_t> with_bytes(std::vector<uint8_t> bytes, size_t at, const std::vector<uint8_t> &other)
 {
@@ -151,9 +121,11 @@ TEST_F(BadInputTest, NamesAreBoundedByTheirAttributeAndByTheirLength)
     raw_client client;
     ASSERT_TRUE(client.connect(service.port()));
     std::string name = "rec/even.rec";
-    client.send(request_with(raw_join({raw_u16(0x8001), raw_u16(0), std::vector<uint8_t>(40), {name.begin(), name.end()}})));
+    client.send(
+        request_with(raw_join({raw_u16(0x8001), raw_u16(0), std::vector<uint8_t>(40), {name.begin(), name.end()}})));
     EXPECT_FALSE(client.receive_code(10).empty());
-    for (auto [length, code] : {std::pair{259, 0x1000028u}, {260, 0x1000027u}, {5000, 0x1000027u}, {60'000, 0x1000027u}}) {
+    for (auto [length, code] :
+         {std::pair{259, 0x1000028u}, {260, 0x1000027u}, {5000, 0x1000027u}, {60'000, 0x1000027u}}) {
         raw_session session;
         EXPECT_EQ(session.request(service.port(), std::string(static_cast<size_t>(length), 'x')), 11) << length;
         EXPECT_EQ(session.reject_code(), code) << length;
@@ -169,119 +141,6 @@ TEST_F(BadInputTest, ASecondRequestOnOneConnectionIsLeftWithoutAnAnswer)
     session.send(play_request("rec/none.rec"));
     EXPECT_TRUE(session.client().receive(200).empty());
     EXPECT_EQ(link_counters(service.server()).at(VODCLIENT_LINKS_PLAYBACK), 2); // and the one elsewhere
-}
-
-// ---- Commands -------------------------------------------------------------------------------------------------------
-
-static std::string nested(const std::string &element, size_t bytes)
-{
-    std::string text = "<?xml version=\"1.0\"?><command name=\"playback_control\">";
-    while (text.size() + 2 * element.size() < bytes)
-        text += "<" + element + ">";
-    return text;
-}
-
-static std::vector<uint8_t> command_of_bytes(const std::vector<uint8_t> &data)
-{
-    std::vector<raw_attr> attrs(4, {1, std::vector<uint8_t>(60)});
-    attrs.insert(attrs.end(), {{9, raw_u32(0)}, {11, std::vector<uint8_t>(16)}, {2, raw_u32(1)}, {8, data}});
-    return raw_package(15, attrs, 1);
-}
-
-TEST_F(BadInputTest, CommandsThatCannotBeReadGetNoReply)
-{
-    const std::string good = control_xml(16, 0);
-    std::vector<raw_attr> without_data(4, {1, std::vector<uint8_t>(60)});
-    const std::vector<uint8_t> rows[] = {
-        command_of_bytes({good.begin(), good.end()}), // no zero
-        command_of_bytes({}),
-        command_of_bytes({0}),
-        command_of_bytes(raw_text("no XML at all")),
-        command_of_bytes(raw_text("<")),
-        command_of_bytes(raw_text("<>")),
-        command_of_bytes(raw_text("<other name=\"playback_control\"/>")),
-        command_of_bytes(raw_text("<command/>")),
-        command_of_bytes(raw_text("<command name=\"\"/>")),
-        command_of_bytes(raw_text("<command name=\"find_file\"/>")),
-        command_of_bytes(raw_text("<?xml version=\"1.0\"?><!DOCTYPE c [<!ENTITY a \"16\">]>"
-                                  "<command name=\"playback_control\"><control_code>&a;</control_code></command>")),
-        command_of_bytes(raw_text("<?xml version=\"1.0\"?><!DOCTYPE c SYSTEM \"file:///etc/passwd\">" + good)),
-        raw_package(15, without_data, 1),
-        raw_package(15, {}, 1),
-    };
-    raw_session session;
-    open_session(&session);
-    for (const std::vector<uint8_t> &bytes : rows)
-        session.send(bytes);
-    EXPECT_NE(session.control(16, 0).find("<value>110</value>"), std::string::npos); // the first reply that came
-}
-
-TEST_F(BadInputTest, CommandsThatOnlyConfuseDoNoHarm)
-{
-    std::string bomb = "<?xml version=\"1.0\"?><!DOCTYPE b [<!ENTITY a0 \"ha\">";
-    for (int i = 1; i < 40; i++) {
-        std::string before = "&a" + std::to_string(i - 1) + ";";
-        bomb += "<!ENTITY a" + std::to_string(i) + " \"" + before + before + before + before + "\">";
-    }
-    bomb += "]><command name=\"playback_control\"><control_code>&a39;</control_code></command>";
-    const std::string texts[] = {
-        bomb,
-        nested("a", 60u << 10),
-        nested("control_code", 60u << 10),
-        "<command name=\"playback_control\">" + std::string(60u << 10, ' ') + "</command>",
-        "<command name=\"playback_control\"><control_code>" + std::string(60'000, '9') + "</control_code></command>",
-        "<command name=\"" + std::string(60'000, 'n') + "\"/>",
-        "<command name=\"playback_control\"><control_code>25</control_code><value>99999999999999999999</value></command>",
-        "<command name=\"playback_control\"><control_code>24</control_code><value>-2147483648</value></command>",
-        "<command name=\"playback_control\"/>",
-        "<command name=\"playback_control\"><control_code>\xFF\xFE\xC0</control_code>",
-        "<command name=\"playback_control\" name=\"stop_playback\">",
-        "<command name=\"playback_control\">&#0;&#x110000;&undefined;%x;%s%n</command>",
-    };
-    uint64_t before = service.figures().resident_bytes;
-    raw_session session;
-    open_session(&session);
-    for (int i = 0; i < rounds(20); i++)
-        for (const std::string &text : texts)
-            ASSERT_TRUE(session.send(raw_command(1, text)));
-    std::string reply;
-    for (int i = 0; i < 1000 && reply.find("<value>110</value>") == std::string::npos; i++)
-        reply = session.control(16, 0);
-    EXPECT_NE(reply.find("<value>110</value>"), std::string::npos);
-    if (!MEMORY_IS_SANITIZED && !THREADS_ARE_SANITIZED) {
-        EXPECT_LT(service.figures().resident_bytes, before + (64u << 20));
-    }
-}
-
-// ---- The log --------------------------------------------------------------------------------------------------------
-
-TEST_F(BadInputTest, ClientTextsMakeNoLogLinesOfTheirOwn)
-{
-    raw_session session;
-    open_session(&session);
-    session.send(raw_command(1, "<command name=\"x\">\nFAKE LINE %s%n\r\x1B[31m</command>"));
-    EXPECT_FALSE(session.control(16, 0).empty());
-    raw_session other_name;
-    EXPECT_EQ(other_name.request(service.port(), "rec/\nFAKE LINE"), 11);
-    std::string log = service.log();
-    EXPECT_NE(log.find("FAKE LINE"), std::string::npos);
-    EXPECT_EQ(log.find("\nFAKE LINE"), std::string::npos);
-    EXPECT_EQ(log.find('\x1B'), std::string::npos);
-}
-
-TEST_F(BadInputTest, AFloodOfBadPackagesIsNoFloodOfTheLog)
-{
-    std::vector<uint8_t> many;
-    for (int i = 0; i < 1000; i++)
-        many = raw_join({std::move(many), raw_stop()});
-    raw_client client;
-    ASSERT_TRUE(client.connect(service.port()));
-    size_t before = service.log().size();
-    for (int i = 0; i < rounds(50); i++)
-        ASSERT_TRUE(client.send(many));
-    client.send(play_request("rec/even.rec"));
-    EXPECT_FALSE(client.receive_code(10, 30'000).empty());
-    EXPECT_LT(service.log().size() - before, 1u << 20);
 }
 
 // ---- Anything -------------------------------------------------------------------------------------------------------
@@ -303,8 +162,11 @@ TEST_F(BadInputTest, RandomChangesInWholeSessionsHarmNobodyElse)
         std::vector<std::vector<uint8_t>> packages{
             raw_request(kinds[random() % std::size(kinds)], 0,
                         raw_join({std::vector<uint8_t>(40), raw_text("rec/even.rec")})),
-            raw_get(), raw_command(1, control_xml(static_cast<int>(random() % 40), static_cast<int>(random() % 100))),
-            raw_get(3), raw_stop(), raw_command(1, STOP_PLAYBACK_XML)};
+            raw_get(),
+            raw_command(1, control_xml(static_cast<int>(random() % 40), static_cast<int>(random() % 100))),
+            raw_get(3),
+            raw_stop(),
+            raw_command(1, STOP_PLAYBACK_XML)};
         raw_client client;
         ASSERT_TRUE(client.connect(service.port()));
         for (const std::vector<uint8_t> &package : packages)

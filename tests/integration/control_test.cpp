@@ -7,7 +7,7 @@
 #include <limits>
 
 class ControlTest : public ServiceTest {
-  protected:
+protected:
     void SetUp() override
     {
         ServiceTest::SetUp();
@@ -50,8 +50,8 @@ class ControlTest : public ServiceTest {
 
 static std::string reply(const char *result, int value)
 {
-    return std::string("<?xml version=\"1.0\"?>\n<command_return name=\"playback_control\" result=\"") + result
-        + "\">\n\t<value>" + std::to_string(value) + "</value>\n</command_return>";
+    return std::string("<?xml version=\"1.0\"?>\n<command_return name=\"playback_control\" result=\"") + result +
+           "\">\n\t<value>" + std::to_string(value) + "</value>\n</command_return>";
 }
 
 // ---- Questions ------------------------------------------------------------------------------------------------------
@@ -76,8 +76,10 @@ TEST_F(ControlTest, UnknownCodesFailAndChangeNothing)
     play_first(&session);
     for (int code : {0, -1, 2, 3, 5, 6, 7, 8, 14, 15, 26, 37, 1000, std::numeric_limits<int>::max()}) {
         std::string text = session.control(code, 50);
-        EXPECT_EQ(text.find("<?xml version=\"1.0\"?>\n<command_return name=\"playback_control\" result=\"error\">\n\t<value>"),
-                  0u)
+        EXPECT_EQ(
+            text.find(
+                "<?xml version=\"1.0\"?>\n<command_return name=\"playback_control\" result=\"error\">\n\t<value>"),
+            0u)
             << code << ": " << text;
     }
     expect_silence(&session);
@@ -101,9 +103,9 @@ TEST_F(ControlTest, SeeksAfterTheEndPlayFromTheKeyFrameAndReportTheEndAgain)
         int code, value;
         uint32_t frame; // 0: nothing but the end
     };
-    const row rows[] = {{12, 50, 51},  {12, 0, 1},     {12, 99, 101}, {12, 100, 0}, {12, 150, 0},  {12, -5, 1},
-                        {25, 2000, 51}, {25, 1999, 26}, {25, 0, 1},    {25, -7, 1},  {30, 0, 1},    {30, 300, 26},
-                        {30, 330, 51}, {30, -1, 0},   {30, 1 << 30, 0}};
+    const row rows[] = {{12, 50, 51}, {12, 0, 1},     {12, 99, 101},  {12, 100, 0}, {12, 150, 0},
+                        {12, -5, 1},  {25, 2000, 51}, {25, 1999, 26}, {25, 0, 1},   {25, -7, 1},
+                        {30, 0, 1},   {30, 300, 26},  {30, 330, 51},  {30, -1, 0},  {30, 1 << 30, 0}};
     raw_session session;
     play_first(&session);
     for (const row &of : rows) {
@@ -141,8 +143,7 @@ TEST_F(ControlTest, ASeekInTheMiddleOfAStreamGoesOnFromTheMark)
         while (event.type != VODCLIENT_EVENT_SEEK_DONE);
         ASSERT_TRUE(playback.next(&event, 10'000));
         int64_t wanted = static_cast<int64_t>(big.bytes().size()) * percent / 100;
-        EXPECT_EQ(std::string(reinterpret_cast<const char *>(event.data), event.size),
-                  big.key_at_share(wanted).bytes);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(event.data), event.size), big.key_at_share(wanted).bytes);
     }
     std::string rest;
     EXPECT_TRUE(play_to_end(playback, &rest));

@@ -8,7 +8,7 @@
 #include <random>
 
 class DamagedRecordingTest : public ServiceTest {
-  protected:
+protected:
     // What comes of a recording that holds these bytes; its session must end in order if it begins at all.
     std::string play_bytes(const std::string &bytes)
     {
@@ -126,7 +126,7 @@ TEST_F(DamagedRecordingTest, RandomDamageNeverStopsTheService)
 // ---- Files that change while they are played ------------------------------------------------------------------------
 
 class ChangingRecordingTest : public ServiceTest {
-  protected:
+protected:
     ChangingRecordingTest() : ServiceTest({.vod_config = R"({"sleep_interval": 3})"}) {}
     // Opens, starts, and waits until some data has come.
     void begin(vodclient_playback *session, const std::string &name, std::string *bytes) const

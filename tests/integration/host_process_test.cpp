@@ -12,7 +12,7 @@ struct settings_row {
 };
 
 class HostProcessTest : public testing::Test {
-  protected:
+protected:
     service_process service;
 };
 

@@ -2,7 +2,7 @@
 #include "tests/integration/service_fixture.h"
 
 class LimitsTest : public testing::Test {
-  protected:
+protected:
     std::unique_ptr<service_process> started(const std::string &vod_config) const
     {
         auto service = std::make_unique<service_process>(service_settings{.vod_config = vod_config});

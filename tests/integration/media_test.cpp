@@ -12,7 +12,7 @@ struct media_case {
 };
 
 class MediaTest : public testing::TestWithParam<media_case> {
-  protected:
+protected:
     void SetUp() override
     {
         ASSERT_TRUE(service.start());
@@ -30,8 +30,8 @@ class MediaTest : public testing::TestWithParam<media_case> {
     void TearDown() override { service.stop(); }
     void play_into(const std::string &output, std::vector<std::string> options = {}) const
     {
-        std::vector<std::string> arguments{"--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o",
-                                           output};
+        std::vector<std::string> arguments{
+            "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", output};
         arguments.insert(arguments.end(), options.begin(), options.end());
         process_result result = run_vodctl(arguments);
         EXPECT_EQ(result.status, 0) << result.err;

@@ -68,8 +68,8 @@ std::vector<played_frame> frames_of(const std::string &stream)
             ADD_FAILURE() << "no whole frame at " << at << " of " << stream.size();
             break;
         }
-        frames.push_back({wire_load<uint32_t>(head + 12), wire_load<uint32_t>(head + 16),
-                          head[8] == AVFRAME_TYPE_KEY, stream.substr(at, size)});
+        frames.push_back({wire_load<uint32_t>(head + 12), wire_load<uint32_t>(head + 16), head[8] == AVFRAME_TYPE_KEY,
+                          stream.substr(at, size)});
         at += size;
     }
     return frames;
@@ -98,8 +98,8 @@ std::vector<uint8_t> play_request(const std::string &name)
 
 std::string control_xml(int code, int value)
 {
-    return "<?xml version=\"1.0\"?>\n<command name=\"playback_control\">\n\t<control_code>" + std::to_string(code)
-        + "</control_code>\n\t<value>" + std::to_string(value) + "</value>\n</command>";
+    return "<?xml version=\"1.0\"?>\n<command name=\"playback_control\">\n\t<control_code>" + std::to_string(code) +
+           "</control_code>\n\t<value>" + std::to_string(value) + "</value>\n</command>";
 }
 
 static std::string attr_text(std::vector<uint8_t> package, uint32_t index)

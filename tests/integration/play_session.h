@@ -52,7 +52,7 @@ struct data_package {
 
 // One playback whose packages the test sends and sees itself. Nothing is acknowledged unless the test does.
 class raw_session {
-  public:
+public:
     // Connects and requests; the code that came back: 10, 11, or 0 for none.
     int request(uint16_t port, const std::string &name);
     bool get(uint32_t held_packages = 0) { return client_.send(raw_get(held_packages)); }
@@ -63,7 +63,7 @@ class raw_session {
     uint32_t reject_code() const { return reject_code_; }
     raw_client &client() { return client_; }
 
-  private:
+private:
     raw_client client_;
     uint32_t reject_code_ = 0;
     std::vector<std::vector<uint8_t>> kept_;

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 class QuestionsTest : public ServiceTest {
-  protected:
+protected:
     void SetUp() override
     {
         ServiceTest::SetUp();
@@ -24,8 +24,8 @@ class QuestionsTest : public ServiceTest {
     }
     static std::string link_num_xml(int type)
     {
-        return "<?xml version=\"1.0\"?><command name=\"get_vod_link_num\"><type>" + std::to_string(type)
-            + "</type></command>";
+        return "<?xml version=\"1.0\"?><command name=\"get_vod_link_num\"><type>" + std::to_string(type) +
+               "</type></command>";
     }
     process_result vodctl(std::vector<std::string> arguments) const
     {
@@ -60,9 +60,9 @@ TEST_F(QuestionsTest, TheCountersReplyIsLetterForLetter)
     for (auto [type, count] : {std::pair{0, 0}, {1, 1}, {2, 0}, {3, 0}, {4, 1}}) {
         client.send(raw_command(77, link_num_xml(type)));
         EXPECT_EQ(value_of(client.receive_code(17), 7),
-                  lead + "<?xml version=\"1.0\"?>\n" + lead
-                      + "<command_return name=\"get_vod_link_num\" result=\"ok\">\n" + lead + "<link_num>"
-                      + std::to_string(count) + "</link_num>\n" + lead + "</command_return>" + '\0');
+                  lead + "<?xml version=\"1.0\"?>\n" + lead +
+                      "<command_return name=\"get_vod_link_num\" result=\"ok\">\n" + lead + "<link_num>" +
+                      std::to_string(count) + "</link_num>\n" + lead + "</command_return>" + '\0');
     }
     for (int type : {5, 7, -1})
         client.send(raw_command(77, link_num_xml(type)));

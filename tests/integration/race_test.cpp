@@ -7,7 +7,7 @@
 #include <thread>
 
 class RaceTest : public ServiceTest {
-  protected:
+protected:
     void SetUp() override
     {
         ServiceTest::SetUp();

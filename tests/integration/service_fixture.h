@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 class ServiceTest : public testing::Test {
-  protected:
+protected:
     explicit ServiceTest(const service_settings &settings = {}) : service(settings) {}
     void SetUp() override { ASSERT_TRUE(service.start()); }
     void TearDown() override

@@ -43,7 +43,7 @@ struct process_figures {
 };
 
 class service_process {
-  public:
+public:
     explicit service_process(const service_settings &settings = {});
     // Ends the process if it still runs. A report of a sanitizer in its log fails the test.
     ~service_process();
@@ -68,10 +68,10 @@ class service_process {
     std::string log() const; // standard error
     std::string out() const; // standard output
     process_figures figures() const;
-    // Packages and counters: true once all links are gone and threads and descriptors are no more than in `before`.
+    // True once all links are gone and threads and descriptors are no more than in `before`.
     bool settles(const process_figures &before) const;
 
-  private:
+private:
     void launch(const std::vector<std::string> &arguments);
     temp_folder folder_{temp_folder::working_directory::enter};
     int pid_ = -1, status_ = -1;

@@ -18,7 +18,7 @@ static const stream_case STREAMS[] = {{"h264", AVMODE_H264, false},
                                       {"h265_audio", AVMODE_H265, true}};
 
 class StreamTest : public testing::TestWithParam<stream_case> {
-  protected:
+protected:
     void SetUp() override
     {
         ASSERT_TRUE(service.start());

@@ -8,7 +8,7 @@ namespace {
 enum stage { CONNECTED, HALF_A_REQUEST, REQUESTED, ACCEPTED, STARTED, MID_STREAM, MID_SEEK, WINDOW_FULL, STAGES };
 
 class VanishingTest : public ServiceTest {
-  protected:
+protected:
     void SetUp() override
     {
         ServiceTest::SetUp();
@@ -96,7 +96,7 @@ TEST_F(VanishingTest, ClientsThatVanishWhileTheServiceCannotSendAreForgotten)
 }
 
 class PatienceTest : public ServiceTest {
-  protected:
+protected:
     PatienceTest() : ServiceTest({.ms_config = R"({"port": 0, "dead_peer_ms": 300, "receive_deadline_ms": 300})"}) {}
     void SetUp() override
     {

@@ -2,7 +2,7 @@
 #include "tests/integration/service_fixture.h"
 
 class WindowTest : public ServiceTest {
-  protected:
+protected:
     static constexpr int PACKAGES = 1600, WINDOW = 1000;
     void SetUp() override
     {
