@@ -1,5 +1,7 @@
 #include "client/command_text.h"
 
+#include "platform/xml/xml_charset.h"
+
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -25,7 +27,10 @@ using xml_text = std::unique_ptr<xmlChar, xml_text_closer>;
 static void start_parser()
 {
     static std::once_flag s_started;
-    std::call_once(s_started, xmlInitParser);
+    std::call_once(s_started, [] {
+        xmlInitParser();
+        xml_charsets_register();
+    });
 }
 
 static bool fill_command(xmlDoc *doc, const char *name, const std::vector<command_field> &fields)

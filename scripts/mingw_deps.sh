@@ -112,10 +112,11 @@ build_json_c() {
   cmake_static . -DBUILD_TESTING=OFF -DBUILD_APPS=OFF -DDISABLE_WERROR=ON
 }
 
-# Character sets come from the Windows code pages, which the state document registers.
+# Without the definition an archive would mark everything as exported from whatever it goes into. Character sets come from the Windows code pages, which the project
+# registers.
 build_libxml2() {
   cmake_static . -DLIBXML2_WITH_ICONV=OFF -DLIBXML2_WITH_LZMA=OFF -DLIBXML2_WITH_ZLIB=OFF -DLIBXML2_WITH_PYTHON=OFF \
-    -DLIBXML2_WITH_PROGRAMS=OFF -DLIBXML2_WITH_TESTS=OFF -DLIBXML2_WITH_FTP=OFF -DLIBXML2_WITH_HTTP=OFF
+    -DLIBXML2_WITH_PROGRAMS=OFF -DLIBXML2_WITH_TESTS=OFF -DCMAKE_C_FLAGS=-DLIBXML_STATIC -DLIBXML2_WITH_FTP=OFF -DLIBXML2_WITH_HTTP=OFF
 }
 
 build_fmtlib() {
@@ -171,6 +172,11 @@ copy_headers() {
   cp -r /usr/share/cmake/CLI11 "$prefix/share/cmake/"
 }
 
+# The shared runtime is none of ours.
+tidy_descriptions() {
+  sed -i 's/ -lgcc_s\b//g' "$prefix"/lib/pkgconfig/*.pc
+}
+
 install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_WINDOWS[@]}"
 update_source_lists bookworm "bookworm bookworm-updates" bookworm-security
 build json-c build_json_c
@@ -182,5 +188,6 @@ build rapidcheck build_rapidcheck
 build x264 build_x264
 build x265 build_x265
 build ffmpeg build_ffmpeg
+tidy_descriptions
 copy_headers
 printf '%s\n' "$prefix"

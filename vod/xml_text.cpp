@@ -1,5 +1,7 @@
 #include "vod/xml_text.h"
 
+#include "platform/xml/xml_charset.h"
+
 #include <climits>
 #include <cstdlib>
 #include <mutex>
@@ -7,7 +9,10 @@
 void xml_library_init()
 {
     static std::once_flag once;
-    std::call_once(once, xmlInitParser);
+    std::call_once(once, [] {
+        xmlInitParser();
+        xml_charsets_register();
+    });
 }
 
 xml_doc xml_create(const char *root_name)

@@ -237,6 +237,11 @@ ORB_API int os_file_replace(const char *path, int flags, const void *bytes, size
 /* Full path of the running executable with the host's separators. The length, or 0 when it cannot be had or is cut. */
 ORB_API size_t os_module_filename(char *buffer, size_t size);
 ORB_API int os_process_id(void);
+/*
+ * What a program does first: takes its arguments in the host's form (UTF-8 on Windows, as they are elsewhere) and makes
+ * its standard streams carry bytes as they are written. `argv` itself when there is nothing to do or no memory.
+ */
+ORB_API char **os_program_start(int argc, char **argv);
 /* 1 when that standard stream (0 input, 1 output, 2 errors) is a terminal, that is, when somebody looks on. */
 ORB_API int os_is_terminal(int stream);
 /*

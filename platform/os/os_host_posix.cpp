@@ -29,6 +29,11 @@ int os_process_id(void)
     return static_cast<int>(getpid());
 }
 
+char **os_program_start(int, char **argv)
+{
+    return argv;
+}
+
 static bool random_bytes(void *bytes, size_t size)
 {
     for (size_t done = 0; done < size;) {

@@ -3,8 +3,12 @@
 
 #include <atomic>
 #include <cstring>
+#include <fcntl.h>
 #include <io.h>
+#include <memory>
 #include <objbase.h>
+#include <shellapi.h>
+#include <vector>
 
 static size_t module_filename(char *buffer, size_t size)
 {
@@ -27,6 +31,32 @@ size_t os_module_filename(char *buffer, size_t size)
 int os_process_id(void)
 {
     return static_cast<int>(GetCurrentProcessId());
+}
+
+// Kept for the life of the program, as `argv` is.
+static char **wide_arguments(int argc, char **argv)
+{
+    int count = 0;
+    std::unique_ptr<wchar_t *, decltype(&LocalFree)> wide(CommandLineToArgvW(GetCommandLineW(), &count), LocalFree);
+    if (wide == nullptr || count != argc)
+        return argv;
+    auto texts = new std::vector<std::string>(static_cast<size_t>(count));
+    auto made = new std::vector<char *>;
+    for (size_t i = 0; i < texts->size(); i++) {
+        if (!os_narrow(wide.get()[i], &(*texts)[i]))
+            return argv;
+        made->push_back((*texts)[i].data());
+    }
+    made->push_back(nullptr);
+    return made->data();
+}
+
+char **os_program_start(int argc, char **argv)
+{
+    for (std::FILE *stream : {stdin, stdout, stderr})
+        _setmode(_fileno(stream), _O_BINARY);
+    SetConsoleOutputCP(CP_UTF8);
+    return os_guarded(argv, [&] { return wide_arguments(argc, argv); });
 }
 
 int os_is_terminal(int stream)

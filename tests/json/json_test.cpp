@@ -1,12 +1,12 @@
 #include "platform/json/json.h"
 #include "platform/os/os.h"
+#include "tests/support/host.h"
 #include "tests/support/temp_folder.h"
 
 #include <climits>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/stat.h>
-#include <unistd.h>
 
 class Json : public testing::Test {
 protected:
@@ -60,15 +60,14 @@ TEST_F(Json, MissingAndUnreadableFilesGiveNothing)
     EXPECT_EQ(json_object_from_file_ex(nullptr), nullptr);
     EXPECT_EQ(json_object_from_file_ex(""), nullptr);
     EXPECT_EQ(json_object_from_file_ex(folder_.file("none.json").c_str()), nullptr);
-    EXPECT_EQ(json_object_from_file_ex(folder_.path().c_str()), nullptr);
-    ASSERT_EQ(mkfifo(folder_.file("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(json_object_from_file_ex(folder_.file("fifo").c_str()), nullptr);
+    EXPECT_EQ(json_object_from_file_ex(folder_.path().string().c_str()), nullptr);
+    EXPECT_EQ(json_object_from_file_ex(host_special_file(folder_).c_str()), nullptr);
 }
 
 TEST_F(Json, FilesThatAreNoConfigurationAreNotRead)
 {
     folder_.write("huge.json", "{}");
-    ASSERT_EQ(truncate(folder_.file("huge.json").c_str(), (16 << 20) + 1), 0);
+    std::filesystem::resize_file(folder_.file("huge.json"), (16 << 20) + 1);
     EXPECT_EQ(json_object_from_file_ex(folder_.file("huge.json").c_str()), nullptr);
 }
 

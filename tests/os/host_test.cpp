@@ -41,6 +41,16 @@ TEST(OsHost, FailedGuidLeavesItsResult)
     EXPECT_EQ(os_guid_create(nullptr), 0);
 }
 
+TEST(OsHost, ProgramsKeepTheNumberOfTheirArguments)
+{
+    std::string name = "program", argument = "argument";
+    char *given[] = {name.data(), argument.data(), nullptr};
+    char **taken = os_program_start(2, given);
+    ASSERT_NE(taken, nullptr);
+    ASSERT_NE(taken[1], nullptr);
+    EXPECT_EQ(taken[2], nullptr);
+}
+
 TEST(OsFault, NthCallFailsOnce)
 {
     os_fault_arm(3);

@@ -12,6 +12,7 @@ static const std::map<std::string, std::vector<std::string>> ALLOWED = {
     {"include/win32_vod", {}},
     {"platform/os", {}},
     {"platform/json", {"platform/os"}},
+    {"platform/xml", {"platform/os"}},
     {"platform/ms", {"platform/os", "platform/json"}},
     {"platform/vca", {"platform/os"}},
     {"platform/avfiltersdk", {"platform/os", "comm_func/orb_userdata.h"}},
@@ -22,12 +23,12 @@ static const std::map<std::string, std::vector<std::string>> ALLOWED = {
      {"platform/os", "platform/json", "platform/avfiltersdk", "platform/vca", "comm_func", "silo_pool", "vod_player",
       "win32_vod"}},
     {"vod",
-     {"platform/os", "platform/json", "platform/ms", "platform/vca", "platform/silo", "comm_func", "silo_pool",
-      "vod_player", "vod_player_orb", "win32_vod"}},
-    {"client", {"platform/os", "platform/ms", "win32_vod"}},
+     {"platform/os", "platform/json", "platform/xml", "platform/ms", "platform/vca", "platform/silo", "comm_func",
+      "silo_pool", "vod_player", "vod_player_orb", "win32_vod"}},
+    {"client", {"platform/os", "platform/xml", "platform/ms", "win32_vod"}},
     {"tools",
-     {"platform/os", "platform/json", "platform/ms", "platform/avfiltersdk", "platform/vca", "client", "win32_vod",
-      "comm_func/orb_userdata.h"}},
+     {"platform/os", "platform/json", "platform/xml", "platform/ms", "platform/avfiltersdk", "platform/vca", "client",
+      "win32_vod", "comm_func/orb_userdata.h"}},
 };
 
 static bool stands_below(const std::string &path, const std::string &folder)

@@ -16,3 +16,8 @@ void environment_zone(const char *rule)
     environment_set("TZ", rule);
     tzset();
 }
+
+void environment_zone_keep()
+{
+    setenv("TZ", ":/etc/localtime", 0);
+}

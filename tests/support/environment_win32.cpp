@@ -13,3 +13,7 @@ void environment_zone(const char *rule)
     environment_set("TZ", rule);
     _tzset();
 }
+
+void environment_zone_keep()
+{
+}

@@ -6,6 +6,10 @@ vod_add_test(vodctl_unit_test
           ${VODCTL_TESTS}/vodctl_values_test.cpp ${VODCTL_TESTS}/vodctl_recording.cpp
   LIBS vodctl_commands)
 
+# Runs the program through a shell.
+if(WIN32)
+  return()
+endif()
 vod_add_test(vodctl_test
   SOURCES ${VODCTL_TESTS}/vodctl_play_test.cpp ${VODCTL_TESTS}/vodctl_questions_test.cpp
           ${VODCTL_TESTS}/vodctl_usage_test.cpp ${VODCTL_TESTS}/vodctl_process.cpp ${VODCTL_TESTS}/vodctl_recording.cpp

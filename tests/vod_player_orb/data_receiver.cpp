@@ -1,13 +1,13 @@
 #include "tests/vod_player_orb/data_receiver.h"
 
+#include "tests/support/environment.h"
+
 #include <chrono>
-#include <cstdlib>
 #include <thread>
 
 using namespace std::chrono_literals;
 
-// The C library loads an unset zone anew at each conversion, under a lock that the thread checker does not see.
-[[maybe_unused]] static const int s_zone_is_set = setenv("TZ", ":/etc/localtime", 0);
+[[maybe_unused]] static const bool s_zone_is_kept = (environment_zone_keep(), true);
 
 static constexpr auto LIVENESS_LIMIT = 30s;
 

@@ -1,6 +1,8 @@
+#include "tests/support/environment.h"
 #include "tests/vod_player_orb/orb_fixture.h"
 
 #include <cstdlib>
+#include <optional>
 
 static std::string name_of(size_t bytes)
 {
@@ -159,18 +161,21 @@ class OrbZoneTest : public testing::TestWithParam<std::pair<const char *, int>> 
 protected:
     ~OrbZoneTest() override
     {
-        setenv("TZ", before_.c_str(), 1);
-        tzset();
+        environment_zone(before_ ? before_->c_str() : nullptr);
     }
 
 private:
-    std::string before_ = getenv("TZ");
+    static std::optional<std::string> zone_now()
+    {
+        const char *zone = getenv("TZ");
+        return zone == nullptr ? std::nullopt : std::optional<std::string>(zone);
+    }
+    const std::optional<std::string> before_ = zone_now();
 };
 
 TEST_P(OrbZoneTest, ZoneIsTheWholeHoursEastOfUtc)
 {
-    setenv("TZ", GetParam().first, 1);
-    tzset();
+    environment_zone(GetParam().first);
     EXPECT_EQ(local_zone_hours(), GetParam().second);
 }
 

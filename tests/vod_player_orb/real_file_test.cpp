@@ -1,5 +1,6 @@
 // The player with the real media library and real recordings.
 #include "comm_func/orb_userdata.h"
+#include "tests/support/host.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/recording_maker.h"
 #include "tests/support/temp_folder.h"
@@ -237,13 +238,6 @@ TEST_F(OrbRealFileTest, DamagedRecordingsNeverHurt)
     EXPECT_GT(opened, 10);
 }
 
-static int64_t resident_bytes()
-{
-    int64_t pages = 0, resident = 0;
-    std::ifstream("/proc/self/statm") >> pages >> resident;
-    return resident * 4096;
-}
-
 TEST_F(OrbRealFileTest, PlayerTakesLessThan5Megabytes)
 {
 #if defined(__SANITIZE_THREAD__)
@@ -253,7 +247,7 @@ TEST_F(OrbRealFileTest, PlayerTakesLessThan5Megabytes)
     plan.frames = 1500;
     made_recording made = make(plan);
     std::vector<VODPlayer *> players;
-    int64_t before = resident_bytes();
+    int64_t before = host_resident_bytes();
     for (int i = 0; i < 50; i++) {
         players.push_back(create_player());
         ASSERT_EQ(vod_orbplayer_open_file(players.back(), made.path.c_str(), data_receiver::callback, receiver.usr()),
@@ -267,7 +261,7 @@ TEST_F(OrbRealFileTest, PlayerTakesLessThan5Megabytes)
     int64_t kept = 0;
     for (const received &got : receiver.all())
         kept += got.size;
-    EXPECT_LT(resident_bytes() - before - kept, 50 * 5'000'000ll);
+    EXPECT_LT(host_resident_bytes() - before - kept, 50 * 5'000'000ll);
     for (VODPlayer *playing : players)
         EXPECT_EQ(vod_orbplayer_destroy(playing), 1);
 }

@@ -146,7 +146,7 @@ try {
     info_command(&app, &settings.info);
     verify_command(&app, &settings.verify);
     try {
-        app.parse(argc, argv);
+        app.parse(argc, os_program_start(argc, argv));
     } catch (const CLI::ParseError &wrong) {
         return app.exit(wrong) == 0 ? ORBREC_OK : ORBREC_USAGE;
     }

@@ -119,7 +119,7 @@ int main(int argc, char **argv)
     app.add_flag("--json", arguments.json, "Say that the service is ready as a JSON object");
     app.set_version_flag("--version", "vod_svr " VOD_VERSION);
     try {
-        app.parse(argc, argv);
+        app.parse(argc, os_program_start(argc, argv));
     } catch (const CLI::ParseError &wrong) {
         return app.exit(wrong) == 0 ? EXIT_STOPPED : EXIT_USAGE;
     }

@@ -141,7 +141,7 @@ int main(int argc, char **argv)
         declare_play(&line);
         declare_questions(&line);
         try {
-            line.app.parse(argc, argv);
+            line.app.parse(argc, os_program_start(argc, argv));
         } catch (const CLI::ParseError &error) {
             return line.app.exit(error) == 0 ? VODCTL_OK : VODCTL_USAGE; // exit prints help or what is wrong
         }

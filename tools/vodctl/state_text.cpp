@@ -1,9 +1,12 @@
 #include "tools/vodctl/state_text.h"
 
+#include "platform/xml/xml_charset.h"
+
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
 #include <memory>
+#include <mutex>
 
 namespace {
 struct xml_doc_closer {
@@ -35,8 +38,19 @@ static link_state::kind read_kind(xmlNode *node, const char *count, const char *
     return kind;
 }
 
+// The service writes the state in GB2312.
+static void start_parser()
+{
+    static std::once_flag s_started;
+    std::call_once(s_started, [] {
+        xmlInitParser();
+        xml_charsets_register();
+    });
+}
+
 bool link_state_read(const std::string &xml, link_state *state)
 {
+    start_parser();
     static constexpr int OPTIONS = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
     std::unique_ptr<xmlDoc, xml_doc_closer> doc(
         xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr, OPTIONS));

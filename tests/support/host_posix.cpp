@@ -1,0 +1,24 @@
+#include "tests/support/host.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+bool host_has_links()
+{
+    return true;
+}
+
+std::string host_special_file(const temp_folder &folder)
+{
+    std::string path = folder.file("fifo");
+    EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+    return path;
+}
+
+int64_t host_resident_bytes()
+{
+    int64_t pages = 0, resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return resident * 4096;
+}
