@@ -71,7 +71,8 @@ private:
     // The sending side, all with the lock held.
     bool drain(const guard &);
     bool enqueue(const guard &, std::span<const uint8_t> bytes);
-    bool may_queue(const guard &, size_t len, bool moved) const;
+    bool may_queue(const guard &, size_t len) const;
+    bool may_queue_data(const guard &held, size_t len, bool moved) const;
     uint32_t send_queued_first(guard &held, std::span<const uint8_t> package);
     uint32_t send_directly(guard &held, std::span<const uint8_t> package);
     uint32_t broken(const guard &);

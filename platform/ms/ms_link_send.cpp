@@ -9,6 +9,15 @@
 
 // While the socket takes nothing, no more packages are queued behind this many bytes: the sender learns early.
 static constexpr size_t QUEUE_FULL_MARK = 16 * 1024;
+// Stream data leaves so much of the limit to other packages. Whoever streams keeps the queue full and tries again; an
+// answer in between is sent once.
+static constexpr size_t ANSWER_ROOM = 16 * 1024;
+
+static bool is_stream_data(std::span<const uint8_t> package)
+{
+    uint8_t code = package[offsetof(MpPackHead, code)];
+    return code == MP_CODE_SEND_RES || code == MP_CODE_PUSH_RES;
+}
 
 uint32_t ms_connection::send(std::span<const uint8_t> package)
 {
@@ -28,7 +37,9 @@ uint32_t ms_connection::send_queued_first(guard &held, std::span<const uint8_t> 
         return broken(held);
     if (queue_.empty())
         return send_directly(held, package);
-    if (!may_queue(held, package.size(), queue_.size() != before))
+    bool has_room = is_stream_data(package) ? may_queue_data(held, package.size(), queue_.size() != before)
+                                            : may_queue(held, package.size());
+    if (!has_room)
         return ORB_ERROR_TRY_AGAIN;
     return enqueue(held, package) ? 0 : ORB_ERROR_TRY_AGAIN;
 }
@@ -45,11 +56,14 @@ uint32_t ms_connection::send_directly(guard &held, std::span<const uint8_t> pack
     return 0;
 }
 
-bool ms_connection::may_queue(const guard &, size_t len, bool moved) const
+bool ms_connection::may_queue(const guard &, size_t len) const
 {
-    if (queue_.size() + len > runtime_->settings.max_queued_bytes)
-        return false;
-    return moved || queue_.size() <= QUEUE_FULL_MARK;
+    return queue_.size() + len <= runtime_->settings.max_queued_bytes;
+}
+
+bool ms_connection::may_queue_data(const guard &held, size_t len, bool moved) const
+{
+    return may_queue(held, len + ANSWER_ROOM) && (moved || queue_.size() <= QUEUE_FULL_MARK);
 }
 
 bool ms_connection::enqueue(const guard &held, std::span<const uint8_t> bytes)
@@ -119,7 +133,7 @@ void ms_connection::wait_sendable(uint32_t ms)
             broken(held);
             return;
         }
-        if (queue_.empty() || may_queue(held, MP_MAX_PACKAGE_LEN, false))
+        if (queue_.empty() || may_queue_data(held, MP_MAX_PACKAGE_LEN, false))
             return;
         auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now()).count();
         if (left <= 0)

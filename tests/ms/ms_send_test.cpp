@@ -67,6 +67,35 @@ TEST_F(MsSendTest, RefusalComesEarlyWhileTheSocketTakesNothing)
     EXPECT_GT(statistics().bytes_queued, 0u);
 }
 
+TEST_F(MsSendTest, AnAnswerIsTakenWhereDataIsRefused)
+{
+    start("\"send_buffer_bytes\": 20000");
+    raw_peer peer(port);
+    MsLink *link = link_of(peer);
+    byte_vector accepted;
+    fill(link, 49152, &accepted);
+    for (uint8_t code : {uint8_t{MP_CODE_RET_CMD_CHS}, uint8_t{MP_CODE_ACCEPT_RES}, uint8_t{MP_CODE_REJECT_RES}}) {
+        byte_vector answer = make_package(code, CLIENT_MODULE, byte_vector(300, code));
+        EXPECT_EQ(send(link, answer), 1) << int{code};
+        accepted.insert(accepted.end(), answer.begin(), answer.end());
+    }
+    EXPECT_EQ(peer.receive(accepted.size()), accepted); // in the order of sending
+}
+
+TEST_F(MsSendTest, AnswersTooAreBoundedByTheLimit)
+{
+    start("\"send_buffer_bytes\": 20000, \"max_queued_bytes\": 100000");
+    raw_peer peer(port);
+    MsLink *link = link_of(peer);
+    byte_vector answer = make_package(MP_CODE_RET_CMD_CHS, CLIENT_MODULE, byte_vector(9000));
+    int sent = 0;
+    while (sent < 100'000 && send(link, answer))
+        sent++;
+    EXPECT_EQ(os_get_errno(), uint32_t{ORB_ERROR_TRY_AGAIN});
+    EXPECT_LE(statistics().bytes_queued, 100'000u);
+    EXPECT_GT(statistics().bytes_queued, 100'000u - answer.size());
+}
+
 TEST_F(MsSendTest, QueuedBytesOfAConnectionThatEndsAreNotCounted)
 {
     start("\"send_buffer_bytes\": 20000");
