@@ -77,6 +77,16 @@ TEST_F(WindowTest, AFullWindowHoldsUpNoCommand)
     EXPECT_EQ(package->bytes, made.key_at_share(static_cast<int64_t>(made.bytes().size()) / 2).bytes);
 }
 
+TEST_F(WindowTest, EveryCommandIsAnsweredWhileDataFlows)
+{
+    for (int i = 0; i < 200; i++) {
+        if (i % 20 == 0)
+            session.get(0);
+        std::string reply = session.control(16, 0);
+        ASSERT_NE(reply.find("<value>1600</value>"), std::string::npos) << i << ": " << reply;
+    }
+}
+
 TEST_F(WindowTest, AClientThatReadsNothingAtAllLeavesOthersAlone)
 {
     play_result played = play_all(service.server(), "rec/big.rec");
