@@ -25,6 +25,10 @@ if(WIN32)
   # The runtime goes into each file, so that nothing but Windows' own libraries and ours is wanted.
   add_link_options(-static)
   set(CMAKE_SHARED_LIBRARY_PREFIX "")
+  # Tests run under Wine, which keeps its files in the build tree.
+  if(CMAKE_CROSSCOMPILING)
+    set(CMAKE_CROSSCOMPILING_EMULATOR env WINEPREFIX=${CMAKE_BINARY_DIR}/wine WINEDEBUG=-all wine)
+  endif()
 endif()
 if(VOD_LOCK_RANKS)
   target_compile_definitions(vod_settings INTERFACE OS_LOCK_RANKS=1)

@@ -100,7 +100,7 @@ static MsLink *connect_to(const char *host, uint16_t port, uint32_t timeout_ms, 
     asio::error_code error;
     auto addresses = resolver.resolve(host, std::to_string(port), error);
     if (error) {
-        s_connect_error = "cannot find the host '" + std::string(host) + "': " + error.message();
+        s_connect_error = "cannot find the host '" + std::string(host) + "': " + ms_socket_words(error);
         return nullptr;
     }
     asio::ip::tcp::endpoint peer;

@@ -250,6 +250,9 @@ void ms_connection::shut(const guard &held)
     open_ = false;
     drop_queue(held);
     ms_socket_shutdown(native_);
+    // Not every host wakes those who wait for a socket that its own side shut.
+    asio::error_code ignored;
+    socket_.cancel(ignored);
 }
 
 void ms_connection::drop_queue(const guard &)

@@ -37,9 +37,9 @@ std::string ms_listener::open(const std::string &address, uint16_t port)
     acceptor_.assign(endpoint.protocol(), socket, error);
     if (error) {
         ms_socket_close(socket);
-        return error.message();
+        return ms_socket_words(error);
     }
-    acceptor_.set_option(asio::ip::tcp::acceptor::reuse_address(true), error);
+    ms_socket_listen_options(socket);
     acceptor_.bind(endpoint, error);
     if (!error && !os_fault_point("ms_listen"))
         acceptor_.listen(asio::socket_base::max_listen_connections, error);
@@ -47,7 +47,7 @@ std::string ms_listener::open(const std::string &address, uint16_t port)
         error = asio::error::no_memory;
     if (!error)
         port_ = acceptor_.local_endpoint(error).port();
-    return error ? error.message() : std::string();
+    return error ? ms_socket_words(error) : std::string();
 }
 
 void ms_listener::start()

@@ -25,6 +25,9 @@ void ms_socket_turn_away(ms_native listener, int *reserve);
 int ms_socket_reserve();
 void ms_socket_release(int reserve);
 
+// What keeps the port from two services at once and lets a new one have it soon after the former.
+void ms_socket_listen_options(ms_native listener);
+
 // Bytes taken, 0 when the socket is full, -1 when the connection is broken.
 ptrdiff_t ms_socket_send(ms_native socket, const uint8_t *bytes, size_t len);
 // Bytes read, 0 when there are none now, -1 at the end of the connection.
@@ -37,5 +40,7 @@ void ms_socket_shutdown(ms_native socket);
 void ms_socket_discard(ms_native socket);
 // No delay, probes of silent peers, an end to unacknowledged sends after `dead_peer_ms`.
 void ms_socket_options(ms_native socket, uint32_t dead_peer_ms, uint32_t send_buffer_bytes);
+// In the words that every host uses.
+std::string ms_socket_words(const asio::error_code &error);
 // Empty when it succeeded, else why not.
 std::string ms_socket_connect(ms_native socket, const asio::ip::tcp::endpoint &endpoint, uint32_t timeout_ms);

@@ -146,6 +146,17 @@ void ms_socket_options(ms_native socket, uint32_t dead_peer_ms, uint32_t send_bu
         set_option(socket, SOL_SOCKET, SO_SNDBUF, static_cast<int>(send_buffer_bytes));
 }
 
+// Without it the port would stay taken for a minute after connections ended.
+void ms_socket_listen_options(ms_native listener)
+{
+    set_option(listener, SOL_SOCKET, SO_REUSEADDR, 1);
+}
+
+std::string ms_socket_words(const asio::error_code &error)
+{
+    return error.message();
+}
+
 static std::string error_words(int error)
 {
     return std::generic_category().message(error);

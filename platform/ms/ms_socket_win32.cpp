@@ -154,23 +154,41 @@ void ms_socket_options(ms_native socket, uint32_t dead_peer_ms, uint32_t send_bu
         set_option(socket, SOL_SOCKET, SO_SNDBUF, static_cast<int>(send_buffer_bytes));
 }
 
-// In the words that every host uses, for the outcomes that an operator meets.
+// The option of that name would let another process take our port; this one is the opposite.
+void ms_socket_listen_options(ms_native listener)
+{
+    set_option(listener, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
+}
+
+// The outcomes that an operator meets.
 static std::string error_words(int error)
 {
     struct row {
         int error;
-        std::errc condition;
+        const char *words;
     };
     static constexpr row ROWS[] = {
-        {WSAECONNREFUSED, std::errc::connection_refused},   {WSAETIMEDOUT, std::errc::timed_out},
-        {WSAENETUNREACH, std::errc::network_unreachable},   {WSAEHOSTUNREACH, std::errc::host_unreachable},
-        {WSAECONNRESET, std::errc::connection_reset},       {WSAEACCES, std::errc::permission_denied},
-        {WSAEADDRNOTAVAIL, std::errc::address_not_available},
+        {WSAECONNREFUSED, "Connection refused"},
+        {WSAECONNRESET, "Connection reset by peer"},
+        {WSAETIMEDOUT, "Connection timed out"},
+        {WSAENETUNREACH, "Network is unreachable"},
+        {WSAEHOSTUNREACH, "No route to host"},
+        {WSAEACCES, "Permission denied"},
+        {WSAEADDRINUSE, "Address already in use"},
+        {WSAEADDRNOTAVAIL, "Cannot assign requested address"},
+        {WSAENOBUFS, "No buffer space available"},
+        {WSAHOST_NOT_FOUND, "Host not found (authoritative)"},
+        {WSATRY_AGAIN, "Host not found (non-authoritative), try again later"},
     };
     for (const row &one : ROWS)
         if (one.error == error)
-            return std::make_error_code(one.condition).message();
+            return one.words;
     return std::system_category().message(error);
+}
+
+std::string ms_socket_words(const asio::error_code &error)
+{
+    return error_words(error.value());
 }
 
 // Waits until a connection attempt has ended, real time whatever clock is installed: the peer's answer is real. select
