@@ -31,6 +31,9 @@ private:
 
 TEST_F(MsDescriptorsTest, WithoutDescriptorsNewConnectionsAreTurnedAwayAndTheRestGoesOn)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer opens a descriptor of its own to check objects, and takes its failure for a finding";
+#endif
     log_capture log;
     start();
     raw_peer served(port);
