@@ -8,7 +8,8 @@ usage() {
   cat <<'TEXT'
 usage: ./test.sh [--preset NAME] [--only PATTERN] [--jobs N]
 
-  --preset NAME   debug (default), asan (address and undefined behaviour), tsan (data races), release
+  --preset NAME   debug (default), asan (address and undefined behaviour), tsan (data races), release,
+                  mingw (the same tests as Windows programs, under Wine)
   --only PATTERN  only tests whose name matches this regular expression
   --jobs N        tests that run at once (default: one for each processor)
 
@@ -27,11 +28,18 @@ while [ $# -gt 0 ]; do
   esac
 done
 case "$preset" in
-  debug | asan | tsan | release | coverage) ;;
+  debug | asan | tsan | release | coverage | mingw) ;;
   *) printf 'test.sh: no such preset: %s\n' "$preset" >&2; usage >&2; exit 64 ;;
 esac
 
 install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}"
-build_preset "$preset"
+if [ "$preset" = mingw ]; then
+  scripts/mingw_deps.sh >/dev/null
+  build_preset mingw
+  # Wine's own files, before many tests ask for them at once.
+  WINEPREFIX=$PWD/build/mingw/wine WINEDEBUG=-all wine wineboot --init >/dev/null 2>&1
+else
+  build_preset "$preset"
+fi
 say "testing ($preset)"
 exec ctest --test-dir "build/$preset" --output-on-failure --parallel "$jobs" --tests-regex "$only" --progress

@@ -1,4 +1,4 @@
-#include "platform/os/os.h"
+#include "platform/os/os_internal.h"
 
 #include <array>
 #include <climits>
@@ -76,12 +76,12 @@ static bool is_charset(const char *name)
            std::strchr(name, '/') == nullptr;
 }
 
-int os_code_convert(const char *from, const char *to, char *out, size_t out_size, const char *in, size_t in_len)
+int os_code_run(const char *from, const char *to, char *out, size_t out_size, const char *in, size_t in_len)
 {
     if (out == nullptr || out_size == 0)
         return -1;
     out[0] = '\0';
-    if (!is_charset(from) || !is_charset(to) || (in == nullptr && in_len != 0) || os_fault_point("os_code_convert"))
+    if (!is_charset(from) || !is_charset(to) || (in == nullptr && in_len != 0))
         return -1;
     if (in_len == 0)
         return 0;

@@ -37,6 +37,8 @@ bool os_charset_is(const char *charset, std::string_view other);
 // and is none.
 bool os_path_take_in(const char *path, std::string *text);
 void os_path_turn(std::string *gb18030, char from, char to);
+// The conversion itself, which a failure that is asked for does not meet: paths of the host are converted on some only.
+int os_code_run(const char *from, const char *to, char *out, size_t out_size, const char *in, size_t in_len);
 bool os_path_convert(const char *from, const char *to, std::string *text);
 int os_path_copy_out(const std::string &text, char *out, size_t out_size);
 

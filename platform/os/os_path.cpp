@@ -51,10 +51,18 @@ bool os_path_take_in(const char *path, std::string *text)
     return true;
 }
 
+int os_code_convert(const char *from, const char *to, char *out, size_t out_size, const char *in, size_t in_len)
+{
+    bool is_injected = os_fault_point("os_code_convert") != 0;
+    if (out != nullptr && out_size != 0 && is_injected)
+        out[0] = '\0';
+    return is_injected ? -1 : os_code_run(from, to, out, out_size, in, in_len);
+}
+
 bool os_path_convert(const char *from, const char *to, std::string *text)
 {
     char converted[OS_PATH_BYTES_MAX];
-    int length = os_code_convert(from, to, converted, sizeof converted, text->data(), text->size());
+    int length = os_code_run(from, to, converted, sizeof converted, text->data(), text->size());
     if (length <= 0)
         return text->empty();
     text->assign(converted, static_cast<size_t>(length));

@@ -1,6 +1,7 @@
 #include "comm_func/comm_files.h"
 #include "platform/os/os.h"
 #include "tests/comm_func/said.h"
+#include "tests/support/host.h"
 #include "tests/support/temp_folder.h"
 
 #include <gtest/gtest.h>
@@ -101,7 +102,7 @@ TEST(IsMp4File, RefusesWhatCannotBeOpened)
 TEST(IsMp4File, TakesNamesInUtf8)
 {
     temp_folder folder;
-    folder.write("\xC2\xBC.mp4", "....ftyp"); // U+5F55 as the file system has it
+    folder.write(host_name("\xC2\xBC.mp4"), "....ftyp"); // U+5F55
     EXPECT_EQ(is_mp4_file(folder.file("\xE5\xBD\x95.mp4").c_str()), 1);
     std::string broken = folder.file("\xC2\xBC.mp4"), endless = folder.file(std::string(300, 'n'));
     log_capture logs;
@@ -261,7 +262,7 @@ TEST(DiskCheck, TheDifferenceHasThirtyTwoBits)
 {
     temp_folder folder;
     folder.write("checktime", "-4294967296");
-    EXPECT_EQ(disk_check_file_is_active(folder.file("checktime").c_str(), 1), sizeof(long) == 8 ? 1 : 0);
+    EXPECT_EQ(disk_check_file_is_active(folder.file("checktime").c_str(), 1), 1) << "at the bound of the host's numbers";
     folder.write("checktime", "-99999999999999999999999999");
     EXPECT_EQ(disk_check_file_is_active(folder.file("checktime").c_str(), 1), 1) << "saturates, then keeps 32 bits";
 }

@@ -1,3 +1,4 @@
+cmake_minimum_required(VERSION 3.25)
 # The module offers exactly the functions of the public headers (EXPORTS lists them), and no program or library in FOLDER
 # wants another library than Windows' own and those beside it.
 set(WINDOWS_LIBRARIES advapi32.dll bcrypt.dll iphlpapi.dll kernel32.dll msvcrt.dll mswsock.dll ole32.dll psapi.dll

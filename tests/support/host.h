@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+// The name under which the host knows what the system calls so.
+std::string host_name(const std::string &system_path);
 // False where only administrators may make links.
 bool host_has_links();
 // Something that can be named like a file and is none: a pipe in the folder, or a device.

@@ -3,6 +3,8 @@
 #include "platform/avfiltersdk/avfilterwriter.h"
 #include "platform/os/os_guard.h"
 
+#include <algorithm>
+
 static constexpr uint32_t KEY_EVERY = 5, FRAME_MS = 40;
 
 byte_list recording_head_bytes()
@@ -29,7 +31,7 @@ byte_list recording_picture_bytes(uint32_t number, size_t extra)
 
 byte_list recording_frame_bytes(uint32_t number, size_t extra)
 {
-    byte_list picture = recording_picture_bytes(number, extra), frame(AVFILTER_FRAME_HEAD_SIZE);
+    byte_list picture = recording_picture_bytes(number, extra), frame(AVFILTER_FRAME_HEAD_SIZE + picture.size());
     auto size = static_cast<uint32_t>(picture.size());
     wire_store<uint32_t>(frame.data(), AVFILTER_FRAME_ID);
     wire_store(frame.data() + 4, size);
@@ -37,7 +39,7 @@ byte_list recording_frame_bytes(uint32_t number, size_t extra)
     wire_store<uint32_t>(frame.data() + 12, number + 1);
     wire_store<uint32_t>(frame.data() + 16, number * FRAME_MS);
     wire_store(frame.data() + 20, size);
-    frame.insert(frame.end(), picture.begin(), picture.end());
+    std::ranges::copy(picture, frame.begin() + AVFILTER_FRAME_HEAD_SIZE);
     return frame;
 }
 

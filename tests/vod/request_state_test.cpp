@@ -1,3 +1,4 @@
+#include "tests/support/host.h"
 #include "tests/support/temp_folder.h"
 #include "tests/vod/vod_fixture.h"
 
@@ -48,6 +49,8 @@ TEST_F(VodEventTest, StateRequestWritesTheDocumentToTheNamedFile)
 
 TEST_F(VodEventTest, StateRequestNeverWritesThroughALink)
 {
+    if (!host_has_links())
+        GTEST_SKIP() << "only administrators may make links here";
     temp_folder folder(temp_folder::working_directory::enter);
     folder.write("victim", "precious");
     std::filesystem::create_symlink("victim", "state.xml");

@@ -2,6 +2,7 @@
 
 #include "platform/os/os.h"
 #include "tests/comm_func/said.h"
+#include "tests/support/host.h"
 #include "tests/support/temp_folder.h"
 #include "tests/vod_player/fake_player.h"
 
@@ -122,7 +123,7 @@ TEST_F(Facade, AnMp4FileIsOfferedToItsPlayerFirstAndOnceMoreAmongTheOthers)
 TEST_F(Facade, AnMp4FileIsRecognisedByItsNameInUtf8)
 {
     temp_folder folder;
-    folder.write("\xC2\xBC.mp4", "....ftyp"); // as the file system has it
+    folder.write(host_name("\xC2\xBC.mp4"), "....ftyp");
     std::string name = folder.file("\xE5\xBD\x95.mp4");
     enrol_all();
     EXPECT_EQ(type_and_close(vodplay_open_file(name.c_str(), receive_nothing, 7)), VOD_MP4PLAYER_TYPE);
