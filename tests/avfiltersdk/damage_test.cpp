@@ -269,7 +269,11 @@ TEST_F(DamageTest, AnyDamageLeavesOnlyWholeFramesOfTheRecording)
                 continue;
             }
             const bool is_touched = from < end + 4 && begin < from + damage.size();
-            if (played.compare(at, frame.bytes.size(), frame.bytes) == 0)
+            // Not every field of a header can be checked either: a frame may be played as the file has it now.
+            const bool is_played = played.compare(at, frame.bytes.size(), frame.bytes) == 0 ||
+                                   (is_touched && played.compare(at, frame.bytes.size(), bytes, begin,
+                                                                 frame.bytes.size()) == 0);
+            if (is_played)
                 at += frame.bytes.size();
             else
                 RC_ASSERT(is_touched);
