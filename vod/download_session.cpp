@@ -65,17 +65,9 @@ static void download_give_up(VodLink *link, MsLink *mslink)
 
 void vod_deal_event_req_res_download(MsLink *mslink, MpPackage *package)
 {
-    if (mslink == nullptr)
-        return LOG(LOG_REFUSE, "mslink == NULL");
-    if (package == nullptr)
-        return LOG(LOG_REFUSE, "package == NULL");
-    if (package->head->code != MP_CODE_REQUEST_RES)
-        return LOG(LOG_REFUSE, "package->head->code = %d", package->head->code);
-    if (mslink_get_udata(mslink) != nullptr)
-        return LOG(LOG_REFUSE, "mslink_get_udata(mslink) != NULL");
     hardplay_request request = {};
-    if (!hardplay_request_read(package, &request))
-        return LOG(LOG_REFUSE, "hardplay_info == NULL");
+    if (!hardplay_request_begin(mslink, package, &request))
+        return;
     if (!download_admit(mslink, request))
         return;
     VodLink *link = vodlink_create();

@@ -61,3 +61,18 @@ bool hardplay_request_read(const MpPackage *package, hardplay_request *request)
     request->filename = request->filename.substr(0, request->filename.find('\0'));
     return true;
 }
+
+bool hardplay_request_begin(MsLink *mslink, const MpPackage *package, hardplay_request *request)
+{
+    if (mslink == nullptr)
+        return LOGGED(false, LOG_REFUSE, "mslink == NULL");
+    if (package == nullptr)
+        return LOGGED(false, LOG_REFUSE, "package == NULL");
+    if (package->head->code != MP_CODE_REQUEST_RES)
+        return LOGGED(false, LOG_REFUSE, "package->head->code = %d", package->head->code);
+    if (mslink_get_udata(mslink) != nullptr)
+        return LOGGED(false, LOG_REFUSE, "mslink_get_udata(mslink) != NULL");
+    if (!hardplay_request_read(package, request))
+        return LOGGED(false, LOG_REFUSE, "hardplay_info == NULL");
+    return true;
+}

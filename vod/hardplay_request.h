@@ -41,6 +41,10 @@ struct hardplay_request {
 // False when the package has no whole resource information of this form.
 bool hardplay_request_read(const MpPackage *package, hardplay_request *request);
 
+// What every such request must pass before anything else: both arguments there, a request package, a connection without a
+// link, a whole resource information. Logs what does not hold and yields false; such a request gets no answer.
+bool hardplay_request_begin(MsLink *mslink, const MpPackage *package, hardplay_request *request);
+
 // Kind and text of the resource information, which every request has.
 bool res_info_kind(const MpPackage *package, uint16_t *kind);
 std::string_view res_info_text(const MpPackage *package);

@@ -261,19 +261,9 @@ static bool playback_admit(MsLink *mslink, const playback_wish &wish)
 
 void vod_deal_event_req_res_hardplay(MsLink *mslink, MpPackage *package)
 {
-    if (mslink == nullptr)
-        return LOG(LOG_REFUSE, "mslink == NULL");
-    if (package == nullptr)
-        return LOG(LOG_REFUSE, "package == NULL");
-    if (package->head->code != MP_CODE_REQUEST_RES)
-        return LOG(LOG_REFUSE, "package->head->code = %d", package->head->code);
-    if (mslink_get_udata(mslink) != nullptr)
-        return LOG(LOG_REFUSE, "mslink_get_udata(mslink) != NULL");
     playback_wish wish = {};
     wish.package = package;
-    if (!hardplay_request_read(package, &wish.request))
-        return LOG(LOG_REFUSE, "hardplay_info == NULL");
-    if (!playback_admit(mslink, wish))
+    if (!hardplay_request_begin(mslink, package, &wish.request) || !playback_admit(mslink, wish))
         return;
     wish.filename = wish.request.filename;
     wish.channel = wish.request.channel;

@@ -121,17 +121,9 @@ static void upload_give_up(MsLink *mslink)
 
 void vod_deal_event_req_res_upload(MsLink *mslink, MpPackage *package)
 {
-    if (mslink == nullptr)
-        return LOG(LOG_REFUSE, "mslink == NULL");
-    if (package == nullptr)
-        return LOG(LOG_REFUSE, "package == NULL");
-    if (package->head->code != MP_CODE_REQUEST_RES)
-        return LOG(LOG_REFUSE, "package->head->code = %d", package->head->code);
-    if (mslink_get_udata(mslink) != nullptr)
-        return LOG(LOG_REFUSE, "mslink_get_udata(mslink) != NULL");
     hardplay_request request = {};
-    if (!hardplay_request_read(package, &request))
-        return LOG(LOG_REFUSE, "hardplay_info == NULL");
+    if (!hardplay_request_begin(mslink, package, &request))
+        return;
     if (request.filename.size() >= VOD_PATH_SIZE)
         return upload_reject(mslink, VOD_ERROR_NAME_TOO_LONG, LOG_REFUSE, "upload return, no free disk");
     VodLink *link = vodlink_create();
