@@ -1,15 +1,16 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test. Ends with the test runner's summary.
+# Installs what is missing, builds, and runs every test: natively, then as Windows programs. Ends with the summary.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 . scripts/common.sh
 
 usage() {
   cat <<'TEXT'
-usage: ./test.sh [--preset NAME] [--only PATTERN] [--jobs N]
+usage: ./test.sh [--no-windows] [--preset NAME] [--only PATTERN] [--jobs N]
 
-  --preset NAME   debug (default), asan (address and undefined behaviour), tsan (data races), release,
-                  mingw (the same tests as Windows programs, under Wine)
+  --no-windows    leave out the second half: the Windows build, its tests under Wine, and those between both hosts
+  --preset NAME   one build only: debug (which the first half is), asan (address and undefined behaviour),
+                  tsan (data races), release, coverage, mingw (which the second half is)
   --only PATTERN  only tests whose name matches this regular expression
   --jobs N        tests that run at once (default: one for each processor)
 
@@ -17,29 +18,81 @@ Exit status: 0 all tests passed, 1 something failed, 64 wrong arguments.
 TEXT
 }
 
-preset=debug only=. jobs=$(nproc)
+wrong_arguments() {
+  [ $# -eq 0 ] || printf 'test.sh: %s\n' "$*" >&2
+  usage >&2
+  exit 64
+}
+
+presets=(debug mingw) only=. jobs=$(nproc)
 while [ $# -gt 0 ]; do
   case "$1" in
-    --preset) preset=${2:-}; shift 2 || { usage >&2; exit 64; } ;;
-    --only) only=${2:-}; shift 2 || { usage >&2; exit 64; } ;;
-    --jobs) jobs=${2:-}; shift 2 || { usage >&2; exit 64; } ;;
+    --no-windows) presets=(debug); shift ;;
+    --preset) presets=("${2:-}"); shift 2 || wrong_arguments "--preset wants a name" ;;
+    --only) only=${2:-}; shift 2 || wrong_arguments "--only wants a pattern" ;;
+    --jobs) jobs=${2:-}; shift 2 || wrong_arguments "--jobs wants a number" ;;
     -h | --help) usage; exit 0 ;;
-    *) printf 'test.sh: unknown argument %s\n' "$1" >&2; usage >&2; exit 64 ;;
+    *) wrong_arguments "unknown argument $1" ;;
   esac
 done
-case "$preset" in
+case "${presets[0]}" in
   debug | asan | tsan | release | coverage | mingw) ;;
-  *) printf 'test.sh: no such preset: %s\n' "$preset" >&2; usage >&2; exit 64 ;;
+  *) wrong_arguments "no such preset: ${presets[0]}" ;;
 esac
+[[ "$jobs" =~ ^[1-9][0-9]*$ ]] || wrong_arguments "--jobs wants a number, not $jobs"
+
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+summary=() passed=yes total=0 failed=0
+
+# Runs a command and adds its name and how long it took to the stages of the summary.
+stage() {
+  local name=$1 started=$SECONDS
+  shift
+  "$@"
+  stages+="${stages:+, }$name $((SECONDS - started)) s"
+}
+
+prepare_windows() {
+  scripts/mingw_deps.sh >/dev/null
+}
+
+# Wine's own files are made before many tests ask for them at once.
+prepare_wine() {
+  mkdir -p build/mingw
+  WINEPREFIX=$PWD/build/mingw/wine WINEDEBUG=-all wine wineboot --init >/dev/null 2>&1 ||
+    fail "Wine cannot make its folder build/mingw/wine"
+}
+
+run_tests() {
+  say "testing ($1)"
+  ctest --test-dir "build/$1" --output-on-failure --parallel "$jobs" --tests-regex "$only" --no-tests=error \
+    --progress 2>&1 | tee "$log" || passed=no
+}
+
+test_preset() {
+  local preset=$1 stages="" line
+  if [ "$preset" = mingw ]; then
+    stage dependencies prepare_windows
+    stage build build_preset mingw
+    stage Wine prepare_wine
+  else
+    stage build build_preset "$preset"
+  fi
+  stage tests run_tests "$preset"
+  line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -n 1) || line="no tests"
+  summary+=("$preset: $line ($stages)")
+  if [[ "$line" =~ \ ([0-9]+)\ tests\ failed\ out\ of\ ([0-9]+) ]]; then
+    failed=$((failed + BASH_REMATCH[1])) total=$((total + BASH_REMATCH[2]))
+  fi
+}
 
 install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}"
-if [ "$preset" = mingw ]; then
-  scripts/mingw_deps.sh >/dev/null
-  build_preset mingw
-  # Wine's own files, before many tests ask for them at once.
-  WINEPREFIX=$PWD/build/mingw/wine WINEDEBUG=-all wine wineboot --init >/dev/null 2>&1
-else
-  build_preset "$preset"
-fi
-say "testing ($preset)"
-exec ctest --test-dir "build/$preset" --output-on-failure --parallel "$jobs" --tests-regex "$only" --progress
+for preset in "${presets[@]}"; do
+  test_preset "$preset"
+done
+printf '\n'
+printf '%s\n' "${summary[@]}"
+[ ${#presets[@]} -eq 1 ] || printf '%s%% tests passed, %s tests failed out of %s\n' \
+  $((total == 0 ? 0 : (total - failed) * 100 / total)) "$failed" "$total"
+[ "$passed" = yes ]
