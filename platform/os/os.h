@@ -249,6 +249,14 @@ ORB_API int os_is_terminal(int stream);
  * flags. Reads that block are interrupted. A second request ends the process at once.
  */
 ORB_API int os_interrupt_install(void (*handler)(void));
+/*
+ * For a program that serves until it is told to end. From os_end_take on such a request (Ctrl-C, a polite kill; on
+ * Windows also Ctrl-Break, the closing of the console, the end of the session or of the host) is kept for os_end_wait,
+ * which waits for it. Another one after that ends the process at once. Where the host would end the process as soon as
+ * it has been told, it is held up until the process has ended by itself, as long as the host allows.
+ */
+ORB_API int os_end_take(void);
+ORB_API int os_end_wait(void);
 
 typedef struct os_guid {
     uint32_t data1;
@@ -264,8 +272,11 @@ struct os_system_version {
     int is_x64;             /* processor architecture 9 */
     int server_r2_metric;   /* system metric 89 */
 };
-/* 0 on hosts that have no such version (everything but Windows). */
+/* 0 when the host does not tell, OS_NO_SYSTEM_VERSION on hosts that have no such version (everything but Windows). */
+#define OS_NO_SYSTEM_VERSION (-1)
 ORB_API int os_system_version_get(struct os_system_version *version);
+/* Where versions come from instead, for tests; NULL restores the host's. */
+ORB_API void os_system_version_install(int (*source)(struct os_system_version *version));
 
 /* ---- Logger ----------------------------------------------------------------------------------------------------- */
 

@@ -4,12 +4,15 @@
 #include "tests/support/temp_folder.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 
 // The name under which the host knows what the system calls so.
 std::string host_name(const std::string &system_path);
-// False where only administrators may make links.
-bool host_has_links();
+// For the standard library, which on some hosts takes plain texts for another character set.
+std::filesystem::path host_path(const std::string &host_name);
+// Makes a symbolic link; false where only administrators may.
+bool host_link(const std::string &target, const std::string &link);
 // Something that can be named like a file and is none: a pipe in the folder, or a device.
 std::string host_special_file(const temp_folder &folder);
 // Memory of this process that is in use.

@@ -4,9 +4,10 @@
 // After windows.h, on which it rests.
 #include <psapi.h>
 
-bool host_has_links()
+bool host_link(const std::string &target, const std::string &link)
 {
-    return false;
+    constexpr DWORD WITHOUT_PRIVILEGE = 2; // SYMBOLIC_LINK_FLAG_ALLOW_UNPRIVILEGED_CREATE, which not every header has
+    return CreateSymbolicLinkW(host_path(link).c_str(), host_path(target).make_preferred().c_str(), WITHOUT_PRIVILEGE);
 }
 
 std::string host_special_file(const temp_folder &)

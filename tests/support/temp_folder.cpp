@@ -8,6 +8,12 @@
 
 namespace fs = std::filesystem;
 
+// Names are UTF-8 where the host has names of characters, and bytes as they are elsewhere.
+static fs::path path_of(const std::string &name)
+{
+    return std::u8string(name.begin(), name.end());
+}
+
 temp_folder::temp_folder(working_directory mode)
 {
     std::random_device random;
@@ -28,9 +34,15 @@ temp_folder::~temp_folder()
     fs::remove_all(path_, ignored);
 }
 
+std::string temp_folder::file(const std::string &name) const
+{
+    return path_.string() + static_cast<char>(fs::path::preferred_separator) + name;
+}
+
 void temp_folder::write(std::string name, const std::string &text) const
 {
     std::ranges::replace(name, '\\', '/');
-    fs::create_directories((path_ / name).parent_path());
-    std::ofstream(path_ / name, std::ios::binary) << text;
+    fs::path path = path_ / path_of(name);
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << text;
 }

@@ -12,7 +12,8 @@ class temp_folder {
     temp_folder(const temp_folder &) = delete;
     temp_folder &operator=(const temp_folder &) = delete;
     const std::filesystem::path &path() const { return path_; }
-    std::string file(const std::string &name) const { return (path_ / name).string(); }
+    // The name in the host's form, which is UTF-8 where names are characters.
+    std::string file(const std::string &name) const;
     // Writes a file below the folder, making the folders above it; `name` may use backslashes.
     void write(std::string name, const std::string &text) const;
 
