@@ -119,11 +119,13 @@ ORB_API int silo_compare_key(const char *key, size_t key_len, const char *other,
 typedef struct silo_prefix {
     const char *text;
     uint32_t len;
+    uint32_t exact; /* not 0: only the key that is this text ("r.1" and not "r.10"), 0: every key that starts with it */
 } silo_prefix;
 
 /* Announces that keys with these prefixes will be read next (each by silo_get_vstr, or by an iterator bounded to it): a
- * server's are fetched in one round trip. What an earlier announcement fetched is let go. 0, or negative; an embedded
- * store does nothing and answers 1, which says that announcing is of no use. */
+ * server's are fetched in one round trip, as far as they are small: some hundred prefixes, each of a record's few keys.
+ * What an earlier announcement fetched is let go. 0, or negative; an embedded store does nothing and answers 1, which
+ * says that announcing is of no use. */
 ORB_API int silo_prefetch(silo_transaction_t *trans, const silo_prefix *prefixes, size_t count);
 
 /* A number that changes whenever something may have been committed to the database, as this reading transaction sees it;
@@ -131,6 +133,10 @@ ORB_API int silo_prefetch(silo_transaction_t *trans, const silo_prefix *prefixes
 ORB_API uint64_t silo_snapshot_id(silo_transaction_t *trans);
 
 /* ---- Texts ------------------------------------------------------------------------------------------------------ */
+
+/* An address as logs may show it: with "***" where a password stands. Copies into `out` (terminated, at most `size` bytes
+ * in all): the length of the whole text; a result of `size` or more says that it was cut. */
+ORB_API int silo_uri_printable(const char *uri, char *out, size_t size);
 
 /* Formats into `out` (terminated, at most `size` bytes in all): the length of the whole text, or -1 for a format that is not
  * understood. A result of `size` or more says that the text was cut.
