@@ -42,7 +42,7 @@ esac
 [[ "$jobs" =~ ^[1-9][0-9]*$ ]] || wrong_arguments "--jobs wants a number, not $jobs"
 
 log=$(mktemp)
-trap 'rm -f "$log"' EXIT
+trap 'rm -f "$log"; end_wine' EXIT
 summary=() passed=yes total=0 failed=0
 
 # Runs a command and adds its name and how long it took to the stages of the summary.
@@ -57,11 +57,17 @@ prepare_windows() {
   scripts/mingw_deps.sh >/dev/null
 }
 
-# Wine's own files are made before many tests ask for them at once.
+# Wine's own files are made before many tests ask for them at once, and its server stays: starting it costs seconds.
 prepare_wine() {
   mkdir -p build/mingw
-  WINEPREFIX=$PWD/build/mingw/wine WINEDEBUG=-all wine wineboot --init >/dev/null 2>&1 ||
-    fail "Wine cannot make its folder build/mingw/wine"
+  export WINEPREFIX=$PWD/build/mingw/wine WINEDEBUG=-all
+  wine_is_ours=yes
+  wine wineboot --init >/dev/null 2>&1 || fail "Wine cannot make its folder $WINEPREFIX"
+  wineserver --persistent >/dev/null 2>&1 || true # it may run already
+}
+
+end_wine() {
+  [ "${wine_is_ours:-no}" = no ] || wineserver --kill >/dev/null 2>&1 || true
 }
 
 run_tests() {
