@@ -8,10 +8,10 @@
 #include <vector>
 
 struct child_options {
-    std::string folder;                   // it works in; empty: where the test works
-    std::vector<std::string> environment; // "NAME=value", beside what the test itself has
-    std::string in, out, err;             // files of its standard streams; empty: nothing to read, the test's own
-    bool out_is_pipe = false;             // `read` takes what it writes to standard output
+    std::string folder{};                   // it works in; empty: where the test works
+    std::vector<std::string> environment{}; // "NAME=value", beside what the test itself has
+    std::string in{}, out{}, err{};         // files of its standard streams; empty: nothing to read, the test's own
+    bool out_is_pipe = false;               // `read` takes what it writes to standard output
 };
 
 struct child_figures {
