@@ -185,6 +185,13 @@ ORB_API int ms_send_package(MsLink *link, const MpPackage *package);
 ORB_API void ms_wait_sendable(MsLink *link, uint32_t ms);
 /* Declares the connection dead: nothing more is sent, it is closed and its disconnect reported. */
 ORB_API void ms_timeout(MsLink *link);
+/*
+ * Stops reading from the connection (`hold` 1) or goes on with it (0), for handlers that cannot keep up with what one peer
+ * sends: its packages then wait in the network, and it has to wait with them. What has been read already, less than
+ * 256 KiB, still comes. Sending goes on. While it is held the connection is not closed for being idle or late, and its end
+ * is noticed by sending, or once it is read again. ORB_ERROR_TCP_SEND_ERR when it is gone.
+ */
+ORB_API int mslink_hold_reading(MsLink *link, int hold);
 /* The device identifier of this machine (settings), into at least 64 bytes. */
 ORB_API int ms_get_local_devid(char *buffer);
 /* One pointer of the owner's. Cleared by the service after the disconnect was reported. */

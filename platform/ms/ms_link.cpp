@@ -79,6 +79,44 @@ bool ms_connection::is_open()
     return open_;
 }
 
+bool ms_connection::may_read()
+{
+    guard held(this);
+    return !reading_held_;
+}
+
+// Stops the chain for as long as the owner wants nothing to be read. Whoever ends that, or the connection, takes it up.
+bool ms_connection::park_if_held()
+{
+    guard held(this);
+    parked_ = open_ && reading_held_;
+    return parked_;
+}
+
+void ms_connection::unpark(const guard &)
+{
+    if (!parked_)
+        return;
+    parked_ = false;
+    asio::post(runtime_->io, [self = shared_from_this()] { self->on_readable(); });
+}
+
+bool ms_connection::hold_reading(bool hold)
+{
+    guard held(this);
+    if (!open_)
+        return false;
+    reading_held_ = hold;
+    if (hold)
+        return true;
+    // The peer was not idle, it had to wait.
+    active_tick_ = ms_tick_now();
+    if (parked_ && package_begun_tick_ != 0)
+        package_begun_tick_ = ms_tick_now();
+    unpark(held);
+    return true;
+}
+
 // False when the connection has ended already.
 bool ms_connection::wait_readable()
 {
@@ -116,6 +154,8 @@ bool ms_connection::read_turn()
     if (result == READ_ENDED)
         return false;
     keep_rest(buffer, any_package ? 0 : begun_tick);
+    if (park_if_held())
+        return true;
     if (result == READ_EMPTY)
         return wait_readable();
     asio::post(runtime_->io, [self = shared_from_this()] { self->on_readable(); });
@@ -131,6 +171,8 @@ ms_connection::read_result ms_connection::read_packages(read_buffer *buffer, boo
     for (size_t turn = 0; turn < READ_TURN_BYTES;) {
         if (!is_open())
             return READ_ENDED;
+        if (!may_read())
+            return READ_MORE;
         ptrdiff_t got = ms_socket_receive(native_, buffer->bytes.get() + buffer->filled, READ_BYTES);
         if (got <= 0)
             return got == 0 ? READ_EMPTY : READ_ENDED;
@@ -250,6 +292,7 @@ void ms_connection::shut(const guard &held)
     open_ = false;
     drop_queue(held);
     ms_socket_shutdown(native_);
+    unpark(held);
     // Not every host wakes those who wait for a socket that its own side shut.
     asio::error_code ignored;
     socket_.cancel(ignored);
@@ -311,11 +354,11 @@ bool ms_connection::check_deadlines(uint64_t now)
     if (!open_)
         return false;
     const char *reason = nullptr;
-    if (passed(begun, settings.receive_deadline_ms, now))
+    if (!reading_held_ && passed(begun, settings.receive_deadline_ms, now))
         reason = "a package did not arrive whole in time";
     else if (!queue_.empty() && passed(queue_moved_tick_, settings.dead_peer_ms, now))
         reason = "it takes no data";
-    else if (!in_handler_ && passed(active_tick_, settings.idle_ms, now))
+    else if (!in_handler_ && !reading_held_ && passed(active_tick_, settings.idle_ms, now))
         reason = "it is idle";
     if (reason != nullptr) {
         shut(held);

@@ -43,6 +43,8 @@ public:
     // As close, and takes the user data away first. False when that happened before or the end is being reported.
     bool destroy();
     bool set_udata(void *udata);
+    // False when the connection has ended.
+    bool hold_reading(bool hold);
     void *udata() const { return udata_.load(std::memory_order_acquire); }
     const std::string &peer_name() const { return peer_name_; }
     const std::string &address() const { return address_; }
@@ -67,6 +69,9 @@ private:
     void keep_rest(const read_buffer &buffer, uint64_t begun_tick);
     void finish();
     bool is_open();
+    bool may_read();
+    bool park_if_held();
+    void unpark(const guard &);
 
     // The sending side, all with the lock held.
     bool drain(const guard &);
@@ -106,6 +111,8 @@ private:
     uint64_t queue_moved_tick_ = 0;
     bool open_ = true;          // may send; false from the first reason to end on
     bool write_waited_ = false; // Asio waits for room in the socket
+    bool reading_held_ = false; // by its owner
+    bool parked_ = false;       // the reading side's chain has stopped until somebody takes it up again
     bool destroyed_ = false;    // by its owner
     bool end_reporting_ = false;
     bool ended_ = false;

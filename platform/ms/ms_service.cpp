@@ -204,6 +204,12 @@ int mslink_destroy(MsLink *link)
     return connection != nullptr && connection->destroy() ? 1 : gone();
 }
 
+int mslink_hold_reading(MsLink *link, int hold)
+{
+    auto connection = ms_table_find(link);
+    return connection != nullptr && connection->hold_reading(hold != 0) ? 1 : gone();
+}
+
 int mslink_peer_name(MsLink *link, char *buffer, size_t size)
 {
     auto connection = ms_table_find(link);
