@@ -1,8 +1,6 @@
 #include "platform/os/os_internal.h"
 
-#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -29,11 +27,6 @@ int os_process_id(void)
     return static_cast<int>(getpid());
 }
 
-char **os_program_start(int, char **argv)
-{
-    return argv;
-}
-
 static bool random_bytes(void *bytes, size_t size)
 {
     for (size_t done = 0; done < size;) {
@@ -43,31 +36,6 @@ static bool random_bytes(void *bytes, size_t size)
         done += got < 0 ? 0 : static_cast<size_t>(got);
     }
     return true;
-}
-
-int os_is_terminal(int stream)
-{
-    return isatty(stream) == 1 ? 1 : 0;
-}
-
-static std::atomic<void (*)(void)> s_interrupt_handler;
-static_assert(std::atomic<void (*)(void)>::is_always_lock_free);
-
-static void interrupt_arrived(int)
-{
-    s_interrupt_handler.load()();
-}
-
-int os_interrupt_install(void (*handler)(void))
-{
-    if (handler == nullptr)
-        return 0;
-    s_interrupt_handler = handler;
-    struct sigaction action = {};
-    action.sa_handler = interrupt_arrived;
-    // Without SA_RESTART, so that a blocked read comes back.
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    return sigaction(SIGINT, &action, nullptr) == 0 && sigaction(SIGTERM, &action, nullptr) == 0 ? 1 : 0;
 }
 
 int os_guid_create(os_guid *guid)

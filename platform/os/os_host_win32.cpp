@@ -1,14 +1,9 @@
 #include "platform/os/os_internal.h"
 #include "platform/os/os_win32.h"
 
-#include <atomic>
 #include <cstring>
-#include <fcntl.h>
 #include <io.h>
-#include <memory>
 #include <objbase.h>
-#include <shellapi.h>
-#include <vector>
 
 static size_t module_filename(char *buffer, size_t size)
 {
@@ -31,65 +26,6 @@ size_t os_module_filename(char *buffer, size_t size)
 int os_process_id(void)
 {
     return static_cast<int>(GetCurrentProcessId());
-}
-
-// Kept for the life of the program, as `argv` is.
-static char **wide_arguments(int argc, char **argv)
-{
-    int count = 0;
-    std::unique_ptr<wchar_t *, decltype(&LocalFree)> wide(CommandLineToArgvW(GetCommandLineW(), &count), LocalFree);
-    if (wide == nullptr || count != argc)
-        return argv;
-    auto texts = new std::vector<std::string>(static_cast<size_t>(count));
-    auto made = new std::vector<char *>;
-    for (size_t i = 0; i < texts->size(); i++) {
-        if (!os_narrow(wide.get()[i], &(*texts)[i]))
-            return argv;
-        made->push_back((*texts)[i].data());
-    }
-    made->push_back(nullptr);
-    return made->data();
-}
-
-char **os_program_start(int argc, char **argv)
-{
-    for (std::FILE *stream : {stdin, stdout, stderr})
-        _setmode(_fileno(stream), _O_BINARY);
-    SetConsoleOutputCP(CP_UTF8);
-    return os_guarded(argv, [&] { return wide_arguments(argc, argv); });
-}
-
-int os_is_terminal(int stream)
-{
-    return _isatty(stream) != 0 ? 1 : 0;
-}
-
-static std::atomic<void (*)(void)> s_interrupt_handler;
-// The thread whose blocked reads come back: the one that asked.
-static std::atomic<HANDLE> s_interrupted_thread;
-
-// Called on a thread of the host's. The second request is left to the host, which ends the process.
-static BOOL WINAPI interrupt_arrived(DWORD)
-{
-    auto handler = s_interrupt_handler.exchange(nullptr);
-    if (handler == nullptr)
-        return FALSE;
-    handler();
-    CancelSynchronousIo(s_interrupted_thread.load());
-    return TRUE;
-}
-
-int os_interrupt_install(void (*handler)(void))
-{
-    HANDLE thread = nullptr;
-    if (handler == nullptr || !DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread, 0,
-                                               FALSE, DUPLICATE_SAME_ACCESS))
-        return 0;
-    if (HANDLE former = s_interrupted_thread.exchange(thread))
-        CloseHandle(former);
-    if (s_interrupt_handler.exchange(handler) == nullptr)
-        SetConsoleCtrlHandler(interrupt_arrived, FALSE);
-    return SetConsoleCtrlHandler(interrupt_arrived, TRUE) ? 1 : 0;
 }
 
 int os_guid_create(os_guid *guid)
