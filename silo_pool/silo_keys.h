@@ -74,6 +74,12 @@ inline silo_key silo_key_text(std::string_view text)
     return key;
 }
 
+inline void silo_key_set(silo_key *key, std::string_view text)
+{
+    key->len = 0;
+    silo_key_add(key, text);
+}
+
 inline silo_key silo_key_path(std::string_view path)
 {
     silo_key key;
@@ -119,4 +125,18 @@ inline silo_key silo_key_field(uint64_t id, std::string_view field)
     silo_key key = silo_key_record(id);
     silo_key_add(&key, field);
     return key;
+}
+
+// Takes "f.<id>.<field>" apart. Ids are written without leading zeros; anything else is no key of the index.
+inline bool silo_key_split(std::string_view key, uint64_t *id, std::string_view *field)
+{
+    if (!key.starts_with(SILO_PREFIX_RECORD))
+        return false;
+    key.remove_prefix(SILO_PREFIX_RECORD.size());
+    auto [end, error] = std::from_chars(key.data(), key.data() + key.size(), *id);
+    size_t digits = static_cast<size_t>(end - key.data());
+    if (error != std::errc() || digits == key.size() || *end != '.' || (digits > 1 && key[0] == '0'))
+        return false;
+    *field = key.substr(digits + 1);
+    return true;
 }

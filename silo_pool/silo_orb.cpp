@@ -1,0 +1,228 @@
+#include "silo_pool/silo_orb.h"
+
+#include "platform/os/os_guard.h"
+#include "silo_pool/silo_orb_walk.h"
+#include "silo_pool/silo_owners.h"
+#include "silo_pool/silo_record_reader.h"
+#include "silo_pool/silo_values.h"
+
+#include <cstdlib>
+#include <new>
+
+static constexpr int32_t ANY_TYPE = 65535;
+
+// ---- Beginning and end ----------------------------------------------------------------------------------------------
+
+static void cut_key(char (&to)[32], std::string_view bt, std::string_view last)
+{
+    silo_key key;
+    silo_key_add(&key, SILO_PREFIX_BY_TIME);
+    silo_key_add(&key, bt.substr(0, sizeof to));
+    silo_key_add(&key, last);
+    text_copy(to, key.view());
+}
+
+static void set_filter(silo_orb_iterator *it, const char *host_id, int32_t ch, int32_t file_type, const char *bt,
+                       const char *et)
+{
+    it->rt = file_type == 0 ? ANY_TYPE : file_type;
+    it->ch = -1;
+    cut_key(it->start, bt, ".");
+    cut_key(it->end, et, ".Z");
+    if (host_id == nullptr)
+        return;
+    text_copy(it->host_id, host_id);
+    it->ch = ch;
+}
+
+// In one go what the next lines read one by one.
+static void announce_beginning(silo_orb_iterator *it)
+{
+    std::string witness = silo_channels_witness_key();
+    auto whole = [](std::string_view key) { return silo_prefix{key.data(), static_cast<uint32_t>(key.size()), 1}; };
+    const silo_prefix prefixes[] = {whole(SILO_KEY_REV_HI), whole(SILO_KEY_REV_LO), whole(SILO_KEY_INO),
+                                    whole(witness)};
+    silo_walk_announce(it, prefixes, it->host_id[0] == '\0' ? 2 : 4);
+}
+
+// The walk stays between the first key and the last one: beyond what both start with nothing need be read ahead.
+static bool bound_walk(silo_orb_iterator *it)
+{
+    size_t same = 0;
+    while (it->start[same] != '\0' && it->start[same] == it->end[same])
+        same++;
+    return silo_iterator_bound(it->iter, it->start, same) == 0;
+}
+
+static bool read_beginning(silo_orb_iterator *it)
+{
+    announce_beginning(it);
+    if (!silo_read_number(it->trans, silo_key_text(SILO_KEY_REV_HI), &it->rev_hi) ||
+        !silo_read_number(it->trans, silo_key_text(SILO_KEY_REV_LO), &it->rev_lo))
+        return false;
+    it->iter = silo_iterator_init(it->trans);
+    it->walk->fields = silo_iterator_init(it->trans);
+    if (it->iter == nullptr || it->walk->fields == nullptr || !bound_walk(it))
+        return false;
+    if (it->host_id[0] == '\0')
+        return true;
+    it->walk->channels.host = it->host_id;
+    it->walk->channels.ch = it->ch;
+    silo_channels_begin(it->trans, &it->walk->channels);
+    return true;
+}
+
+struct orb_iterator_ender {
+    void operator()(silo_orb_iterator *it) const { silo_orb_iterator_destroy(it); }
+};
+using orb_iterator_ptr = std::unique_ptr<silo_orb_iterator, orb_iterator_ender>;
+
+static orb_iterator_ptr make_iterator()
+{
+    orb_iterator_ptr it(static_cast<silo_orb_iterator *>(std::calloc(1, sizeof(silo_orb_iterator))));
+    if (it != nullptr)
+        it->walk = new (std::nothrow) silo_orb_walk;
+    return it != nullptr && it->walk != nullptr ? std::move(it) : nullptr;
+}
+
+static silo_orb_iterator *begin_search(const char *host_id, int32_t ch, int32_t file_type, const char *bt,
+                                       const char *et)
+{
+    orb_iterator_ptr it = make_iterator();
+    if (it == nullptr)
+        return LOGGED(nullptr, LOG_SYSTEM, "silo_orb_iterator_init: no memory");
+    it->conn = silo_pool_get_connection();
+    if (it->conn == nullptr)
+        return nullptr;
+    it->trans = silo_begin_transaction(it->conn->db, SILO_READ);
+    if (it->trans == nullptr)
+        return nullptr;
+    set_filter(it.get(), host_id, ch, file_type, bt, et);
+    return read_beginning(it.get()) ? it.release() : nullptr;
+}
+
+silo_orb_iterator *silo_orb_iterator_init(const char *host_id, int32_t ch, int32_t file_type, const char *bt,
+                                          const char *et)
+{
+    try {
+        return begin_search(host_id, ch, file_type, bt, et);
+    } catch (const std::bad_alloc &) {
+        return LOGGED(nullptr, LOG_SYSTEM, "silo_orb_iterator_init: no memory");
+    }
+}
+
+void silo_orb_iterator_destroy(silo_orb_iterator *it)
+{
+    if (it == nullptr)
+        return;
+    if (it->walk != nullptr && it->walk->fields != nullptr)
+        silo_iterator_destroy(it->walk->fields);
+    if (it->iter != nullptr)
+        silo_iterator_destroy(it->iter);
+    silo_end_transaction(it->trans);
+    silo_pool_release_connection(it->conn);
+    delete it->walk;
+    std::free(it);
+}
+
+// ---- Steps ----------------------------------------------------------------------------------------------------------
+
+static constexpr uint32_t NEEDED = SILO_HAS_RT | SILO_HAS_HOST | SILO_HAS_CH | SILO_HAS_PATH | SILO_HAS_BT;
+
+// Whether the record is one of the search's; what is not is passed by without a word.
+static bool read_current(silo_orb_iterator *it, uint64_t id)
+{
+    silo_record *record = &it->current;
+    silo_record_clear(record);
+    if (!silo_read_number(it->trans, silo_key_revision(id), &record->revision) || record->revision < it->rev_lo ||
+        record->revision > it->rev_hi || !silo_record_read_fields(it->walk->fields, id, record))
+        return false;
+    record->has |= SILO_HAS_REVISION;
+    return (record->has & NEEDED) == NEEDED && (record->rt & it->rt) != 0 &&
+           (it->host_id[0] == '\0' || silo_channel_matches(it->walk->channels, record->host_id, record->ch));
+}
+
+static int next_record(silo_orb_iterator *it)
+{
+    silo_orb_walk *walk = it->walk;
+    for (;;) {
+        if (walk->next == walk->count)
+            silo_walk_fill(it);
+        if (walk->count == 0)
+            return -1;
+        if (read_current(it, walk->waiting[walk->next++]))
+            return 0;
+    }
+}
+
+int silo_orb_iterator_next(silo_orb_iterator *it)
+{
+    int result = -1;
+    try {
+        result = next_record(it);
+    } catch (const std::bad_alloc &) {
+        LOG(LOG_SYSTEM, "silo_orb_iterator_next: no memory");
+    }
+    if (result != 0)
+        silo_record_clear(&it->current);
+    return result;
+}
+
+// ---- Making the index ready -----------------------------------------------------------------------------------------
+
+static constexpr int CONNECT_ATTEMPTS = 10;
+static constexpr uint32_t CONNECT_PAUSE_MS = 3000;
+
+int check_db_connect()
+{
+    for (int failed = 0;;) {
+        if (silo_connection_ptr conn(silo_pool_get_connection()); conn != nullptr)
+            return 0;
+        if (++failed == CONNECT_ATTEMPTS)
+            return -1;
+        os_sleep(CONNECT_PAUSE_MS);
+    }
+}
+
+static int put(silo_transaction_t *trans, std::string_view key, std::string_view value)
+{
+    return silo_set_kv(trans, key.data(), key.size(), value.data(), value.size());
+}
+
+static int write_first_values(const silo_connection *conn, silo_transaction_t *trans)
+{
+    if (silo_proxy_error(conn->db) != 0 || put(trans, SILO_KEY_REV_HI, "2") != 0 ||
+        put(trans, SILO_KEY_REV_LO, "1") != 0 || put(trans, SILO_KEY_INO, "0") != 0)
+        return SILO_COMMIT_FAILED;
+    return silo_commit(trans);
+}
+
+static int initialize_once(const silo_connection *conn, bool *is_conflict)
+{
+    silo_transaction_ptr trans(silo_begin_transaction(conn->db, SILO_WRITE));
+    if (trans == nullptr)
+        return -1;
+    char value[128];
+    if (silo_get_vstr(trans.get(), SILO_KEY_REV_HI.data(), value, sizeof value) >= 0)
+        return 0;
+    int result = write_first_values(conn, trans.get());
+    *is_conflict = result == SILO_COMMIT_CONFLICT || (result != 0 && silo_transaction_conflict(trans.get()) != 0);
+    return result == 0 ? 0 : -1;
+}
+
+int silo_orb_initialize()
+{
+    if (check_db_connect() != 0)
+        return -1;
+    silo_connection_ptr conn(silo_pool_get_connection());
+    if (conn == nullptr)
+        return -1;
+    int result = -1;
+    bool is_conflict = true;
+    // Another process that makes the same index ready may be in the way: then look again.
+    for (int i = 0; i < 3 && result != 0 && is_conflict; i++) {
+        is_conflict = false;
+        result = initialize_once(conn.get(), &is_conflict);
+    }
+    return result;
+}
