@@ -1,0 +1,22 @@
+#include "platform/silo/pg_socket.h"
+
+#include <winsock2.h>
+
+pg_ready pg_socket_wait(int socket, bool for_read, bool for_write, uint32_t ms)
+{
+    auto handle = static_cast<SOCKET>(socket);
+    fd_set read, write, failed;
+    FD_ZERO(&read);
+    FD_ZERO(&write);
+    FD_ZERO(&failed);
+    if (for_read)
+        FD_SET(handle, &read);
+    if (for_write)
+        FD_SET(handle, &write);
+    FD_SET(handle, &failed); // a connection that is refused shows here and nowhere else
+    timeval limit = {static_cast<long>(ms / 1000), static_cast<long>(ms % 1000 * 1000)};
+    int count = select(0, &read, &write, &failed, &limit);
+    if (count == SOCKET_ERROR)
+        return PG_SOCKET_FAILED;
+    return count == 0 ? PG_TIME_UP : PG_SOCKET_READY;
+}
