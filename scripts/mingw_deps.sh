@@ -112,8 +112,8 @@ build_json_c() {
   cmake_static . -DBUILD_TESTING=OFF -DBUILD_APPS=OFF -DDISABLE_WERROR=ON
 }
 
-# Without the definition an archive would mark everything as exported from whatever it goes into. Character sets come from the Windows code pages, which the project
-# registers.
+# Without the definition an archive would mark everything as exported from whatever it goes into. Character sets come from
+# the Windows code pages, which the project registers.
 build_libxml2() {
   cmake_static . -DLIBXML2_WITH_ICONV=OFF -DLIBXML2_WITH_LZMA=OFF -DLIBXML2_WITH_ZLIB=OFF -DLIBXML2_WITH_PYTHON=OFF \
     -DLIBXML2_WITH_PROGRAMS=OFF -DLIBXML2_WITH_TESTS=OFF -DCMAKE_C_FLAGS=-DLIBXML_STATIC -DLIBXML2_WITH_FTP=OFF -DLIBXML2_WITH_HTTP=OFF
@@ -134,6 +134,18 @@ build_googletest() {
 
 build_rapidcheck() {
   cmake_static .
+}
+
+# No build description of its own that knows Windows: two files.
+build_lmdb() {
+  local folder
+  folder=$(dirname "$(find . -name mdb.c | head -n 1)")
+  "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/mdb.c" -o mdb.o &&
+    "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/midl.c" -o midl.o &&
+    "$host-ar" rcs "$prefix/lib/liblmdb.a" mdb.o midl.o &&
+    cp "$folder/lmdb.h" "$prefix/include/" &&
+    printf 'prefix=%s\nName: liblmdb\nDescription: ordered key-value store\nVersion: %s\nLibs: -L${prefix}/lib -llmdb -lntdll -ladvapi32\nCflags: -I${prefix}/include\n' \
+      "$prefix" "$(source_version lmdb | sed 's/-.*//')" >"$prefix/lib/pkgconfig/lmdb.pc"
 }
 
 build_x264() {
@@ -172,6 +184,28 @@ copy_headers() {
   cp -r /usr/share/cmake/CLI11 "$prefix/share/cmake/"
 }
 
+# For the archive that ships: what is linked into the programs, as Debian describes it.
+copy_licences() {
+  local folder=$prefix/share/licenses package name
+  mkdir -p "$folder"
+  while read -r name package; do
+    if [ -f "/usr/share/doc/$package/copyright" ]; then cp "/usr/share/doc/$package/copyright" "$folder/$name.txt"; fi
+  done <<'TEXT'
+json-c libjson-c-dev
+libxml2 libxml2-dev
+spdlog libspdlog-dev
+fmt libfmt-dev
+asio libasio-dev
+cli11 libcli11-dev
+ffmpeg libavcodec-dev
+x264 libx264-164
+x265 libx265-199
+gcc-runtime gcc-mingw-w64-x86-64-posix
+mingw-w64-runtime mingw-w64-x86-64-dev
+TEXT
+  if [ -f /usr/share/common-licenses/GPL-2 ]; then cp /usr/share/common-licenses/GPL-2 "$folder/GPL-2.txt"; fi
+}
+
 # The shared runtime is none of ours.
 tidy_descriptions() {
   sed -i 's/ -lgcc_s\b//g' "$prefix"/lib/pkgconfig/*.pc
@@ -185,9 +219,11 @@ build fmtlib build_fmtlib
 build spdlog build_spdlog
 build googletest build_googletest
 build rapidcheck build_rapidcheck
+build lmdb build_lmdb
 build x264 build_x264
 build x265 build_x265
 build ffmpeg build_ffmpeg
 tidy_descriptions
 copy_headers
+copy_licences
 printf '%s\n' "$prefix"
