@@ -6,13 +6,13 @@
 
 int orbrec_fail(int status, const std::string &text)
 {
-    std::fprintf(stderr, "orbrec: %s\n", text.c_str());
+    std::fputs(("orbrec: " + text + "\n").c_str(), stderr);
     return status;
 }
 
 void orbrec_warn(const std::string &text)
 {
-    std::fprintf(stderr, "orbrec: warning: %s\n", text.c_str());
+    std::fputs(("orbrec: warning: " + text + "\n").c_str(), stderr);
 }
 
 static std::atomic<bool> s_is_stopped;

@@ -20,17 +20,19 @@ void progress_bar::show(int64_t done)
     drawn_at_ = now;
     drawn_ = true;
     if (total_ <= 0) {
-        std::fprintf(stderr, "\r%s ...", title_.c_str());
+        std::fputs(("\r" + title_ + " ...").c_str(), stderr);
         return;
     }
     int64_t percent = std::clamp<int64_t>(done * 100 / total_, 0, 100);
     auto filled = static_cast<size_t>(percent * BAR_WIDTH / 100);
     std::string bar = std::string(filled, '#') + std::string(BAR_WIDTH - filled, '.');
-    std::fprintf(stderr, "\r%s [%s] %3d %%", title_.c_str(), bar.c_str(), static_cast<int>(percent));
+    char number[16];
+    std::snprintf(number, sizeof number, "] %3d %%", static_cast<int>(percent));
+    std::fputs(("\r" + title_ + " [" + bar + number).c_str(), stderr);
 }
 
 progress_bar::~progress_bar()
 {
     if (drawn_)
-        std::fprintf(stderr, "\r\033[K");
+        std::fputs("\r\033[K", stderr);
 }

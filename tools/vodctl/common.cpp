@@ -1,3 +1,4 @@
+#include "platform/os/os.h"
 #include "tools/vodctl/vodctl.h"
 
 #include <atomic>
@@ -35,7 +36,7 @@ static std::string code_text(uint32_t error_code)
 int vodctl_fail(const vodctl_settings &settings, int status, const std::string &text, uint32_t error_code)
 {
     std::string code = error_code == 0 ? "" : " (" + code_text(error_code) + ")";
-    std::fprintf(stderr, "vodctl: %s%s\n", text.c_str(), code.c_str());
+    std::fputs(("vodctl: " + text + code + "\n").c_str(), stderr);
     if (!settings.json)
         return status;
     json_ref object(json_object_new_object());
@@ -57,16 +58,9 @@ int vodctl_fail(const vodctl_settings &settings, const vodclient_result &result)
 static std::atomic<bool> s_is_stopped;
 static_assert(std::atomic<bool>::is_always_lock_free);
 
-static void stop_wanted(int signal)
-{
-    s_is_stopped = true;
-    std::signal(signal, SIG_DFL);
-}
-
 void vodctl_signals_install()
 {
-    std::signal(SIGINT, stop_wanted);
-    std::signal(SIGTERM, stop_wanted);
+    os_interrupt_install([] { s_is_stopped = true; });
 #ifdef SIGPIPE
     std::signal(SIGPIPE, SIG_IGN);
 #endif

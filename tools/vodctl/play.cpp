@@ -166,8 +166,15 @@ static void report(const play_run &run)
     json_print(object.get());
 }
 
+static int interrupted(const play_run &run)
+{
+    return vodctl_fail(run.settings, VODCTL_INTERRUPTED, "stopped; what came until then is kept");
+}
+
 static int write_failure(const play_run &run)
 {
+    if (vodctl_is_stopped()) // which also ends a write that waits for a slow reader
+        return interrupted(run);
     if (run.output->reader_has_gone())
         return VODCTL_OK;
     return vodctl_fail(run.settings, VODCTL_LOCAL_FILE,
@@ -183,7 +190,7 @@ static int outcome(const play_run &run, const vodclient_result &result)
     if (run.end == play_end::write_failed)
         return write_failure(run);
     if (run.end == play_end::interrupted)
-        return vodctl_fail(run.settings, VODCTL_INTERRUPTED, "stopped; what came until then is kept");
+        return interrupted(run);
     report(run);
     return VODCTL_OK;
 }

@@ -40,11 +40,11 @@ void progress_line::show(uint64_t bytes, uint64_t frames)
         return;
     drawn_ = true;
     drawn_at_ = now;
-    std::fprintf(stderr, "\r%s", progress_text(bytes, total_bytes_, now - started_at_, frames).c_str());
+    std::fputs(("\r" + progress_text(bytes, total_bytes_, now - started_at_, frames)).c_str(), stderr);
 }
 
 progress_line::~progress_line()
 {
     if (drawn_)
-        std::fprintf(stderr, "\r\033[K");
+        std::fputs("\r\033[K", stderr);
 }
