@@ -69,7 +69,7 @@ ORB_API uint64_t silo_round_trips(silo_t *db);
 /* Begins a transaction: flag SILO_WRITE or SILO_READ. A reading one sees the store as it was at this moment until it ends.
  * A writing one waits for its turn (writers of one database follow each other; it sees everything committed before), for
  * no longer than the store's statement time where it is a server. NULL on failure. A handle has at most one writing or
- * one reading transaction at a time. */
+ * one reading transaction at a time, a thread at most one writing one of a database: it ends on the thread it began on. */
 ORB_API silo_transaction_t *silo_begin_transaction(silo_t *db, int flag);
 
 #define SILO_COMMIT_FAILED (-1)   /* nothing was applied */
@@ -102,8 +102,8 @@ ORB_API int silo_plock_acquire(silo_transaction_t *trans, const char *name, int 
 /* An iterator of a transaction, standing at the end; NULL on failure. Ended with silo_iterator_destroy. */
 ORB_API silo_iterator_t *silo_iterator_init(silo_transaction_t *trans);
 ORB_API void silo_iterator_destroy(silo_iterator_t *iter);
-/* Ends the iterator's walk with the last key that starts with these bytes, so that nothing beyond is read ahead. An empty
- * prefix: no bound. Takes effect with the next seek. 0, or negative. */
+/* Ends the iterator's walk with the last key that starts with these bytes, so that nothing beyond is read ahead; keys
+ * before them are walked over as ever. An empty prefix: no bound. Takes effect with the next seek. 0, or negative. */
 ORB_API int silo_iterator_bound(silo_iterator_t *iter, const char *prefix, size_t prefix_len);
 /* Moves to the first key that is not below `key`; `flag` is 0. 0, or negative at the end and on an error. */
 ORB_API int silo_iterator_seek(silo_iterator_t *iter, const char *key, size_t key_len, int flag);
@@ -144,8 +144,9 @@ ORB_API int silo_uri_printable(const char *uri, char *out, size_t size);
  * with a width and a leading 0), %s text, %c, %%. */
 ORB_API int xfmt_sprintf(char *out, size_t size, const char *format, ...);
 /* Reads `len` bytes (no terminating zero needed): the number of conversions done. Conversions as above; numbers may have
- * leading blanks and must fit their type; %S takes two arguments, char *dest and size_t size, and copies the rest of the
- * text, cut to size - 1 bytes, terminated. Text of the format must match. */
+ * leading blanks and must fit their type, and a width is the most bytes they take; instead of %s, %S takes two arguments,
+ * char *dest and size_t size, and copies the rest of the text, cut to size - 1 bytes, terminated. Text of the format must
+ * match; a format that is not understood ends the reading. */
 ORB_API int xfmt_sscanf(const char *buf, size_t len, const char *format, ...);
 
 #ifdef __cplusplus
