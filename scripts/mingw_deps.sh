@@ -148,18 +148,6 @@ build_lmdb() {
       "$prefix" "$(source_version lmdb | sed 's/-.*//')" >"$prefix/lib/pkgconfig/lmdb.pc"
 }
 
-# No build description of its own that knows Windows: two files.
-build_lmdb() {
-  local folder
-  folder=$(dirname "$(find . -name mdb.c | head -n 1)")
-  "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/mdb.c" -o mdb.o &&
-    "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/midl.c" -o midl.o &&
-    "$host-ar" rcs "$prefix/lib/liblmdb.a" mdb.o midl.o &&
-    cp "$folder/lmdb.h" "$prefix/include/" &&
-    printf 'prefix=%s\nName: liblmdb\nDescription: ordered key-value store\nVersion: %s\nLibs: -L${prefix}/lib -llmdb -lntdll -ladvapi32\nCflags: -I${prefix}/include\n' \
-      "$prefix" "$(source_version lmdb | sed 's/-.*//')" >"$prefix/lib/pkgconfig/lmdb.pc"
-}
-
 build_x264() {
   ./configure --host="$host" --cross-prefix="$host-" --prefix="$prefix" --enable-static --disable-cli --bit-depth=8 \
     --disable-opencl --enable-pic &&
@@ -231,7 +219,6 @@ build fmtlib build_fmtlib
 build spdlog build_spdlog
 build googletest build_googletest
 build rapidcheck build_rapidcheck
-build lmdb build_lmdb
 build lmdb build_lmdb
 build x264 build_x264
 build x265 build_x265
