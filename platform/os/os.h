@@ -258,6 +258,20 @@ ORB_API int os_interrupt_install(void (*handler)(void));
 ORB_API int os_end_take(void);
 ORB_API int os_end_wait(void);
 
+/*
+ * Runs a command line in the host's shell (sh, cmd on Windows) and reads what it writes to its standard output, byte for
+ * byte; its other streams are the caller's own. `command` is in the system's character set; it must never hold a
+ * client's text. NULL when it cannot be started: one that the shell does not find is started and ends with a status.
+ */
+typedef struct os_pipe os_pipe;
+ORB_API os_pipe *os_popen(const char *command);
+/* Up to `size` bytes, fewer only at the end; 0 at the end, -1 on error. */
+ORB_API int64_t os_pipe_read(os_pipe *pipe, void *buffer, size_t size);
+/* The next line with its line feed, cut to `size` - 1 characters (the rest is the next line). 0 at the end. */
+ORB_API int os_pipe_line(os_pipe *pipe, char *line, size_t size);
+/* Waits for the command's end. Its exit status, -1 when that cannot be had (it was killed, its end was taken elsewhere). */
+ORB_API int os_pclose(os_pipe *pipe);
+
 typedef struct os_guid {
     uint32_t data1;
     uint16_t data2, data3;

@@ -50,9 +50,9 @@ int os_guid_create(os_guid *guid)
     return 1;
 }
 
-int os_system_version_get(struct os_system_version *)
+int os_host_version(struct os_system_version *)
 {
-    return 0;
+    return OS_NO_SYSTEM_VERSION;
 }
 
 void os_stream_keep(std::FILE *stream)

@@ -38,11 +38,11 @@ int os_guid_create(os_guid *guid)
     return 1;
 }
 
-int os_system_version_get(struct os_system_version *version)
+int os_host_version(struct os_system_version *version)
 {
     OSVERSIONINFOEXA found = {};
     found.dwOSVersionInfoSize = sizeof found;
-    if (version == nullptr || !GetVersionExA(reinterpret_cast<OSVERSIONINFOA *>(&found)))
+    if (!GetVersionExA(reinterpret_cast<OSVERSIONINFOA *>(&found)))
         return 0;
     SYSTEM_INFO system;
     GetSystemInfo(&system);

@@ -16,6 +16,9 @@ uint64_t os_host_tick_ms();
 int64_t os_host_wall_ms();
 void os_host_sleep(uint32_t ms);
 
+// What the host says about itself, whatever is installed.
+int os_host_version(struct os_system_version *version);
+
 // Keeps why the last file call of this thread failed; each yields 0, so that a failing call ends with `return
 // os_fail(...)`.
 int os_file_fail(const char *reason);
@@ -40,6 +43,8 @@ void os_path_turn(std::string *gb18030, char from, char to);
 // The conversion itself, which a failure that is asked for does not meet: paths of the host are converted on some only.
 int os_code_run(const char *from, const char *to, char *out, size_t out_size, const char *in, size_t in_len);
 bool os_path_convert(const char *from, const char *to, std::string *text);
+// Takes a text of the system into the character set of the host's names, if that is another one.
+bool os_path_decode(std::string *text);
 int os_path_copy_out(const std::string &text, char *out, size_t out_size);
 
 // False for a text with a separator in it.
@@ -59,6 +64,11 @@ template <class Result, class Body> Result os_guarded(Result on_failure, Body bo
         return on_failure;
     }
 }
+
+// The host's side of a command whose output is read.
+os_pipe *os_pipe_open(const char *command);
+int os_pipe_close(os_pipe *pipe);
+std::FILE *os_pipe_stream(os_pipe *pipe);
 
 // Lets no child process inherit an open stream.
 void os_stream_keep(std::FILE *stream);

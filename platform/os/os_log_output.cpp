@@ -54,30 +54,35 @@ static int journal_priority(int level)
     return PRIORITIES[std::clamp<int>(level, LOG_TRACE, LOG_FATAL) - LOG_TRACE];
 }
 
+// False for a name that means a device whatever is there. The file's library makes missing folders, which it cannot do
+// behind the prefix of long paths.
 #if defined(_WIN32)
-static spdlog::filename_t file_name(const std::string &host)
+static bool file_name(const std::string &host, spdlog::filename_t *name)
 {
-    std::wstring wide;
-    return os_wide(host, &wide) ? wide : std::wstring();
+    std::wstring path;
+    return os_win32_path(host, &path) && os_wide(host, name);
 }
 #else
-static const std::string &file_name(const std::string &host)
+static bool file_name(const std::string &host, spdlog::filename_t *name)
 {
-    return host;
+    *name = host;
+    return true;
 }
 #endif
 
 static spdlog::sink_ptr file_sink(const os_log_settings &settings)
 {
     std::string host;
+    spdlog::filename_t name;
     os_file_info info;
-    if (!os_path_resolve(settings.file, &host) || (os_file_stat(settings.file, 0, &info) && !info.is_regular))
+    if (!os_path_resolve(settings.file, &host) || !file_name(host, &name) ||
+        (os_file_stat(settings.file, 0, &info) && !info.is_regular))
         return nullptr;
     uint64_t bytes = settings.file_bytes == 0 ? FILE_BYTES_DEFAULT : std::max(settings.file_bytes, FILE_BYTES_MIN);
     int count = settings.file_count <= 0 ? FILE_COUNT_DEFAULT : std::min(settings.file_count, FILE_COUNT_MAX);
     spdlog::file_event_handlers handlers;
     handlers.after_open = [](const spdlog::filename_t &, std::FILE *stream) { os_stream_keep(stream); };
-    return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(file_name(host), static_cast<size_t>(bytes),
+    return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(name, static_cast<size_t>(bytes),
                                                                   static_cast<size_t>(count), false, handlers);
 }
 

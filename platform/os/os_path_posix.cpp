@@ -12,15 +12,18 @@ int os_fs_charset_set(const char *charset)
     return 1;
 }
 
+bool os_path_decode(std::string *text)
+{
+    return !s_names_are_utf8 || os_path_convert("GB18030", "UTF-8", text);
+}
+
 static int path_to_host(const char *path, char *host, size_t host_size)
 {
     std::string text;
     if (host == nullptr || !os_path_take_in(path, &text))
         return 0;
     os_path_turn(&text, '\\', '/');
-    if (s_names_are_utf8 && !os_path_convert("GB18030", "UTF-8", &text))
-        return 0;
-    return os_path_copy_out(text, host, host_size);
+    return os_path_decode(&text) && os_path_copy_out(text, host, host_size);
 }
 
 int os_path_to_host(const char *path, char *host, size_t host_size)

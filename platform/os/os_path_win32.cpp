@@ -1,6 +1,7 @@
 #include "platform/os/os_internal.h"
 #include "platform/os/os_win32.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 
@@ -13,10 +14,15 @@ int os_fs_charset_set(const char *charset)
     return 0;
 }
 
+bool os_path_decode(std::string *text)
+{
+    return os_path_convert("GB18030", "UTF-8", text);
+}
+
 static int path_to_host(const char *path, char *host, size_t host_size)
 {
     std::string text;
-    if (host == nullptr || !os_path_take_in(path, &text) || !os_path_convert("GB18030", "UTF-8", &text))
+    if (host == nullptr || !os_path_take_in(path, &text) || !os_path_decode(&text))
         return 0;
     return os_path_copy_out(text, host, host_size);
 }
@@ -84,19 +90,55 @@ static bool full_path(const std::wstring &path, std::wstring *full)
     return is_whole;
 }
 
+static bool is_numbered(std::wstring_view name, std::wstring_view device)
+{
+    return name.size() == 4 && name.starts_with(device) &&
+           std::wstring_view(L"123456789\x00B9\x00B2\x00B3").find(name[3]) != std::wstring_view::npos;
+}
+
+// "nul", "NUL.rec" and "COM1 .rec" are the device in any folder. The prefix of long paths would make files of such names,
+// which other programs can neither open nor remove.
+static bool is_device_name(std::wstring_view part)
+{
+    std::wstring name(part.substr(0, part.find(L'.')));
+    while (name.ends_with(L' '))
+        name.pop_back();
+    auto upper = [](wchar_t c) { return c >= L'a' && c <= L'z' ? static_cast<wchar_t>(c - L'a' + L'A') : c; };
+    std::ranges::transform(name, name.begin(), upper);
+    static constexpr std::wstring_view DEVICES[] = {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
+    return std::ranges::find(DEVICES, name) != std::end(DEVICES) || is_numbered(name, L"COM") || is_numbered(name, L"LPT");
+}
+
+static bool has_device_name(std::wstring_view path)
+{
+    for (size_t begin = 0, end; begin <= path.size(); begin = end + 1) {
+        end = std::min(path.find(L'\\', begin), path.size());
+        if (is_device_name(path.substr(begin, end - begin)))
+            return true;
+    }
+    return false;
+}
+
+// The full path, for a name of a file or folder; false for "\\.\COM1", "\??\...", "\\?\GLOBALROOT\...", for the
+// names of devices and for a stream inside a file.
+static bool full_file_path(std::wstring wide, std::wstring *full)
+{
+    bool is_long = wide.starts_with(L"\\\\?\\");
+    if (is_long)
+        wide.erase(0, 4);
+    if ((is_long && !is_drive(wide)) || wide.starts_with(L"\\??\\") || has_device_name(wide) || !full_path(wide, full))
+        return false;
+    return !full->starts_with(L"\\\\.\\") && !full->starts_with(L"\\\\?\\") &&
+           full->find(L':', 2) == std::wstring::npos && !has_device_name(*full);
+}
+
 bool os_win32_path(const std::string &host, std::wstring *path)
 {
     std::wstring wide, full;
     if (!os_wide(host, &wide))
         return os_file_fail("the name is too long or has no form on this host");
-    bool is_long = wide.starts_with(L"\\\\?\\");
-    if (is_long)
-        wide.erase(0, 4);
-    // "\\.\COM1" and "\??\..." are devices, and so is what "NUL" becomes.
-    if ((is_long && !is_drive(wide)) || wide.starts_with(L"\\\\.\\") || wide.starts_with(L"\\??\\") ||
-        !full_path(wide, &full) || full.starts_with(L"\\\\.\\"))
-        return os_file_fail("not a regular file");
-    if (full.find(L':', 2) != std::wstring::npos)
+    std::ranges::replace(wide, L'/', L'\\');
+    if (!full_file_path(wide, &full))
         return os_file_fail("not a regular file");
     *path = full.starts_with(L"\\\\") ? L"\\\\?\\UNC" + full.substr(1) : L"\\\\?\\" + full;
     return true;

@@ -92,6 +92,34 @@ TEST_F(OsCalendar, LocalTimeAndBackIsTheSameInstant)
     });
 }
 
+// The American rule is the one that every host takes out of TZ.
+static constexpr char NEW_YORK[] = "EST5EDT,M3.2.0,M11.1.0";
+
+TEST_F(OsCalendar, SummerTimeIsDecidedByTheZoneWhenNotGiven)
+{
+    zone_set(NEW_YORK);
+    struct tm summer = parts_of(2024, 7, 1, 12, 0, 0), winter = parts_of(2024, 1, 1, 12, 0, 0);
+    EXPECT_EQ(os_mktime(&summer), 1719849600);
+    EXPECT_EQ(summer.tm_isdst, 1);
+    EXPECT_EQ(os_mktime(&winter), 1704128400);
+    EXPECT_EQ(winter.tm_isdst, 0);
+    // Both readings of the hour that comes twice.
+    struct tm first = parts_of(2024, 11, 3, 1, 30, 0, 1), second = parts_of(2024, 11, 3, 1, 30, 0, 0);
+    EXPECT_EQ(os_mktime(&first), 1730611800);
+    EXPECT_EQ(os_mktime(&second), 1730615400);
+}
+
+TEST_F(OsCalendar, LocalTimeAndBackIsTheSameInstantWithSummerTimeToo)
+{
+    zone_set(NEW_YORK);
+    rc::check("os_mktime of os_localtime", [] {
+        const int64_t seconds = *rc::gen::inRange<int64_t>(86400, 32535000000);
+        struct tm parts = {};
+        RC_ASSERT(os_localtime(seconds, &parts) == 1);
+        RC_ASSERT(os_mktime(&parts) == seconds);
+    });
+}
+
 TEST_F(OsCalendar, NeverChangesTheZone)
 {
     struct tm parts = parts_of(2024, 1, 1, 8, 0, 0);

@@ -1,4 +1,4 @@
-// What only hosts with pipes, links and descriptors can show.
+// POSIX only: pipes and devices with names of files, links that anybody may make, limits of the process, modes.
 #include "tests/os/file_fixture.h"
 
 #include <csignal>
@@ -41,26 +41,6 @@ TEST_F(OsFile, HandleIsNotInherited)
     int fd = descriptor_of(std::filesystem::canonical(file("a")));
     ASSERT_GE(fd, 0);
     EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
-}
-
-TEST_F(OsFile, NoDescriptorsAreLeftBehind)
-{
-    auto count = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
-    folder_.write("a", "x");
-    ASSERT_EQ(mkfifo(file("fifo").c_str(), 0600), 0);
-    auto before = count();
-    os_file_info info;
-    uint64_t bytes = 0;
-    open(file("a"), OS_FILE_READ);
-    open(file("fifo"), OS_FILE_READ);
-    open(file("none"), OS_FILE_READ);
-    os_file_stat(file("a").c_str(), 0, &info);
-    os_file_replace(file("b").c_str(), 0, "x", 1);
-    os_file_replace(file("fifo").c_str(), 0, "x", 1);
-    os_disk_space(file("a").c_str(), &bytes, &bytes);
-    os_directory_list(
-        folder_.path().c_str(), [](void *, const char *) { return 1; }, nullptr);
-    EXPECT_EQ(count(), before);
 }
 
 TEST_F(OsFile, RunningOutOfDescriptorsIsAnOrdinaryFailure)
@@ -117,21 +97,16 @@ TEST_F(OsFile, ReplaceKeepsThePermissions)
     EXPECT_EQ(info.st_mode & 0777, 0640u);
 }
 
-TEST_F(OsFile, ReplaceRefusesLinksAndWhatIsNoFile)
+TEST_F(OsFile, ReplaceRefusesLinksAndDevices)
 {
     folder_.write("target", "kept");
     std::filesystem::create_symlink("target", file("link"));
     std::filesystem::create_symlink("nowhere", file("dangling"));
-    std::filesystem::create_directory(file("folder"));
-    ASSERT_EQ(mkfifo(file("fifo").c_str(), 0600), 0);
     size_t before = entries();
-    for (const char *name : {"link", "dangling", "folder", "fifo", ".", "..", "folder/", "folder/.."}) {
-        EXPECT_EQ(os_file_replace(file(name).c_str(), 0, "x", 1), 0) << name;
-        EXPECT_STREQ(os_file_error(), "not a regular file") << name;
+    for (const std::string &path : {file("link"), file("dangling"), std::string("/dev/null")}) {
+        EXPECT_EQ(os_file_replace(path.c_str(), 0, "x", 1), 0) << path;
+        EXPECT_STREQ(os_file_error(), "not a regular file") << path;
     }
-    EXPECT_EQ(os_file_replace("/dev/null", 0, "x", 1), 0);
-    EXPECT_EQ(os_file_replace(file("none/a").c_str(), 0, "x", 1), 0);
-    EXPECT_EQ(os_file_replace(file("b").c_str(), 0, nullptr, 1), 0);
     EXPECT_EQ(text("target"), "kept");
     EXPECT_EQ(entries(), before);
     EXPECT_FALSE(std::filesystem::exists(file("nowhere")));

@@ -1,4 +1,5 @@
 #include "tests/os/file_fixture.h"
+#include "tests/support/host.h"
 
 #include <gmock/gmock.h>
 
@@ -166,4 +167,42 @@ TEST_F(OsFile, ReplaceWithAPlainNameUsesTheWorkingFolder)
     temp_folder entered(temp_folder::working_directory::enter);
     EXPECT_EQ(os_file_replace("plain.xml", 0, "x", 1), 1);
     EXPECT_TRUE(std::filesystem::exists(entered.path() / "plain.xml"));
+}
+
+TEST_F(OsFile, NoHandlesAreLeftBehind)
+{
+    folder_.write("a", "x");
+    const std::string special = host_special_file(folder_), folder = folder_.path().string();
+    // What the host opens for good on first use is not counted.
+    open(file("a"), OS_FILE_READ);
+    size_t before = host_handle_count();
+    os_file_ptr kept = open(file("a"), OS_FILE_READ);
+    EXPECT_EQ(host_handle_count(), before + 1);
+    kept.reset();
+    os_file_info info;
+    uint64_t bytes = 0;
+    open(file("a"), OS_FILE_READ);
+    open(special, OS_FILE_READ);
+    open(file("none"), OS_FILE_READ);
+    os_file_stat(file("a").c_str(), 0, &info);
+    os_file_replace(file("b").c_str(), 0, "x", 1);
+    os_file_replace(special.c_str(), 0, "x", 1);
+    os_disk_space(file("a").c_str(), &bytes, &bytes);
+    os_directory_list(
+        folder.c_str(), [](void *, const char *) { return 1; }, nullptr);
+    EXPECT_EQ(host_handle_count(), before);
+}
+
+TEST_F(OsFile, ReplaceRefusesWhatIsNoFile)
+{
+    std::filesystem::create_directory(file("folder"));
+    const std::string special = host_special_file(folder_);
+    size_t before = entries();
+    for (const std::string &path : {file("folder"), special, file("."), file(".."), file("folder/"), file("folder/..")}) {
+        EXPECT_EQ(os_file_replace(path.c_str(), 0, "x", 1), 0) << path;
+        EXPECT_STREQ(os_file_error(), "not a regular file") << path;
+    }
+    EXPECT_EQ(os_file_replace(file("none/a").c_str(), 0, "x", 1), 0);
+    EXPECT_EQ(os_file_replace(file("b").c_str(), 0, nullptr, 1), 0);
+    EXPECT_EQ(entries(), before);
 }

@@ -1,4 +1,4 @@
-// What only Windows can show: long paths, names of Chinese characters, drives, devices and streams inside files.
+// Windows only: long paths, names of Chinese characters, drives, devices and streams inside files.
 #include "tests/os/file_fixture.h"
 
 #include <gmock/gmock.h>
@@ -112,4 +112,34 @@ TEST_F(OsFile, FreeSpaceOfADriveAndOfWhatIsOnIt)
     EXPECT_EQ(drive_total, total.QuadPart);
     EXPECT_EQ(os_disk_space("Q:\\", &drive, &drive_total), 0);
     EXPECT_EQ(os_disk_space("C:\\no such folder", &drive, &drive_total), 0);
+}
+
+TEST_F(OsFile, FreeSpaceOfFoldersWithLongAndChineseNames)
+{
+    uint64_t total = 0, found = 0;
+    ASSERT_EQ(os_disk_space(folder_.path().string().c_str(), nullptr, &total), 1);
+    std::string path = folder_.path().string() + "\\\xCD\xA8\xB5\xC0";
+    ASSERT_EQ(os_directory_create(path.c_str()), 1);
+    EXPECT_EQ(os_disk_space(path.c_str(), nullptr, &found), 1) << os_file_error();
+    EXPECT_EQ(found, total);
+    while (path.size() < 400) {
+        path += "\\" + std::string(60, 'a');
+        ASSERT_EQ(os_directory_create(path.c_str()), 1);
+    }
+    EXPECT_EQ(os_disk_space(path.c_str(), nullptr, &found), 1) << os_file_error();
+    EXPECT_EQ(found, total);
+    EXPECT_EQ(os_disk_space((path + "\\none").c_str(), &found, nullptr), 0);
+    EXPECT_EQ(found, total) << "as it was";
+}
+
+TEST_F(OsFile, FreeSpaceOfWhatIsNoFolderIsRefused)
+{
+    uint64_t available = 7, total = 8;
+    for (const char *path : {"\\\\no-such-host.invalid\\share", "\\\\no-such-host.invalid\\share\\folder", "Q:\\", "Q:\\rec",
+                             "C:\\no\\such\\folder", "NUL", "\\\\.\\C:", "C:\\windows:stream", "", "a\xCD"})
+        EXPECT_EQ(os_disk_space(path, &available, &total), 0) << path;
+    EXPECT_EQ(available, 7u);
+    EXPECT_EQ(total, 8u);
+    folder_.write("file", "x");
+    EXPECT_EQ(os_disk_space(file("file").c_str(), &available, &total), 1) << "that of its folder";
 }

@@ -1,4 +1,4 @@
-// What only hosts with pipes, links and names of any bytes can show.
+// POSIX only: pipes among files, links that anybody may make, names of any bytes.
 #include "tests/os/folder_fixture.h"
 
 #include <gmock/gmock.h>

@@ -41,6 +41,21 @@ TEST(OsHost, FailedGuidLeavesItsResult)
     EXPECT_EQ(os_guid_create(nullptr), 0);
 }
 
+TEST(OsHost, ModuleFilenameIsNeverCut)
+{
+    char whole[4096];
+    size_t length = os_module_filename(whole, sizeof whole);
+    std::string name(length + 1, '#');
+    EXPECT_EQ(os_module_filename(name.data(), length), 0u);
+    EXPECT_EQ(name, std::string(length + 1, '#'));
+    EXPECT_EQ(os_module_filename(name.data(), length + 1), length);
+    EXPECT_EQ(os_module_filename(name.data(), 0), 0u);
+    EXPECT_EQ(os_module_filename(nullptr, 10), 0u);
+    os_fault_arm(1);
+    EXPECT_EQ(os_module_filename(name.data(), length + 1), 0u);
+    os_fault_disarm();
+}
+
 TEST(OsHost, ProgramsKeepTheNumberOfTheirArguments)
 {
     std::string name = "program", argument = "argument";

@@ -1,5 +1,6 @@
 #include "tests/os/log_fixture.h"
 #include "tests/support/environment.h"
+#include "tests/support/host.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/manual_clock.h"
 
@@ -9,6 +10,7 @@
 #include <thread>
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::MatchesRegex;
 
 TEST_F(OsLog, LineHasDateLevelPlaceAndText)
@@ -297,4 +299,31 @@ TEST(OsLogDeathTest, ExitReportsWhatWasLeftOut)
             os_exit(0);
         },
         testing::ExitedWithCode(0), "\\.\\.\\. .+ lines like this left out");
+}
+
+TEST_F(OsLog, FileThatCannotBeOpenedLeavesTheOutputs)
+{
+    open(LOG_REFUSE);
+    folder_.write("file", "");
+    for (const std::string &path : {host_special_file(folder_), folder_.path().string(), folder_.file("file/log.txt")}) {
+        const os_log_settings wrong = {LOG_TRACE, 0, path.c_str(), 0, 0, 0, 0};
+        EXPECT_EQ(os_log_open(&wrong), 0) << path;
+    }
+    EXPECT_EQ(os_log_open(nullptr), 0);
+    EXPECT_EQ(os_log_enabled(LOG_TRACE), 0);
+    log_debug_ex(LOG_REFUSE, "u", 1, "still here");
+    EXPECT_THAT(lines(), ElementsAre("[2] u:1 still here"));
+}
+
+TEST_F(OsLog, WithoutAJournalTheTerminalIsUsed)
+{
+    for (const char *stream : {"", "1:2", "nonsense"}) {
+        testing::internal::CaptureStderr();
+        environment_set("JOURNAL_STREAM", stream);
+        const os_log_settings settings = {LOG_TRACE, 1, nullptr, 0, 0, 1, 0};
+        EXPECT_EQ(os_log_open(&settings), 1);
+        log_debug_ex(LOG_REFUSE, "u", 1, "x");
+        environment_set("JOURNAL_STREAM", nullptr);
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(" [2] u:1 x\n")) << stream;
+    }
 }

@@ -1,4 +1,4 @@
-// Names of bytes, folders separated by slashes.
+// POSIX only: names of bytes, folders separated by slashes.
 #include "tests/os/path_fixture.h"
 
 #include <rapidcheck.h>

@@ -1,4 +1,4 @@
-// Links, pipes, and kernels of several ages.
+// POSIX only: links that anybody may make, pipes, and kernels of several ages.
 #include "tests/os/roots_fixture.h"
 
 #include <atomic>

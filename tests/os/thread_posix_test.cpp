@@ -1,4 +1,4 @@
-// Looks at threads as the host sees them.
+// POSIX only: threads as the host sees them, and signals that cut a sleep short.
 #include "platform/os/os.h"
 
 #include <csignal>

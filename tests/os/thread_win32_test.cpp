@@ -1,7 +1,8 @@
-// Looks at threads as the host sees them.
+// Windows only: threads as the host sees them.
 #include "platform/os/os.h"
 
 #include <gtest/gtest.h>
+#include <string>
 #include <windows.h>
 
 static int stack_size_of_this_thread(void *arg)
@@ -45,4 +46,28 @@ TEST(OsThread, NoThreadJoinsItself)
     s_thread = thread;
     EXPECT_EQ(os_thread_join(&thread, nullptr), 1);
     EXPECT_EQ(s_joined, 0);
+}
+
+static int name_and_read(void *arg)
+{
+    os_thread_name("a name longer than fifteen characters");
+    // Not in every edition of the headers.
+    using read_func = HRESULT(WINAPI *)(HANDLE thread, wchar_t **description);
+    auto read = reinterpret_cast<read_func>(reinterpret_cast<void *>(
+        GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetThreadDescription")));
+    wchar_t *name = nullptr;
+    if (read != nullptr && SUCCEEDED(read(GetCurrentThread(), &name)))
+        *static_cast<std::wstring *>(arg) = name;
+    LocalFree(name);
+    return 0;
+}
+
+TEST(OsThread, NameKeepsFifteenCharacters)
+{
+    LThread thread = {};
+    std::wstring name;
+    ASSERT_EQ(os_thread_create(&thread, 0, name_and_read, &name), 1);
+    os_thread_join(&thread, nullptr);
+    EXPECT_EQ(name, L"a name longer t");
+    os_thread_name(nullptr);
 }
