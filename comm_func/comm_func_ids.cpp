@@ -59,7 +59,8 @@ int get_system_type(char *system_type)
     if (system_type == nullptr)
         return LOGGED(0, LOG_REFUSE, "system_type == NULL");
     os_system_version version = {};
-    os_system_version_get(&version);
+    if (!os_system_version_get(&version))
+        return 0;
     std::strcpy(system_type, system_type_name(version));
     return 1;
 }

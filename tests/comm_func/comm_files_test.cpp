@@ -61,6 +61,16 @@ TEST(CloudDevid, IsSplitOffAtTheFirstDoubleDash)
 
 // ---- MP4 ------------------------------------------------------------------------------------------------------------
 
+TEST(IsMp4File, DoesNotWaitForPipesNorReadDevices)
+{
+    temp_folder folder;
+    const std::string special = host_special_file(folder);
+    log_capture logs;
+    EXPECT_EQ(is_mp4_file(special.c_str()), 0);
+    EXPECT_EQ(is_mp4_file("/dev/zero"), 0);
+    EXPECT_EQ(said(logs), (said_lines{{4, "fp == NULL, filename:" + special}, {4, "fp == NULL, filename:/dev/zero"}}));
+}
+
 TEST(IsMp4File, LooksAtTheFirstSixtyFourWords)
 {
     struct row {

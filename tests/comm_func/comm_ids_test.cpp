@@ -117,6 +117,55 @@ TEST(GetSystemType, CopiesTheNameForThisHost)
     EXPECT_STREQ(name, system_type_name(version));
 }
 
+// A host with a version of the test's own.
+class GetSystemTypeOf : public testing::Test {
+protected:
+    ~GetSystemTypeOf() override { os_system_version_install(nullptr); }
+
+    static int result_with(int (*source)(os_system_version *))
+    {
+        os_system_version_install(source);
+        return get_system_type(s_name);
+    }
+    static inline char s_name[64];
+};
+
+TEST_F(GetSystemTypeOf, TheVersionThatTheHostTells)
+{
+    EXPECT_EQ(result_with([](os_system_version *version) {
+                  *version = {5, 2, 2, 1, 1, 0};
+                  return 1;
+              }),
+              1);
+    EXPECT_STREQ(s_name, "Microsoft Windows XP Professional x64 Edition");
+    EXPECT_EQ(result_with([](os_system_version *version) {
+                  *version = {6, 3, 2, 1, 1, 0};
+                  return 1;
+              }),
+              1);
+    EXPECT_STREQ(s_name, "未知操作系统");
+}
+
+TEST_F(GetSystemTypeOf, AHostWithoutAVersionIsUnknown)
+{
+    EXPECT_EQ(result_with([](os_system_version *) { return OS_NO_SYSTEM_VERSION; }), 1);
+    EXPECT_STREQ(s_name, "未知操作系统");
+}
+
+TEST_F(GetSystemTypeOf, AHostThatDoesNotTellGivesNoNameAndNoMessage)
+{
+    log_capture logs;
+    std::strcpy(s_name, "before");
+    EXPECT_EQ(result_with([](os_system_version *) { return 0; }), 0);
+    EXPECT_STREQ(s_name, "before");
+    os_system_version_install(nullptr);
+    os_fault_arm(1);
+    EXPECT_EQ(get_system_type(s_name), 0);
+    os_fault_disarm();
+    EXPECT_STREQ(s_name, "before");
+    EXPECT_EQ(said(logs), said_lines{});
+}
+
 TEST(GetSystemType, RefusesAMissingBuffer)
 {
     log_capture logs;

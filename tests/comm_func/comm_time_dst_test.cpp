@@ -4,6 +4,7 @@
 #include "tests/comm_func/comm_time_print.h"
 
 #include <gtest/gtest.h>
+#include <rapidcheck.h>
 
 static const CommTime s_winter = {2024, 1, 1, 12, 0, 0}, s_summer = {2024, 7, 1, 12, 0, 0};
 static constexpr int32_t WINTER_NOON = 1704128400, SUMMER_NOON = 1719849600;
@@ -42,4 +43,19 @@ TEST(SummerTime, AbssecondsTakeTheOffsetOfStandardTime)
     // The breakdown of UTC is read back as standard time, so in summer the offset stays five hours.
     EXPECT_EQ(commtime_to_absseconds(&s_winter), WINTER_NOON - 5 * 3600);
     EXPECT_EQ(commtime_to_absseconds(&s_summer), SUMMER_NOON - 5 * 3600);
+}
+
+TEST(SummerTime, RecordsSurviveSecondsAndBack)
+{
+    EXPECT_TRUE(rc::check([] {
+        // From the second day on: the first hours of 1970 are before 1970 here.
+        int seconds = *rc::gen::inRange(86400, INT32_MAX);
+        CommTime time = {}, again = {};
+        RC_ASSERT(time_t_to_commtime(seconds, &time) == 1);
+        int32_t back = commtime_to_time_t(&time);
+        // In the hour that comes twice either instant is right.
+        RC_ASSERT(back == seconds || back == seconds - 3600 || back == seconds + 3600);
+        RC_ASSERT(time_t_to_commtime(back, &again) == 1);
+        RC_ASSERT(again == time);
+    }));
 }
