@@ -1,4 +1,4 @@
-// More peers than the host has descriptors for. Where sockets are no descriptors nothing like it can be brought about.
+// POSIX only: the limit of descriptors, which brings about in earnest what ms_limits_test.cpp injects on every host.
 #include "platform/os/os.h"
 #include "tests/ms/ms_fixture.h"
 #include "tests/support/log_capture.h"

@@ -48,6 +48,29 @@ TEST_F(MsLimitsTest, OneAddressCannotTakeAllConnections)
     EXPECT_NE(link_of(fourth), nullptr);
 }
 
+TEST_F(MsLimitsTest, WhenTheHostHasNoRoomNewConnectionsAreTurnedAwayAndTheRestGoesOn)
+{
+    log_capture log;
+    start();
+    raw_peer served(port);
+    MsLink *served_link = link_of(served);
+    auto refused = statistics().refused_total;
+    for (uint64_t i = 1; i <= 2; i++) {
+        raw_peer peer;
+        // Nothing else is going on that could take the failure.
+        os_fault_arm(1);
+        peer.connect(port);
+        EXPECT_TRUE(peer.sees_end());
+        os_fault_disarm();
+        EXPECT_EQ(statistics().refused_total, refused + i);
+    }
+    EXPECT_EQ(link_of(served), served_link);
+    EXPECT_EQ(log.count("no descriptors left, new connections are turned away", 4), 1u);
+    raw_peer again(port);
+    EXPECT_NE(link_of(again), served_link);
+    EXPECT_EQ(log.count("no descriptors left, new connections are turned away", 4), 1u);
+}
+
 struct loss_row {
     const char *name;
     byte_vector bytes;
