@@ -8,7 +8,8 @@
 
 // Set by start-up before requests can arrive.
 static bool s_access_is_limited;
-static std::string s_access_state_dir = "var\\state";
+static constexpr char STATE_DIR_DEFAULT[] = "var\\state";
+static std::string s_access_state_dir = STATE_DIR_DEFAULT;
 
 static constexpr std::string_view STATE_DOCUMENT_START = "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n<vod>";
 
@@ -40,6 +41,13 @@ int access_settings_read(json_object *config)
                       os_file_error());
     s_access_is_limited = true;
     return 1;
+}
+
+void access_settings_forget()
+{
+    s_access_is_limited = false;
+    s_access_state_dir = STATE_DIR_DEFAULT;
+    os_access_roots_set(nullptr, 0);
 }
 
 // One component, so that it cannot lead out of the folder, and no hidden one.
