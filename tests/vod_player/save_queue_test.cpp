@@ -58,33 +58,6 @@ TEST_F(SaveQueue, LevelRisesWithTheBytesThatWait)
         EXPECT_EQ(calc_ability_level(r.bytes), r.level) << r.bytes;
 }
 
-// ---- Start ----------------------------------------------------------------------------------------------------------
-
-TEST_F(SaveQueue, StartReportsWhatIsMissingAndCanBeRepeated)
-{
-    struct row {
-        uint32_t failing_call;
-        said_lines lines;
-    };
-    // A failing start leaves what it made to the next one. A list is made with two fallible calls.
-    for (const row &r : {row{1, {{3, "s_ls_save_buf == NULL"}}}, row{3, {{4, "!os_mutex_init(&s_save_mutex, 0)"}}},
-                         row{2, {{4, "!os_cond_init(&s_save_filled)"}}},
-                         row{2, {{4, "!os_thread_create(&thr, 0, save_thr_func, NULL)"}}}}) {
-        log_capture logs;
-        os_fault_arm(r.failing_call);
-        int started = vod_player_init();
-        os_fault_disarm();
-        if (started)
-            GTEST_SKIP() << "another test of this process has started the queue";
-        EXPECT_EQ(started, 0);
-        EXPECT_EQ(said(logs), r.lines);
-    }
-    log_capture logs;
-    EXPECT_EQ(vod_player_init(), 1);
-    EXPECT_EQ(vod_player_init(), 1) << "and changes nothing";
-    EXPECT_EQ(said(logs), said_lines{});
-}
-
 // ---- Carrying out ---------------------------------------------------------------------------------------------------
 
 TEST_F(SaveQueue, WritesGoToTheEndOfTheFileAndACloseEndsThem)

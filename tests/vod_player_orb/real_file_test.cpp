@@ -210,7 +210,7 @@ TEST_F(OrbRealFileTest, WhatIsNoRecordingIsRefused)
 TEST_F(OrbRealFileTest, NameOutsideAsciiIsFoundByItsGb18030Bytes)
 {
     made_recording made = make();
-    std::filesystem::rename(made.path, folder.file(host_name("\xC2\xBC_20260101080000_x.rec")));
+    std::filesystem::rename(made.path, host_path(folder.file(host_name("\xC2\xBC_20260101080000_x.rec"))));
     EXPECT_EQ(open(folder.file("\xE5\xBD\x95_20260101080000_x.rec")), 1);
     EXPECT_TRUE(receiver.wait_for_type(VIDEO_DATA_TYPE_FILEHEAD));
 }
