@@ -12,6 +12,7 @@ static constexpr int64_t IDLE_MS_MAX = 9999;
 static constexpr size_t IDLE_CONNECTIONS_MAX = 3;
 static constexpr size_t URI_SIZE = 1024;
 
+// Written under s_silo_pool_once until the pool is made, then only read.
 static char s_silo_pool_uri[URI_SIZE];
 static const char *s_silo_pool_db_name = "db";
 
@@ -37,12 +38,6 @@ struct printable_uri {
     explicit printable_uri(const char *uri) { silo_uri_printable(uri, text, sizeof text); }
     char text[URI_SIZE + 64] = "";
 };
-
-void silo_pool_set_db_uri(const char *uri)
-{
-    if (uri != nullptr)
-        text_copy(s_silo_pool_uri, uri);
-}
 
 // ---- Life of the pool -----------------------------------------------------------------------------------------------
 
@@ -85,6 +80,14 @@ static void silo_pool_init()
         return;
     }
     LOG(LOG_REFUSE, "silo connection pool init successful, uri: %s, db: %s", uri.text, s_silo_pool_db_name);
+}
+
+void silo_pool_set_db_uri(const char *uri)
+{
+    std::lock_guard once(s_silo_pool_once);
+    // All connections of a pool lead to one store.
+    if (uri != nullptr && !s_silo_pool_is_made)
+        text_copy(s_silo_pool_uri, uri);
 }
 
 // False when the pool could not be made, which is tried once only.
