@@ -21,9 +21,7 @@ struct child_state {
     bool runs = false;
 };
 
-child_process::child_process() : state_(std::make_unique<child_state>())
-{
-}
+child_process::child_process() : state_(std::make_unique<child_state>()) {}
 
 child_process::~child_process()
 {

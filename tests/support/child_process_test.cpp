@@ -17,8 +17,9 @@ static std::vector<std::string> words(std::vector<std::string> more)
 
 TEST(ChildProcessTest, WordsArriveAsTheyWereGiven)
 {
-    std::vector<std::string> given{"plain", "two words",      "",          R"(C:\folder\)", R"(a\"b)", R"("quoted")",
-                                   R"(\\)", R"(end space\\ )", "$HOME *?'`", "%PATH%",        "\xE4\xB8\xAD\xE6\x96\x87"};
+    std::vector<std::string> given{
+        "plain",           "two words",  "",       R"(C:\folder\)",           R"(a\"b)", R"("quoted")", R"(\\)",
+        R"(end space\\ )", "$HOME *?'`", "%PATH%", "\xE4\xB8\xAD\xE6\x96\x87"};
     std::vector<std::string> all{"words"};
     std::string expected;
     for (const std::string &word : given) {
@@ -114,6 +115,26 @@ TEST(ChildProcessTest, AProgramThatServesEndsInOrderWhenAsked)
 TEST(ChildProcessTest, AProgramThatWorksEndsInOrderWhenAsked)
 {
     end_politely("work", "works", 5);
+}
+
+TEST(ChildProcessTest, ARequestToEndIsKeptUntilSomebodyWaitsForIt)
+{
+    end_politely("start", "starts", 7);
+}
+
+TEST(ChildProcessTest, ASecondRequestEndsAtOnce)
+{
+    child_options options;
+    options.out_is_pipe = true;
+    child_process process;
+    ASSERT_TRUE(process.start(words({"linger"}), options));
+    ASSERT_EQ(process.read(7), "lingers");
+    ASSERT_TRUE(process.ask_to_end());
+    EXPECT_EQ(process.read(6), "\nasked");
+    EXPECT_EQ(process.wait(50), CHILD_RUNS);
+    EXPECT_TRUE(process.ask_to_end());
+    int status = process.wait(20'000); // by force, or whatever the host takes for it
+    EXPECT_TRUE(status != CHILD_RUNS && status != 6) << status;
 }
 
 TEST(ChildProcessTest, EndedAtOnceItSaysNothing)

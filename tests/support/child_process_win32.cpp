@@ -3,25 +3,50 @@
 #include "platform/os/os_win32.h"
 
 #include <algorithm>
+#include <cstring>
 #include <cwchar>
-#include <mutex>
 // After windows.h, on which they rest.
 #include <psapi.h>
-#include <tlhelp32.h>
+#include <winternl.h>
 
 // As a crash's status is: no program ends with such a number by itself.
 static constexpr DWORD FORCED_STATUS = 0xE0000000, FIRST_CRASH_STATUS = 0xC0000000;
 
 using shared_handle = std::unique_ptr<handle_owner>;
 
+// A console of the process's own, which nobody sees: Ctrl-C in it reaches the process and nobody else.
+class own_console {
+public:
+    explicit own_console(HANDLE out)
+    {
+        HANDLE keyboard = nullptr, typed = nullptr;
+        CreatePipe(&keyboard, &typed, nullptr, 0);
+        handle_owner read(keyboard);
+        typed_ = std::make_unique<handle_owner>(typed);
+        if (FAILED(CreatePseudoConsole({80, 25}, read.get(), out, 0, &console_)))
+            console_ = nullptr;
+    }
+    ~own_console()
+    {
+        if (console_ != nullptr)
+            ClosePseudoConsole(console_);
+    }
+    own_console(const own_console &) = delete;
+    own_console &operator=(const own_console &) = delete;
+    HPCON get() const { return console_; }
+
+private:
+    shared_handle typed_; // held open: a console whose keyboard has gone closes
+    HPCON console_ = nullptr;
+};
+
 struct child_state {
     shared_handle process, pipe;
+    std::unique_ptr<own_console> console;
     DWORD pid = 0;
 };
 
-child_process::child_process() : state_(std::make_unique<child_state>())
-{
-}
+child_process::child_process() : state_(std::make_unique<child_state>()) {}
 
 child_process::~child_process()
 {
@@ -100,17 +125,6 @@ static HANDLE job_of_all()
     return job;
 }
 
-// Requests to end go through a console that both have; a test that runs without one gets its own.
-static void console_ensure()
-{
-    static std::once_flag once;
-    std::call_once(once, [] {
-        DWORD one = 0;
-        if (GetConsoleProcessList(&one, 1) == 0)
-            AllocConsole();
-    });
-}
-
 static SECURITY_ATTRIBUTES inherited()
 {
     return {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
@@ -144,13 +158,13 @@ static shared_handle pipe_open(shared_handle *reader)
     return std::make_unique<handle_owner>(write);
 }
 
-// Names the handles that a process gets, and no others that the test happens to have.
+// Names the console and the handles that a process gets, and no others that the test happens to have.
 class start_information {
 public:
-    start_information(HANDLE in, HANDLE out, HANDLE err) : streams_{in, out, err}
+    start_information(HPCON console, HANDLE in, HANDLE out, HANDLE err) : streams_{in, out, err}
     {
         SIZE_T size = 0;
-        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        InitializeProcThreadAttributeList(nullptr, 2, 0, &size);
         memory_.resize(size);
         info_.StartupInfo.cb = sizeof info_;
         info_.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
@@ -158,9 +172,12 @@ public:
         info_.StartupInfo.hStdOutput = out;
         info_.StartupInfo.hStdError = err;
         info_.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(memory_.data());
-        InitializeProcThreadAttributeList(info_.lpAttributeList, 1, 0, &size);
+        InitializeProcThreadAttributeList(info_.lpAttributeList, 2, 0, &size);
         UpdateProcThreadAttribute(info_.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, streams_,
                                   sizeof streams_, nullptr, nullptr);
+        if (console != nullptr)
+            UpdateProcThreadAttribute(info_.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_PSEUDOCONSOLE, console,
+                                      sizeof console, nullptr, nullptr);
     }
     ~start_information() { DeleteProcThreadAttributeList(info_.lpAttributeList); }
     start_information(const start_information &) = delete;
@@ -177,17 +194,17 @@ bool child_process::start(const std::vector<std::string> &words, const child_opt
 {
     end_now();
     close_pipe();
-    console_ensure();
     shared_handle in = stream_open(options.in.empty() ? "NUL" : options.in, GENERIC_READ, OPEN_EXISTING);
     shared_handle out = options.out_is_pipe ? pipe_open(&state_->pipe) : output_open(options.out, STD_OUTPUT_HANDLE);
     shared_handle err = output_open(options.err, STD_ERROR_HANDLE);
-    start_information streams(in->get(), out->get(), err->get());
+    shared_handle nobody = stream_open("NUL", GENERIC_WRITE, OPEN_EXISTING);
+    state_->console = std::make_unique<own_console>(nobody->get());
+    start_information streams(state_->console->get(), in->get(), out->get(), err->get());
     std::wstring line = command_line(words), environment = environment_with(options.environment);
     std::wstring folder = wide(options.folder);
     PROCESS_INFORMATION made = {};
-    // A group of its own, so that a request to end reaches nobody else; not running before it is in the job.
-    DWORD flags =
-        CREATE_NEW_PROCESS_GROUP | CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT | EXTENDED_STARTUPINFO_PRESENT;
+    // Not running before it is in the job.
+    DWORD flags = CREATE_SUSPENDED | CREATE_UNICODE_ENVIRONMENT | EXTENDED_STARTUPINFO_PRESENT;
     if (!CreateProcessW(wide(words.at(0)).c_str(), line.data(), nullptr, nullptr, TRUE, flags, environment.data(),
                         folder.empty() ? nullptr : folder.c_str(), streams.get(), &made))
         return false;
@@ -210,9 +227,12 @@ int child_process::wait(uint32_t ms)
     return status >= FIRST_CRASH_STATUS ? int{CHILD_ENDED_BY_FORCE} : static_cast<int>(status);
 }
 
+// A program of its own presses the keys, because who does must leave the console that it has.
 bool child_process::ask_to_end()
 {
-    return is_running() && GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, state_->pid);
+    child_process presser;
+    return is_running() && presser.start({program_beside("child_interrupt"), std::to_string(state_->pid)}) &&
+           presser.wait(60'000) == 0;
 }
 
 void child_process::end_now()
@@ -252,15 +272,34 @@ void child_process::close_pipe()
 
 // ---- What it costs --------------------------------------------------------------------------------------------------
 
-static int threads_of(DWORD pid)
+// The host's records of all processes, one after the other.
+static std::vector<char> records_of_all()
 {
-    handle_owner all(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
-    PROCESSENTRY32W entry = {};
-    entry.dwSize = sizeof entry;
-    for (BOOL found = Process32FirstW(all.get(), &entry); found; found = Process32NextW(all.get(), &entry))
-        if (entry.th32ProcessID == pid)
-            return static_cast<int>(entry.cntThreads);
-    return 0;
+    auto query = reinterpret_cast<decltype(&NtQuerySystemInformation)>(
+        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
+    std::vector<char> records(1 << 20);
+    ULONG size = 0;
+    if (query == nullptr ||
+        query(SystemProcessInformation, records.data(), static_cast<ULONG>(records.size()), &size) != 0)
+        size = 0;
+    records.resize(size);
+    return records;
+}
+
+// Handles are counted there on every version of the host.
+static void counts_of(DWORD pid, child_figures *figures)
+{
+    std::vector<char> records = records_of_all();
+    SYSTEM_PROCESS_INFORMATION record = {};
+    for (size_t at = 0; at + sizeof record <= records.size(); at += record.NextEntryOffset) {
+        std::memcpy(&record, records.data() + at, sizeof record);
+        if (reinterpret_cast<uintptr_t>(record.UniqueProcessId) == pid) {
+            figures->threads = static_cast<int>(record.NumberOfThreads);
+            figures->descriptors = static_cast<int>(record.HandleCount);
+        }
+        if (record.NextEntryOffset == 0)
+            break;
+    }
 }
 
 static uint64_t ms_of(const FILETIME &time)
@@ -274,14 +313,11 @@ child_figures child_process::figures() const
     if (state_->process == nullptr)
         return figures;
     HANDLE process = state_->process->get();
-    DWORD handles = 0;
     PROCESS_MEMORY_COUNTERS memory = {};
     FILETIME begin, end, kernel = {}, user = {};
-    GetProcessHandleCount(process, &handles);
     GetProcessMemoryInfo(process, &memory, sizeof memory);
     GetProcessTimes(process, &begin, &end, &kernel, &user);
-    figures.threads = threads_of(state_->pid);
-    figures.descriptors = static_cast<int>(handles);
+    counts_of(state_->pid, &figures);
     figures.resident_bytes = memory.WorkingSetSize;
     figures.cpu_ms = ms_of(kernel) + ms_of(user);
     return figures;

@@ -38,6 +38,32 @@ static int serve(int, char **)
     return os_end_wait() ? 4 : 1;
 }
 
+// Has been asked and does not get done.
+static int linger(int, char **)
+{
+    if (!os_end_take())
+        return 1;
+    std::puts("lingers");
+    std::fflush(stdout);
+    if (!os_end_wait())
+        return 1;
+    std::puts("asked");
+    std::fflush(stdout);
+    os_sleep(60'000);
+    return 6;
+}
+
+// Has not got so far as to wait when it is asked.
+static int start_up(int, char **)
+{
+    if (!os_end_take())
+        return 1;
+    std::puts("starts");
+    std::fflush(stdout);
+    os_sleep(300);
+    return os_end_wait() ? 7 : 1;
+}
+
 static std::atomic<bool> s_is_interrupted;
 
 static int work(int, char **)
@@ -74,8 +100,9 @@ int main(int argc, char **argv)
         const char *name;
         int (*run)(int argc, char **argv);
     } deeds[] = {
-        {"words", say_words}, {"copy", copy_input},    {"write", write_on},        {"serve", serve},
-        {"work", work},       {"end", end_by_itself},  {"variable", say_variable}, {"folder", say_folder},
+        {"words", say_words},       {"copy", copy_input},   {"write", write_on}, {"serve", serve},
+        {"linger", linger},         {"start", start_up},    {"work", work},      {"end", end_by_itself},
+        {"variable", say_variable}, {"folder", say_folder},
     };
     argv = os_program_start(argc, argv);
     for (const auto &deed : deeds)
