@@ -85,7 +85,14 @@ static void take_reply(connection &self, const connection_guard &, const MpPacka
     // Replies to commands whose callers gave up are never taken; more than a few of them serve nobody.
     static constexpr size_t REPLIES_MAX = 64;
     command_reply reply;
-    reply.readable = read_command_return(package, &reply.session_id, &reply.text);
+    command_piece piece;
+    reply_pieces::result result = reply_pieces::PIECES_WRONG;
+    if (read_command_return(package, &piece))
+        result = self.pieces.add(piece, &reply.text);
+    if (result == reply_pieces::PIECES_MORE)
+        return;
+    reply.readable = result == reply_pieces::PIECES_WHOLE;
+    reply.session_id = piece.session_id;
     if (self.replies.size() == REPLIES_MAX)
         self.replies.pop_front();
     self.replies.push_back(std::move(reply));

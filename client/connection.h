@@ -6,6 +6,7 @@
 #pragma once
 
 #include "client/outgoing.h"
+#include "client/reply_pieces.h"
 #include "client/stream_queue.h"
 #include "client/vodclient.h"
 #include "platform/os/os_guard.h"
@@ -37,6 +38,7 @@ struct connection {
     vodclient_result over_result; // why
     std::vector<uint8_t> answer;  // the accept or reject package, empty until it came
     std::deque<command_reply> replies;
+    reply_pieces pieces; // of the reply that is coming
     stream_queue stream;
     vodclient_server server; // written once, before the first event
 };

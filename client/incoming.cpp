@@ -6,7 +6,7 @@
 
 static constexpr uint32_t FILE_TYPE_BYTES = 4;
 static constexpr uint32_t FILE_HEAD_MAX_BYTES = 511;
-static constexpr uint32_t COMMAND_SESSION_POSITION = 6, COMMAND_DATA_POSITION = 7;
+static constexpr uint32_t COMMAND_INFO_POSITION = 5, COMMAND_SESSION_POSITION = 6, COMMAND_DATA_POSITION = 7;
 
 // The value of attribute `index` when it is there, has this type and at least `min_len` value bytes.
 static const uint8_t *value_of(const MpPackage &package, uint32_t index, uint8_t type, uint32_t min_len, uint32_t *len)
@@ -72,15 +72,25 @@ std::string text_of(const std::vector<uint8_t> &data)
     return std::string(data.begin(), std::find(data.begin(), data.end(), uint8_t{0}));
 }
 
-bool read_command_return(const MpPackage &package, uint32_t *session_id, std::string *text)
+bool read_command_return(const MpPackage &package, command_piece *out)
 {
+    static constexpr uint32_t INFO_BYTES = 16;
     if (package.size <= COMMAND_DATA_POSITION || !mp_check_attr_session_id(package.attr[COMMAND_SESSION_POSITION]))
         return false;
     uint32_t len = 0;
     const uint8_t *value = value_of(package, COMMAND_DATA_POSITION, MP_ATTR_DATA, 0, &len);
     if (value == nullptr)
         return false;
-    *session_id = mp_attr_session_id(package.attr[COMMAND_SESSION_POSITION]);
-    *text = text_of({value, value + len});
+    out->session_id = mp_attr_session_id(package.attr[COMMAND_SESSION_POSITION]);
+    out->data = {value, len};
+    out->pieces = 1;
+    out->piece = 0;
+    out->total_len = len;
+    const uint8_t *info = value_of(package, COMMAND_INFO_POSITION, MP_ATTR_CMD_INFO, INFO_BYTES, nullptr);
+    if (info != nullptr && wire_load<uint32_t>(info + 4) > 1) {
+        out->pieces = wire_load<uint32_t>(info + 4);
+        out->piece = wire_load<uint32_t>(info + 8);
+        out->total_len = wire_load<uint32_t>(info + 12);
+    }
     return true;
 }

@@ -3,6 +3,7 @@
 #include "client/connection.h"
 #include "client/guarded.h"
 #include "client/incoming.h"
+#include "client/login.h"
 
 struct login_state {
     connection link;
@@ -47,11 +48,11 @@ static vodclient_result complete_login(connection &link)
                            [&](const connection_guard &) { return link.stream.pop(&data); });
 }
 
-static vodclient_result request_login(connection &link)
+vodclient_result connection_login(connection &link, request_kind kind)
 {
     static constexpr uint8_t s_no_text[] = {0};
     outgoing_package request;
-    build_request(&request, REQUEST_COMMAND_LOGIN, 0, s_no_text, 0, {});
+    build_request(&request, kind, 0, s_no_text, 0, {});
     std::vector<uint8_t> accept;
     if (vodclient_result result = connection_request(link, request, &accept); !result)
         return result;
@@ -63,7 +64,7 @@ vodclient_result vodclient_login::open(const vodclient_server &server) noexcept
     return guarded(state_, [&](login_state &state) {
         if (vodclient_result result = connection_open({state_, &state.link}, server); !result)
             return result;
-        vodclient_result result = request_login(state.link);
+        vodclient_result result = connection_login(state.link, REQUEST_COMMAND_LOGIN);
         if (result)
             state.is_open = true;
         else

@@ -14,6 +14,7 @@ inline constexpr uint8_t MODULE_CLIENT = 200;
 enum request_kind : uint16_t {
     REQUEST_PLAYBACK = 0x8001,
     REQUEST_LINK_STATE = 0x8003,
+    REQUEST_SEARCH_LOGIN = 0x8006,
     REQUEST_COMMAND_LOGIN = 0x8012
 };
 

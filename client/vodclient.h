@@ -1,5 +1,5 @@
-// The client side of the recording-access service: play a recording over the network, steer it, ask what the service
-// is doing. docs/protocol.md describes the packages behind it.
+// The client side of the recording-access service: search for recordings, play one over the network, steer it, ask what
+// the service is doing. docs/protocol.md describes the packages behind it.
 //
 //     vodclient_playback playback;
 //     vodclient_play_request request;
@@ -28,6 +28,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 enum vodclient_status {
     VODCLIENT_OK = 0,
@@ -198,6 +199,69 @@ class ORB_API vodclient_playback {
 
   private:
     std::shared_ptr<playback_state> state_;
+};
+
+// ---- Record search --------------------------------------------------------------------------------------------------
+
+#define VODCLIENT_HOST_ID_MAX 59
+#define VODCLIENT_PAGE_MAX 10000 // records that the service delivers at once
+
+struct vodclient_find_request {
+    std::string host_id;   // the device that recorded, up to 59 bytes of UTF-8. Empty: any; `channel` then counts for nothing
+    int32_t channel = -1;  // of that device; negative: any
+    int32_t file_type = 0; // bit mask of recording types; 0: any
+    // Local times of the recorder. Recordings are found that begin from `start` to `end`, both included.
+    vodclient_time start, end;
+};
+
+struct vodclient_record {
+    std::string file; // as a playback asks for it, UTF-8
+    std::string host_id;
+    int32_t channel = 0, file_type = 0;
+    int64_t size = 0;          // bytes; 0 while it is still being written
+    vodclient_time start, end; // the end is all zero while it is still being written
+    vodclient_time lock;       // all zero: not locked
+    int32_t lock_level = 0;
+    std::string md5;
+    int32_t ratio = 0, drive = 0, start_cluster = 0; // of some recorders
+    std::string card_number;
+};
+
+struct search_state;
+
+// One search of the record index on a connection of its own:
+//
+//     vodclient_search search;
+//     if (vodclient_result result = search.open({"recorder.example", 7131}, request); !result)
+//         return complain(result.text);
+//     std::vector<vodclient_record> page;
+//     for (bool is_over = false; !is_over && search.next(100, false, &page, &is_over);)
+//         for (const vodclient_record &record : page)
+//             consume(record);
+//
+// The service keeps an open search until it is closed: `close`, or the end of the object, does that. A search sees the
+// index as it was when it was opened. Small files are left out by the service.
+class ORB_API vodclient_search {
+  public:
+    vodclient_search() noexcept;
+    ~vodclient_search();
+    vodclient_search(const vodclient_search &) = delete;
+    vodclient_search &operator=(const vodclient_search &) = delete;
+
+    // Connects, logs in and opens the search. Once per object. VODCLIENT_REFUSED: the service cannot search just now.
+    vodclient_result open(const vodclient_server &server, const vodclient_find_request &request) noexcept;
+    // The next records, `count` (1 to VODCLIENT_PAGE_MAX) of them at most, in the order of their begin; `*is_over` tells
+    // that no more will come. With `complete_open_files` the service looks up size and end of files that are still being
+    // written. VODCLIENT_TIMEOUT: no answer in time; what it would have brought is lost, so a search should end then.
+    vodclient_result next(int32_t count, bool complete_open_files, std::vector<vodclient_record> *records,
+                          bool *is_over) noexcept;
+    // The service's number of the search, 0 when none is open.
+    int32_t session() const noexcept;
+    // Ends the search over there, and the connection.
+    void close() noexcept;
+
+  private:
+    std::shared_ptr<search_state> state_;
 };
 
 // ---- Questions ------------------------------------------------------------------------------------------------------

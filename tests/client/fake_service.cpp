@@ -192,17 +192,41 @@ bool fake_service::data(MsLink *link, const std::vector<uint8_t> &bytes, uint8_t
     return send_patiently(link, package);
 }
 
-void fake_service::reply(MsLink *link, const seen_package &command, const std::string &text)
+struct text_piece {
+    size_t pieces, piece, total_len;
+    const char *data;
+    size_t data_len;
+};
+
+static void send_piece(MsLink *link, const seen_package &command, const text_piece &of)
 {
-    std::vector<uint8_t> buffer(text.size() + 1024);
+    std::vector<uint8_t> buffer(of.data_len + 1024);
     auto id = [&](size_t position) { return command.attrs.at(position).value.data(); };
-    auto length = static_cast<uint32_t>(text.size() + 1);
+    auto u32 = [](size_t value) { return static_cast<uint32_t>(value); };
     MpPackage package{};
-    ASSERT_EQ(mp_build_package_ret_cmd_chs(buffer.data(), static_cast<uint32_t>(buffer.size()), 0,
-                                           command.head.module_src, command.head.module_des, id(3), id(2), id(1), id(0),
-                                           command.u32(6), 1, 0, length, 0, text.c_str(), length, &package),
+    ASSERT_EQ(mp_build_package_ret_cmd_chs(buffer.data(), u32(buffer.size()), 0, command.head.module_src,
+                                           command.head.module_des, id(3), id(2), id(1), id(0), command.u32(6),
+                                           u32(of.pieces), u32(of.piece), u32(of.total_len), 0, of.data,
+                                           u32(of.data_len), &package),
               1);
     send_patiently(link, package);
+}
+
+void fake_service::reply(MsLink *link, const seen_package &command, const std::string &text)
+{
+    send_piece(link, command, {1, 0, text.size() + 1, text.c_str(), text.size() + 1});
+}
+
+void fake_service::reply_in_pieces(MsLink *link, const seen_package &command, const std::string &text,
+                                   size_t piece_bytes, int skipped)
+{
+    size_t pieces = (text.size() + piece_bytes - 1) / piece_bytes;
+    for (size_t piece = 0; piece < pieces; piece++) {
+        size_t begin = piece * piece_bytes;
+        size_t length = piece + 1 == pieces ? text.size() - begin + 1 : piece_bytes;
+        if (static_cast<int>(piece) != skipped)
+            send_piece(link, command, {pieces, piece, text.size() + 1, text.c_str() + begin, length});
+    }
 }
 
 void fake_service::reply_control(MsLink *link, const seen_package &command, const char *result, int value)

@@ -56,6 +56,9 @@ class fake_service {
     // Waits while the connection takes no more; false when it has ended.
     bool data(MsLink *link, const std::vector<uint8_t> &bytes, uint8_t mark = 0);
     void reply(MsLink *link, const seen_package &command, const std::string &text);
+    // The same cut into pieces of so many bytes, the last with the zero. The piece `skipped` is left out.
+    void reply_in_pieces(MsLink *link, const seen_package &command, const std::string &text, size_t piece_bytes,
+                         int skipped = -1);
     // The reply to a "playback_control".
     void reply_control(MsLink *link, const seen_package &command, const char *result, int value);
     void send(MsLink *link, const std::vector<uint8_t> &package);

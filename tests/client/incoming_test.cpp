@@ -115,21 +115,36 @@ static std::vector<raw_attr> reply_attrs(const std::vector<uint8_t> &text)
 TEST(IncomingTest, AReplyCarriesTheSessionIdOfItsCommand)
 {
     with_package(raw_package(MP_CODE_RET_CMD_CHS, reply_attrs(raw_text("hello"))), [](const MpPackage &package) {
-        uint32_t session = 0;
-        std::string text;
-        ASSERT_TRUE(read_command_return(package, &session, &text));
-        EXPECT_EQ(session, 12u);
-        EXPECT_EQ(text, "hello");
+        command_piece piece;
+        ASSERT_TRUE(read_command_return(package, &piece));
+        EXPECT_EQ(piece.session_id, 12u);
+        EXPECT_EQ(std::string(piece.data.begin(), piece.data.end()), std::string("hello") + '\0');
+        EXPECT_EQ(piece.pieces, 1u);
+        EXPECT_EQ(piece.piece, 0u);
+        EXPECT_EQ(piece.total_len, 6u);
     });
 }
 
 TEST(IncomingTest, ATextWithoutItsZeroEndsWithTheAttribute)
 {
     with_package(raw_package(MP_CODE_RET_CMD_CHS, reply_attrs({'a', 'b'})), [](const MpPackage &package) {
-        uint32_t session = 0;
-        std::string text;
-        ASSERT_TRUE(read_command_return(package, &session, &text));
-        EXPECT_EQ(text, "ab");
+        command_piece piece;
+        ASSERT_TRUE(read_command_return(package, &piece));
+        EXPECT_EQ(text_of({piece.data.begin(), piece.data.end()}), "ab");
+    });
+}
+
+TEST(IncomingTest, APieceTellsItsPlace)
+{
+    std::vector<raw_attr> attrs = reply_attrs({'a', 'b'});
+    attrs[5].value = raw_join({raw_u32(0), raw_u32(3), raw_u32(2), raw_u32(70)});
+    with_package(raw_package(MP_CODE_RET_CMD_CHS, attrs), [](const MpPackage &package) {
+        command_piece piece;
+        ASSERT_TRUE(read_command_return(package, &piece));
+        EXPECT_EQ(piece.pieces, 3u);
+        EXPECT_EQ(piece.piece, 2u);
+        EXPECT_EQ(piece.total_len, 70u);
+        EXPECT_EQ(piece.data.size(), 2u);
     });
 }
 
@@ -139,18 +154,16 @@ TEST(IncomingTest, AReplyThatLacksAnAttributeOrHasAnotherInItsPlaceIsRefused)
         std::vector<raw_attr> attrs = reply_attrs(raw_text("x"));
         attrs.resize(kept);
         with_package(raw_package(MP_CODE_RET_CMD_CHS, attrs), [&](const MpPackage &package) {
-            uint32_t session = 0;
-            std::string text;
-            EXPECT_FALSE(read_command_return(package, &session, &text)) << kept;
+            command_piece piece;
+            EXPECT_FALSE(read_command_return(package, &piece)) << kept;
         });
     }
     for (size_t changed : {size_t{6}, size_t{7}}) {
         std::vector<raw_attr> attrs = reply_attrs(raw_text("x"));
         attrs[changed].type = MP_ATTR_ERROR;
         with_package(raw_package(MP_CODE_RET_CMD_CHS, attrs), [&](const MpPackage &package) {
-            uint32_t session = 0;
-            std::string text;
-            EXPECT_FALSE(read_command_return(package, &session, &text)) << changed;
+            command_piece piece;
+            EXPECT_FALSE(read_command_return(package, &piece)) << changed;
         });
     }
 }
