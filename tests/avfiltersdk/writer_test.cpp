@@ -1,6 +1,7 @@
 #include "tests/avfiltersdk/recording_fixture.h"
 
 #include "platform/os/os_guard.h"
+#include "tests/support/golden.h"
 
 #include <filesystem>
 
@@ -173,4 +174,30 @@ TEST_F(WriterTest, EndOfNothingIsHarmless)
     EXPECT_EQ(AVWriterFinish(nullptr), 0);
     EXPECT_EQ(AVWriterSize(nullptr), 0);
     AVWriterAbandon(nullptr);
+}
+
+TEST_F(WriterTest, RecordingsHaveTheSameBytesOnEveryHost)
+{
+    struct row {
+        const char *name;
+        recording_plan plan;
+        size_t size;
+        uint64_t hash;
+    };
+    recording_plan plain, sound, other, open;
+    sound.audio = true;
+    sound.first_time_stamp = 12345;
+    other.video_mode = AVMODE_H265;
+    other.frame_rate = 30;
+    open.finished = false;
+    const row rows[] = {{"plain", plain, 495368, 12446020635252913586u},
+                        {"sound", sound, 527368, 13294797944858169348u},
+                        {"other", other, 495368, 4655436238181676057u},
+                        {"open", open, 495368, 13198477101355358480u}};
+    for (const row &r : rows) {
+        const made_recording made = make_recording(folder.file(r.name), r.plan);
+        const std::string bytes = read_file(made.path);
+        EXPECT_EQ(bytes.size(), r.size) << r.name;
+        EXPECT_EQ(golden_hash(bytes), r.hash) << r.name;
+    }
 }

@@ -1,6 +1,7 @@
 // Packages as bytes: what parses, what does not, what the builders lay down.
 #include "platform/ms/ms.h"
 #include "platform/os/os_guard.h"
+#include "tests/support/golden.h"
 
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
@@ -416,4 +417,26 @@ TEST_F(MpBuildTest, WhatIsBuiltParsesToTheSame)
             RC_ASSERT(bytes_t(value, value + len) == attrs[i].second);
         }
     });
+}
+
+// ---- The same bytes on every host
+
+TEST_F(MpBuildTest, BytesAreTheSameOnEveryHost)
+{
+    auto built_hex = [this] {
+        return golden_hex({reinterpret_cast<const char *>(buffer.data()), built.head->total_len});
+    };
+    char device[60] = "dev", data[] = "\xCD\xA8";
+    ASSERT_EQ(mp_build_package_accept_res(buffer.data(), 65535, 7, 131, data, 3, &built), 1);
+    EXPECT_EQ(built_hex(), "4F504D31000A00000783130008000700CDA800");
+    ASSERT_EQ(mp_build_package_send_res(buffer.data(), 65535, 7, 131, data, 2, &built), 1);
+    EXPECT_EQ(built_hex(), "4F504D31000D00000783120008000600CDA8");
+    ASSERT_EQ(mp_build_package_reject_res(buffer.data(), 65535, 0x1000028, device, &built), 1);
+    EXPECT_EQ(built_hex(), "4F504D31000B000000005400090008002800000101004000646576 00*57 ");
+    ASSERT_EQ(mp_build_package_ret_cmd_chs(buffer.data(), 65535, 0x01020304, 7, 131, device, device, device, device,
+                                           0x11223344, 3, 2, 130000, 0x05060708, "<a/>", 5, &built),
+              1);
+    EXPECT_EQ(built_hex(), "4F504D31001108070783390101004000646576 00*57 01004000646576 00*57 01004000646576 00*57 "
+                           "01004000646576 00*57 09000800040302010B001400040302010300000002000000D0FB0100020008004433"
+                           "2211080009003C612F3E00");
 }

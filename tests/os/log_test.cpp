@@ -27,6 +27,25 @@ TEST_F(OsLog, LineHasDateLevelPlaceAndText)
     EXPECT_EQ(line, "2024-01-01 08:00:00.123 [2] link_table.cpp:42 vodlink == NULL");
 }
 
+TEST_F(OsLog, BytesOfTheFileAreTheSameOnEveryHost)
+{
+    environment_zone("CST-8");
+    manual_clock clock(1704067200);
+    open(LOG_TRACE);
+    log_debug_ex(LOG_TRACE, "vod.cpp", 7, "%s", "通道\r\n\t%d\\");
+    log_debug_ex(LOG_FATAL, "vod.cpp", 65535, "len = %d, %llu", -1, 18446744073709551615ull);
+    log_buf_lock();
+    log_buf_date();
+    log_buf_msg("[info] file: %s line: %d ", "vod.cpp", 9);
+    log_buf_msg_unlock("s_lst_findfds == NULL");
+    os_log_flush();
+    std::ifstream in(folder_.path() / "log.txt", std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_EQ(bytes, "2024-01-01 08:00:00.000 [1] vod.cpp:7 通道\\x0d\\x0a\\x09%d\\\n"
+                     "2024-01-01 08:00:00.000 [5] vod.cpp:65535 len = -1, 18446744073709551615\n"
+                     "2024-01-01 08:00:00.000 [2] [info] file: vod.cpp line: 9 s_lst_findfds == NULL\n");
+}
+
 TEST_F(OsLog, LevelsBelowAreNotWritten)
 {
     open(LOG_PACKAGE);

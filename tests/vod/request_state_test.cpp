@@ -42,9 +42,27 @@ TEST_F(VodEventTest, StateRequestWritesTheDocumentToTheNamedFile)
     read(mslink, res_package(0x8003, "state.xml"));
     EXPECT_EQ(mslink.last().attr(0), std::string("state.xml") + '\0');
     std::stringstream text;
-    text << std::ifstream("state.xml").rdbuf();
+    text << std::ifstream("state.xml", std::ios::binary).rdbuf();
     EXPECT_EQ(text.str(), "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n<vod>\n  <hardplay play_num=\"0\"/>\n"
                           "  <download down_num=\"0\"/>\n</vod>\n");
+}
+
+TEST_F(VodEventTest, StateDocumentHasTheSameBytesOnEveryHost)
+{
+    temp_folder folder(temp_folder::working_directory::enter);
+    VodLink *link = vodlink_create();
+    {
+        vodlinks_guard held;
+        link->type = VOD_LINK_TYPE_DOWNLOAD;
+        text_copy(link->p_data.down_d.down_filename, "D:\\通道\\录像😀.rec");
+        vodlinks_count_up(held, VOD_LINK_DOWN_NUM);
+    }
+    read(mslink, res_package(0x8003, "state.xml"));
+    std::stringstream text;
+    text << std::ifstream("state.xml", std::ios::binary).rdbuf();
+    EXPECT_EQ(text.str(), "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n<vod>\n  <hardplay play_num=\"0\"/>\n"
+                          "  <download down_num=\"1\">\n    <vodlink filename=\"D:\\\xCD\xA8\xB5\xC0\\\xC2\xBC\xCF\xF1"
+                          "&#128512;.rec\" down_pos=\"0\"/>\n  </download>\n</vod>\n");
 }
 
 TEST_F(VodEventTest, StateRequestNeverWritesThroughALink)
