@@ -1,10 +1,7 @@
-#include "platform/os/os.h"
+#include "platform/os/os_thread_host.h"
 
 #include <algorithm>
-#include <atomic>
-#include <climits>
 #include <cstring>
-#include <new>
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -18,7 +15,6 @@
 #define OS_IS_SANITIZED 1
 #endif
 
-static constexpr size_t STACK_BYTES_DEFAULT = 512u << 10;
 // Sanitizers put red zones around every variable and keep records of their own on the stack.
 #if defined(OS_IS_SANITIZED)
 static constexpr size_t STACK_BYTES_MIN = 2u << 20;
@@ -26,27 +22,9 @@ static constexpr size_t STACK_BYTES_MIN = 2u << 20;
 static constexpr size_t STACK_BYTES_MIN = 64u << 10;
 #endif
 
-// Shared by the handle and the running thread; whoever lets go last frees it.
-struct os_thread_impl {
-    pthread_t thread;
-    os_thread_func func;
-    void *arg;
-    int result;
-    std::atomic<int> owners;
-};
-
-static void release(os_thread_impl *impl)
-{
-    if (impl->owners.fetch_sub(1, std::memory_order_acq_rel) == 1)
-        delete impl;
-}
-
-// noexcept: an exception that nobody caught must not unwind out of a thread.
 static void *thread_main(void *started) noexcept
 {
-    auto impl = static_cast<os_thread_impl *>(started);
-    impl->result = impl->func(impl->arg);
-    release(impl);
+    os_thread_run(static_cast<os_thread_impl *>(started));
     return nullptr;
 }
 
@@ -58,53 +36,29 @@ static size_t stack_bytes_for(size_t wanted)
     return bytes > SIZE_MAX - page ? bytes : (bytes + page - 1) / page * page;
 }
 
-static bool start(os_thread_impl *impl, size_t stack_bytes)
+bool os_host_thread_start(os_thread_impl *impl, size_t stack_bytes)
 {
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0)
         return false;
+    pthread_t started = {};
     bool is_started = pthread_attr_setstacksize(&attributes, stack_bytes_for(stack_bytes)) == 0 &&
-                      pthread_create(&impl->thread, &attributes, thread_main, impl) == 0;
+                      pthread_create(&started, &attributes, thread_main, impl) == 0;
     pthread_attr_destroy(&attributes);
+    // Still there: the handle's own share of it is not handed out yet.
+    if (is_started)
+        impl->host = started;
     return is_started;
 }
 
-int os_thread_create(LThread *thread, size_t stack_bytes, os_thread_func func, void *arg)
+bool os_host_thread_join(os_thread_impl *impl)
 {
-    if (thread == nullptr)
-        return 0;
-    thread->impl = nullptr;
-    if (func == nullptr || os_fault_point("os_thread_create"))
-        return 0;
-    auto impl = new (std::nothrow) os_thread_impl{{}, func, arg, 0, 2};
-    if (impl == nullptr)
-        return 0;
-    if (!start(impl, stack_bytes)) {
-        delete impl;
-        return 0;
-    }
-    thread->impl = impl;
-    return 1;
+    return pthread_join(impl->host, nullptr) == 0;
 }
 
-int os_thread_join(LThread *thread, int *result)
+bool os_host_thread_detach(os_thread_impl *impl)
 {
-    if (thread == nullptr || thread->impl == nullptr || pthread_join(thread->impl->thread, nullptr) != 0)
-        return 0;
-    if (result != nullptr)
-        *result = thread->impl->result;
-    release(thread->impl);
-    thread->impl = nullptr;
-    return 1;
-}
-
-int os_thread_detach(LThread *thread)
-{
-    if (thread == nullptr || thread->impl == nullptr || pthread_detach(thread->impl->thread) != 0)
-        return 0;
-    release(thread->impl);
-    thread->impl = nullptr;
-    return 1;
+    return pthread_detach(impl->host) == 0;
 }
 
 void os_thread_name(const char *name)
