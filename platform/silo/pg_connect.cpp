@@ -93,7 +93,8 @@ static std::string server_name(const pg_host &host)
 static std::string complaint(const pg_connection &conn, const pg_host &host)
 {
     std::string message = pg_first_line(conn == nullptr ? "out of memory" : PQerrorMessage(conn.get()));
-    return server_name(host) + " (" + (message.empty() ? "no connection" : message) + ")";
+    bool names_server = message.starts_with("connection to server");
+    return names_server ? message : server_name(host) + ": " + (message.empty() ? "no connection" : message);
 }
 
 // libpq's own limit counts whole seconds and at least two.
@@ -117,11 +118,11 @@ static pg_connection connect_to(const pg_address &address, const pg_host &host, 
     pg_connection conn = start(address, host);
     bool is_late = false;
     if (os_fault_point("pg_connect"))
-        *reason += server_name(host) + " (no connection)";
+        *reason += server_name(host) + ": no connection";
     else if (conn != nullptr && PQstatus(conn.get()) != CONNECTION_BAD && finish(conn.get(), limit_ms, &is_late))
         return conn;
     else if (is_late)
-        *reason += server_name(host) + " (no answer for " + std::to_string(limit_ms) + " ms)";
+        *reason += server_name(host) + ": no answer for " + std::to_string(limit_ms) + " ms";
     else
         *reason += complaint(conn, host);
     return nullptr;

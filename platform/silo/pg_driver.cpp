@@ -71,6 +71,7 @@ static const char *advice(const pg_link &link)
         {"55P03", "another writer holds the lock; look for one that hangs"},
         {"57014", "the server is too slow; look at its load, or raise statement_ms in the address"},
         {"25006", "the server no longer takes writes; another one is asked next time"},
+        {"3F000", "let the address name a schema (options=-csearch_path%3D...) in which this user may make tables"},
         {"42501", "grant this user the right to make, read and write tables"},
         {"53", "the server has too little room; look at its disk and memory"},
     };

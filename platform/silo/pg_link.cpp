@@ -33,9 +33,10 @@ static pg_outcome break_link(pg_link *link, const std::string &message)
     return PG_BROKEN;
 }
 
+// A server that has said why it hangs up is believed.
 static pg_outcome lose_link(pg_link *link)
 {
-    std::string message = pg_first_line(PQerrorMessage(link->conn.get()));
+    std::string message = link->message.empty() ? pg_first_line(PQerrorMessage(link->conn.get())) : link->message;
     return break_link(link, message.empty() ? "the connection was lost" : message);
 }
 

@@ -1,0 +1,16 @@
+# The driver for servers that speak PostgreSQL's protocol. Every Linux has libpq; where it is missing elsewhere, addresses of
+# such servers are refused.
+if(WIN32)
+  pkg_check_modules(LIBPQ QUIET IMPORTED_TARGET GLOBAL libpq)
+else()
+  pkg_check_modules(LIBPQ REQUIRED IMPORTED_TARGET GLOBAL libpq)
+endif()
+if(LIBPQ_FOUND)
+  foreach(unit address connect driver iterator link pairs range schema socket_${host} transaction value)
+    target_sources(silo PRIVATE pg_${unit}.cpp)
+  endforeach()
+  target_compile_definitions(silo PRIVATE SILO_WITH_POSTGRESQL=1)
+  target_link_libraries(silo PRIVATE PkgConfig::LIBPQ)
+else()
+  message(STATUS "libpq not found: the store library serves lmdb: addresses only")
+endif()
