@@ -1,11 +1,10 @@
 // What orbrec says to arguments: help, refusals and their exit statuses.
+#include "tests/support/environment.h"
 #include "tests/tools/orbrec_clip.h"
 #include "tools/orbrec/orbrec.h"
 #include "tools/orbrec/recording_output.h"
 
 #include <gtest/gtest.h>
-
-#include <cstdlib>
 
 namespace {
 
@@ -77,11 +76,8 @@ TEST_F(OrbrecArgumentsTest, InputThatIsNoFilmOrMissingCannotBeRead)
 
 TEST_F(OrbrecArgumentsTest, SoundWithoutPicturesCannotBeImported)
 {
-    ASSERT_EQ(shell(folder_,
-                    "printf 'RIFF\\044\\000\\000\\000WAVEfmt \\020\\000\\000\\000\\001\\000\\001\\000\\100\\037\\000"
-                    "\\000\\100\\037\\000\\000\\001\\000\\010\\000data\\000\\000\\000\\000' > in.wav")
-                  .status,
-              0);
+    const char head[] = "RIFF\044\0\0\0WAVEfmt \020\0\0\0\001\0\001\0\100\037\0\0\100\037\0\0\001\0\010\0data\0\0\0\0";
+    folder_.write("in.wav", std::string(head, sizeof head - 1));
     tool_result result = orbrec(folder_, "import in.wav -o out/");
     EXPECT_EQ(result.status, 2);
 }
@@ -113,7 +109,7 @@ TEST(OrbrecTextTest, DurationsAreSecondsOrClockTimes)
 
 TEST(OrbrecTextTest, LocalTimesThatTheCalendarLacksAreRefused)
 {
-    setenv("TZ", "UTC", 1);
+    environment_zone("UTC0");
     int64_t seconds = 0;
     ASSERT_TRUE(local_time_parse("2024-02-29 23:59:59", &seconds));
     EXPECT_EQ(seconds, 1709251199);

@@ -1,5 +1,6 @@
 #include "tests/tools/orbrec_clip.h"
 
+#include "tests/support/host.h"
 #include "tools/media_export/av_guard.h"
 
 extern "C" {
@@ -7,7 +8,6 @@ extern "C" {
 }
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <cmath>
@@ -245,28 +245,34 @@ media_counts media_decode(const std::string &path)
     return counts;
 }
 
-static std::string file_text(const std::string &path)
+// Words stand between blanks; a pair of single quotes keeps what is in it together.
+static std::vector<std::string> words_of(const std::string &text)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::vector<std::string> words;
+    bool in_word = false, in_quotes = false;
+    for (char letter : text) {
+        bool is_end = letter == ' ' && !in_quotes;
+        if (!is_end && !in_word)
+            words.emplace_back();
+        in_word = !is_end;
+        if (letter == '\'')
+            in_quotes = !in_quotes;
+        else if (!is_end)
+            words.back() += letter;
+    }
+    return words;
 }
 
-tool_result shell(const temp_folder &folder, const std::string &command)
+std::vector<std::string> orbrec_words(const std::string &arguments)
 {
-    // Not in the folder itself, where a test may count files.
-    std::string out = folder.path().string() + ".out", err = folder.path().string() + ".err";
-    std::string whole = "ORBREC='" ORBREC_PATH "'; cd '" + folder.path().string() + "' && { " + command + "\n} >'" +
-                        out + "' 2>'" + err + "' </dev/null";
-    int status = std::system(whole.c_str());
-    tool_result result = {WIFEXITED(status) ? WEXITSTATUS(status) : -1, file_text(out), file_text(err)};
-    std::filesystem::remove(out);
-    std::filesystem::remove(err);
-    return result;
+    std::vector<std::string> words = words_of(arguments);
+    words.insert(words.begin(), program_beside("orbrec"));
+    return words;
 }
 
 tool_result orbrec(const temp_folder &folder, const std::string &arguments)
 {
-    return shell(folder, "\"$ORBREC\" " + arguments);
+    return child_run(orbrec_words(arguments), {.folder = folder.file("."), .environment = {"TZ=UTC"}});
 }
 
 json_result json_of(const std::string &text)
@@ -300,21 +306,23 @@ std::string json_text(const json_result &root, const std::string &path)
 
 std::vector<uint8_t> file_bytes(const std::string &path)
 {
-    std::string text = file_text(path);
-    return {text.begin(), text.end()};
+    std::ifstream file(host_path(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 void file_write(const std::string &path, const std::vector<uint8_t> &bytes)
 {
-    std::ofstream file(path, std::ios::binary);
+    std::ofstream file(host_path(path), std::ios::binary);
     file.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 std::vector<std::string> names_in(const std::string &path)
 {
     std::vector<std::string> names;
-    for (const auto &entry : std::filesystem::directory_iterator(path))
-        names.push_back(entry.path().filename().string());
+    for (const auto &entry : std::filesystem::directory_iterator(host_path(path))) {
+        std::u8string name = entry.path().filename().u8string();
+        names.emplace_back(name.begin(), name.end());
+    }
     std::ranges::sort(names);
     return names;
 }

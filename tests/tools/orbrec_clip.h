@@ -1,6 +1,7 @@
 // Makes small films to import, runs orbrec on them, looks at what came out.
 #pragma once
 
+#include "tests/support/child_process.h"
 #include "tests/support/temp_folder.h"
 
 #include <json-c/json.h>
@@ -31,14 +32,11 @@ struct media_counts {
 };
 media_counts media_decode(const std::string &path);
 
-struct tool_result {
-    int status;
-    std::string out, err;
-};
-// Runs orbrec with these arguments, as a shell takes them.
+using tool_result = child_result;
+// Runs orbrec in the folder. Arguments stand between blanks; single quotes keep one with blanks together.
 tool_result orbrec(const temp_folder &folder, const std::string &arguments);
-// As above; the whole command line, in which ORBREC stands for the program.
-tool_result shell(const temp_folder &folder, const std::string &command);
+// The words of such a run: the program and its arguments.
+std::vector<std::string> orbrec_words(const std::string &arguments);
 
 struct json_result_putter {
     void operator()(json_object *object) const { json_object_put(object); }
