@@ -193,6 +193,7 @@ copy_licences() {
   done <<'TEXT'
 json-c libjson-c-dev
 libxml2 libxml2-dev
+lmdb liblmdb-dev
 spdlog libspdlog-dev
 fmt libfmt-dev
 asio libasio-dev
