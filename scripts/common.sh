@@ -1,10 +1,10 @@
 # Shared by run.sh, test.sh and .ci/run: what to install, and how to say what goes on. Sourced, not run.
 
 PACKAGES_BUILD=(g++ cmake ninja-build pkg-config ccache mold
-  libasio-dev libjson-c-dev libxml2-dev libspdlog-dev libcli11-dev libssl-dev liblmdb-dev
+  libasio-dev libjson-c-dev libxml2-dev libspdlog-dev libcli11-dev libssl-dev liblmdb-dev libpq-dev
   libavformat-dev libavcodec-dev libavutil-dev libswscale-dev libswresample-dev)
 PACKAGES_RUN=(ffmpeg ca-certificates)
-PACKAGES_TEST=(libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev binutils ffmpeg)
+PACKAGES_TEST=(libgtest-dev libgmock-dev librapidcheck-dev libbenchmark-dev binutils ffmpeg postgresql)
 PACKAGES_WINDOWS=(g++-mingw-w64-x86-64-posix wine wine64 dpkg-dev make nasm)
 
 say() {
