@@ -1,4 +1,4 @@
-// Only here does the host have a device that is always full, and a program, script(1), that makes a terminal.
+// POSIX only: a device that is always full, and script(1), which makes a terminal.
 #include "tests/tools/orbrec_clip.h"
 
 #include <filesystem>
