@@ -36,7 +36,7 @@ struct fake_state {
     std::mutex mutex;
     std::condition_variable writer_gone;
     bool is_writing = false;
-    std::shared_ptr<const fake_content> content = std::make_shared<fake_content>();
+    std::shared_ptr<fake_content> content = std::make_shared<fake_content>();
     uint64_t version = 1;
     std::vector<std::string> calls;
     std::vector<planned_failure> failures;
@@ -61,9 +61,23 @@ void fake_silo_reset()
     s_fake.is_conflict = s_fake.is_error = s_fake.is_server = false;
 }
 
-fake_content fake_silo_content()
+std::shared_ptr<const fake_content> fake_silo_snapshot()
 {
     fake_lock held(s_fake.mutex);
+    return s_fake.content;
+}
+
+fake_content fake_silo_content()
+{
+    return *fake_silo_snapshot();
+}
+
+// The content as it can be changed: a copy where somebody looks at it.
+static fake_content &own_content(const fake_lock &)
+{
+    if (s_fake.content.use_count() > 1)
+        s_fake.content = std::make_shared<fake_content>(*s_fake.content);
+    s_fake.version++;
     return *s_fake.content;
 }
 
@@ -76,16 +90,14 @@ void fake_silo_set_content(const fake_content &content)
 
 void fake_silo_put(const std::string &key, const std::string &value)
 {
-    fake_content content = fake_silo_content();
-    content[key] = value;
-    fake_silo_set_content(content);
+    fake_lock held(s_fake.mutex);
+    own_content(held)[key] = value;
 }
 
 void fake_silo_erase(const std::string &key)
 {
-    fake_content content = fake_silo_content();
-    content.erase(key);
-    fake_silo_set_content(content);
+    fake_lock held(s_fake.mutex);
+    own_content(held).erase(key);
 }
 
 std::vector<std::string> fake_silo_calls()

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@ using fake_content = std::map<std::string, std::string>;
 // Empty, nothing recorded, nothing failing, embedded.
 void fake_silo_reset();
 fake_content fake_silo_content();
+std::shared_ptr<const fake_content> fake_silo_snapshot();
 void fake_silo_set_content(const fake_content &content);
 void fake_silo_put(const std::string &key, const std::string &value);
 void fake_silo_erase(const std::string &key);
