@@ -14,6 +14,7 @@ static const std::map<std::string, std::vector<std::string>> ALLOWED = {
     {"platform/json", {"platform/os"}},
     {"platform/xml", {"platform/os"}},
     {"platform/ms", {"platform/os", "platform/json"}},
+    {"platform/silo", {"platform/os"}},
     {"platform/vca", {"platform/os"}},
     {"platform/avfiltersdk", {"platform/os", "comm_func/orb_userdata.h"}},
     {"comm_func", {"platform/os", "platform/json", "win32_vod"}},

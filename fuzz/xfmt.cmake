@@ -1,0 +1,1 @@
+vod_add_fuzzer(xfmt LIBS silo)
