@@ -80,8 +80,9 @@ static void stop_service()
 static int run(const svr_arguments &arguments)
 {
     std::error_code failed;
-    if (!arguments.root.empty())
-        std::filesystem::current_path(arguments.root, failed);
+    std::u8string root(arguments.root.begin(), arguments.root.end());
+    if (!root.empty())
+        std::filesystem::current_path(root, failed);
     if (failed)
         return complain("--root " + arguments.root + ": " + failed.message() + "; name an existing folder");
     svr_settings settings;
