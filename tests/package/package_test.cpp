@@ -75,8 +75,11 @@ TEST_F(PackageTest, DeliveredConfigurationIsFoundAndUsable)
     child_result check = run("vod_svr", {"--check"});
     EXPECT_EQ(check.status, 0) << check.err;
     EXPECT_EQ(check.out, "the configuration can be used\n");
+    child_result elsewhere = child_run({program("vod_svr"), "--root", root(data("")), "--check"});
+    EXPECT_EQ(elsewhere.out, "the configuration can be used\n") << elsewhere.err;
     folder_.write(NAME + data("etc/conf/vod_svr.json"), "{");
     EXPECT_EQ(run("vod_svr", {"--check"}).status, 1) << "the file is not the one that is read";
+    EXPECT_EQ(child_run({program("vod_svr"), "--root", root(data("")), "--check"}).status, 1);
 }
 
 TEST_F(PackageTest, ServiceServesARecordingFromItsFolder)
