@@ -55,7 +55,7 @@ bool pg_address_is_ours(const std::string &uri)
     return scheme_length(uri) != 0 || is_bare(uri);
 }
 
-// ---- Parameters of our own ------------------------------------------------------------------------------------------
+// ---- Parameters of our own -----------------------------------------------------------------------------------------
 
 static bool read_limit(std::string_view text, uint32_t *ms)
 {
@@ -102,8 +102,7 @@ static bool take_own_parameters(std::string *uri, pg_address *address, std::stri
     return true;
 }
 
-// ---- What libpq makes of the rest
-// -------------------------------------------------------------------------------------
+// ---- What libpq makes of the rest ----------------------------------------------------------------------------------
 
 using conninfo_ptr = std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)>;
 

@@ -1,14 +1,14 @@
 #include "platform/silo/pg_connect.h"
 
 #include "platform/os/os_guard.h"
+#include "platform/silo/pg_resolve.h"
 #include "platform/silo/pg_socket.h"
 
 #include <algorithm>
 #include <map>
 #include <mutex>
 
-// ---- Which server took writes last
-// --------------------------------------------------------------------------------------
+// ---- Which server took writes last ---------------------------------------------------------------------------------
 
 static std::mutex s_writers_mutex;
 // Guarded by s_writers_mutex. By the names of an address's hosts; forgotten when there are more than a process ever
@@ -39,8 +39,7 @@ static void remember_writer(const pg_address &address, size_t host)
     s_writers[writers_key(address)] = host;
 }
 
-// ---- One server
-// -----------------------------------------------------------------------------------------------------------
+// ---- One server ----------------------------------------------------------------------------------------------------
 
 struct pg_parameters {
     std::vector<std::string> names, values;
@@ -128,21 +127,54 @@ static pg_connection connect_to(const pg_address &address, const pg_host &host, 
     return nullptr;
 }
 
-// ---- All servers
-// ------------------------------------------------------------------------------------------------------------
+// ---- All servers ---------------------------------------------------------------------------------------------------
 
-// Those that come later have their share of the time, however long the earlier ones are silent.
+// Time that those who come later have their share of, however long the earlier ones are silent.
+struct pg_time {
+    explicit pg_time(uint64_t limit) : limit_ms(limit), begun(os_tick()) {}
+    uint32_t share(size_t waiting) const
+    {
+        uint64_t passed = std::min<uint64_t>(os_tick() - begun, limit_ms);
+        return static_cast<uint32_t>((limit_ms - passed) / waiting);
+    }
+    uint64_t limit_ms, begun;
+};
+
+// One for each address that the name stands for.
+static std::vector<pg_host> addresses_of(const pg_host &host, const pg_time &time, std::string *reason)
+{
+    if (!host.hostaddr.empty() || !pg_is_name(host.host))
+        return {host};
+    std::vector<std::string> addresses;
+    if (!pg_resolve(host.host, time.share(1), pg_host_addresses, &addresses))
+        *reason += host.host + ": the name cannot be resolved";
+    std::vector<pg_host> found;
+    for (const std::string &one : addresses)
+        found.push_back({host.host, one, host.port});
+    return found;
+}
+
+static pg_connection connect_to_host(const pg_address &address, const pg_host &host, uint32_t limit_ms,
+                                     std::string *reason)
+{
+    pg_time time(limit_ms);
+    std::vector<pg_host> addresses = addresses_of(host, time, reason);
+    for (size_t i = 0; i < addresses.size(); i++) {
+        *reason += i == 0 ? "" : ", ";
+        if (pg_connection conn = connect_to(address, addresses[i], time.share(addresses.size() - i), reason))
+            return conn;
+    }
+    return nullptr;
+}
+
 pg_connection pg_connect(const pg_address &address, std::string *reason)
 {
+    pg_time time(address.connect_ms);
     size_t count = address.hosts.size(), first = last_writer(address) % count;
-    uint64_t begun = os_tick();
     for (size_t i = 0; i < count; i++) {
-        uint64_t passed = std::min<uint64_t>(os_tick() - begun, address.connect_ms);
-        auto share = static_cast<uint32_t>((address.connect_ms - passed) / (count - i));
         size_t index = (first + i) % count;
         *reason += i == 0 ? "" : ", ";
-        pg_connection conn = connect_to(address, address.hosts[index], share, reason);
-        if (conn != nullptr) {
+        if (pg_connection conn = connect_to_host(address, address.hosts[index], time.share(count - i), reason)) {
             remember_writer(address, index);
             return conn;
         }

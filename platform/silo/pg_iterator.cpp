@@ -19,8 +19,7 @@ void pg_iterator_end(silo_iterator_t *iter)
     delete static_cast<pg_iterator *>(iter);
 }
 
-// ---- Filling
-// ------------------------------------------------------------------------------------------------------------
+// ---- Filling -------------------------------------------------------------------------------------------------------
 
 static void start_batch(pg_iterator *iter)
 {
@@ -65,8 +64,7 @@ static bool fill_from_server(pg_iterator *iter, const std::string &low)
     return true;
 }
 
-// ---- Standing
-// -----------------------------------------------------------------------------------------------------------
+// ---- Standing ------------------------------------------------------------------------------------------------------
 
 static bool complete_row(pg_iterator *iter, pg_row *row)
 {

@@ -54,8 +54,7 @@ bool pg_link_start(pg_link *link, pg_connection conn)
     return PQsetnonblocking(link->conn.get(), 1) == 0 && PQenterPipelineMode(link->conn.get()) == 1;
 }
 
-// ---- Sending
-// ----------------------------------------------------------------------------------------------------------
+// ---- Sending -------------------------------------------------------------------------------------------------------
 
 static bool queue_statement(pg_link *link, const pg_statement &statement)
 {
@@ -108,8 +107,7 @@ static pg_outcome send_question(pg_link *link, std::span<const pg_statement> sta
     return flush(link, deadline);
 }
 
-// ---- Taking answers
-// ---------------------------------------------------------------------------------------------------
+// ---- Taking answers ------------------------------------------------------------------------------------------------
 
 // The next result, nullptr at the end of a statement's.
 static pg_outcome take_result(pg_link *link, const pg_deadline &deadline, pg_answer *result)

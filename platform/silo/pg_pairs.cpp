@@ -9,8 +9,7 @@
 // Writes wait for the next question, but not without end.
 static constexpr size_t PENDING_BYTES_MAX = 4 << 20;
 
-// ---- One pair
-// -----------------------------------------------------------------------------------------------------------
+// ---- One pair ------------------------------------------------------------------------------------------------------
 
 static silo_found found(const std::string *value, std::string_view *out)
 {
@@ -68,8 +67,7 @@ bool pg_remove_prefix(silo_transaction_t *handle, std::string_view prefix)
     return changed(trans);
 }
 
-// ---- Many pairs
-// ---------------------------------------------------------------------------------------------------------
+// ---- Many pairs ----------------------------------------------------------------------------------------------------
 
 // What one announcement may bring: at worst some 30 MB cross the wire and a part of it is kept.
 static constexpr size_t PREFIXES_MAX = 1024;

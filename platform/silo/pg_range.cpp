@@ -30,8 +30,7 @@ pg_range pg_key_range(std::string_view key)
     return {std::string(key), std::string(key) + '\0'};
 }
 
-// ---- What is known
-// ----------------------------------------------------------------------------------------------------
+// ---- What is known -------------------------------------------------------------------------------------------------
 
 void pg_known::clear()
 {
@@ -92,8 +91,7 @@ bool pg_known::knows_range(std::string_view low, std::string_view high) const
     return above != ranges_.begin() && high <= std::prev(above)->second;
 }
 
-// ---- What is pending
-// --------------------------------------------------------------------------------------------------
+// ---- What is pending -----------------------------------------------------------------------------------------------
 
 void pg_pending::put(std::string_view key, std::optional<std::string> value)
 {

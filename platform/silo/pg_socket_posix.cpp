@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cerrno>
 
+#include <netdb.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 pg_ready pg_socket_wait(int socket, bool for_read, bool for_write, uint32_t ms)
 {
@@ -19,4 +21,20 @@ pg_ready pg_socket_wait(int socket, bool for_read, bool for_write, uint32_t ms)
         if (errno != EINTR)
             return PG_SOCKET_FAILED;
     }
+}
+
+bool pg_host_addresses(const std::string &name, std::vector<std::string> *addresses)
+{
+    addrinfo wanted = {}, *found = nullptr;
+    wanted.ai_socktype = SOCK_STREAM;
+    if (getaddrinfo(name.c_str(), nullptr, &wanted, &found) != 0)
+        return false;
+    for (const addrinfo *one = found; one != nullptr; one = one->ai_next) {
+        char text[NI_MAXHOST];
+        if (getnameinfo(one->ai_addr, static_cast<socklen_t>(one->ai_addrlen), text, sizeof text, nullptr, 0,
+                        NI_NUMERICHOST) == 0)
+            addresses->push_back(text);
+    }
+    freeaddrinfo(found);
+    return !addresses->empty();
 }

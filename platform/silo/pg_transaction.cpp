@@ -11,8 +11,7 @@
 static constexpr const char *WRITER_IDLE = "SET LOCAL idle_in_transaction_session_timeout = 10000";
 static constexpr uint32_t RETRY_MS = 10, RETRY_MS_MAX = 100;
 
-// ---- Begin
-// ------------------------------------------------------------------------------------------------------------
+// ---- Begin ---------------------------------------------------------------------------------------------------------
 
 static pg_statement lock_row_statement(const pg_db &db, std::string_view name)
 {
@@ -70,8 +69,7 @@ silo_transaction_t *pg_begin(silo_t *handle, bool is_write)
     return trans.release();
 }
 
-// ---- Telling the server what is pending
-// ---------------------------------------------------------------------------------
+// ---- Telling the server what is pending ----------------------------------------------------------------------------
 
 static void add_removed_prefixes(const pg_transaction &trans, const std::string &table, std::vector<pg_statement> *list)
 {
@@ -153,8 +151,7 @@ bool pg_transaction_ask(pg_transaction *trans, const pg_statement &statement, pg
     return true;
 }
 
-// ---- Locks
-// --------------------------------------------------------------------------------------------------------------
+// ---- Locks ---------------------------------------------------------------------------------------------------------
 
 bool pg_lock(silo_transaction_t *handle, std::string_view name)
 {
@@ -171,8 +168,7 @@ bool pg_lock(silo_transaction_t *handle, std::string_view name)
     return mark_broken(trans, "taking a lock"), false;
 }
 
-// ---- End
-// ----------------------------------------------------------------------------------------------------------------
+// ---- End -----------------------------------------------------------------------------------------------------------
 
 static int commit_failure(pg_transaction *trans, pg_outcome outcome)
 {

@@ -124,8 +124,7 @@ TEST(PgAddress, AnyTextIsParsedOrRefused)
     }));
 }
 
-// ---- Addresses in logs
-// ------------------------------------------------------------------------------------------------
+// ---- Addresses in logs ---------------------------------------------------------------------------------------------
 
 static std::string printable(const std::string &uri)
 {

@@ -58,9 +58,9 @@ inline int pg_put(const pg_transaction_ptr &trans, const std::string &key, const
 // "(none)" when it is absent or cannot be read.
 inline std::string pg_read(const pg_transaction_ptr &trans, const std::string &key)
 {
-    static thread_local char buf[SILO_VALUE_MAX + 1];
-    int length = silo_get_vstr(trans.get(), key.c_str(), buf, sizeof buf);
-    return length < 0 ? "(none)" : std::string(buf, static_cast<size_t>(length));
+    std::string buf(SILO_VALUE_MAX + 1, '\0');
+    int length = silo_get_vstr(trans.get(), key.c_str(), buf.data(), buf.size());
+    return length < 0 ? "(none)" : buf.substr(0, static_cast<size_t>(length));
 }
 
 // In a transaction of its own.

@@ -105,8 +105,7 @@ bool pg_server::run()
     return false;
 }
 
-// ---- Signals
-// ------------------------------------------------------------------------------------------------------------
+// ---- Signals -------------------------------------------------------------------------------------------------------
 
 // The parent's id, from /proc/<pid>/stat; behind the name, which may hold anything, stand the state and this.
 static int parent_of(const fs::path &process)

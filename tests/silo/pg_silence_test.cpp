@@ -71,6 +71,18 @@ TEST_F(PgSilenceTest, ASilentHostLeavesTimeForTheOthers)
     }
 }
 
+TEST_F(PgSilenceTest, EachAddressOfANameIsTried)
+{
+    std::string address = server_.uri("connect_ms=10000&statement_ms=10000");
+    address.replace(address.find("127.0.0.1"), 9, "localhost");
+    EXPECT_TRUE(pg_handle(address).is_open());
+    log_capture log;
+    std::string impossible(70, 'a'); // no name server needs to be asked
+    EXPECT_EQ(silo_connect_fd((impossible + ":5432").c_str()), -1);
+    EXPECT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.count_containing(impossible + ": the name cannot be resolved"), 1u);
+}
+
 TEST_F(PgSilenceTest, AServerThatHangsInTheMiddleCostsOneQuestionsTime)
 {
     std::string address = server_.uri("statement_ms=900");
