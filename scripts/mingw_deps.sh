@@ -72,12 +72,21 @@ unpack_newer_source() {
   [ "$(ls upstream | wc -l)" -ne 1 ] || { mv upstream packed && mv packed/* upstream; }
 }
 
+# The newest sources of this release that the mirror still has.
+unpack_release_source() {
+  local version
+  for version in $(with_sources bookworm apt-cache showsrc --only-source "$1" | sed -n 's/^Version: //p' | sort -rV); do
+    with_sources bookworm apt-get source -qq "$1=$version" && return
+  done
+  return 1
+}
+
 # Unpacks the source package and prints the folder.
 unpack_source() {
   local package=$1 folder=$cache/sources/$1
   rm -rf "$folder"
   mkdir -p "$folder"
-  (cd "$folder" && { with_sources bookworm apt-get source -qq "$package" || unpack_newer_source "$package"; }) \
+  (cd "$folder" && { unpack_release_source "$package" || unpack_newer_source "$package"; }) \
     >"$cache/logs/$package.source.log" 2>&1 || fail "the source of $package cannot be had"
   find "$folder" -mindepth 1 -maxdepth 1 -type d | head -n 1
 }
@@ -148,6 +157,29 @@ build_lmdb() {
       "$prefix" "$(source_version lmdb | sed 's/-.*//')" >"$prefix/lib/pkgconfig/lmdb.pc"
 }
 
+# Of PostgreSQL only what programs talk to servers with, without encryption: on Windows such servers stand in the same
+# network. What its own recipe calls libpq.a leads to a DLL.
+build_libpq() {
+  ./configure --host="$host" --prefix="$prefix" --without-readline --without-zlib --without-icu --without-openssl \
+    CC="$host-gcc-posix" AR="$host-ar" RANLIB="$host-ranlib" &&
+    make -C src/backend generated-headers &&
+    make -j "$jobs" -C src/port libpgport_shlib.a &&
+    make -j "$jobs" -C src/common libpgcommon_shlib.a &&
+    make -j "$jobs" -C src/interfaces/libpq libpq.a &&
+    rm -f "$prefix/lib/libpq.a" src/interfaces/libpq/libpqrc.o &&
+    "$host-ar" rcs "$prefix/lib/libpq.a" src/interfaces/libpq/*.o &&
+    cp src/port/libpgport_shlib.a "$prefix/lib/libpgport.a" &&
+    cp src/common/libpgcommon_shlib.a "$prefix/lib/libpgcommon.a" &&
+    cp src/interfaces/libpq/libpq-fe.h src/include/postgres_ext.h src/include/pg_config_ext.h "$prefix/include/" &&
+    cat >"$prefix/lib/pkgconfig/libpq.pc" <<TEXT
+Name: libpq
+Description: PostgreSQL's client library
+Version: 15
+Libs: -L$prefix/lib -lpq -lpgcommon -lpgport -lsecur32 -lshell32 -lws2_32 -ladvapi32
+Cflags: -I$prefix/include
+TEXT
+}
+
 build_x264() {
   ./configure --host="$host" --cross-prefix="$host-" --prefix="$prefix" --enable-static --disable-cli --bit-depth=8 \
     --disable-opencl --enable-pic &&
@@ -194,6 +226,7 @@ copy_licences() {
 json-c libjson-c-dev
 libxml2 libxml2-dev
 lmdb liblmdb-dev
+libpq libpq-dev
 spdlog libspdlog-dev
 fmt libfmt-dev
 asio libasio-dev
@@ -221,6 +254,7 @@ build spdlog build_spdlog
 build googletest build_googletest
 build rapidcheck build_rapidcheck
 build lmdb build_lmdb
+build postgresql-15 build_libpq
 build x264 build_x264
 build x265 build_x265
 build ffmpeg build_ffmpeg
