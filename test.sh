@@ -70,14 +70,27 @@ end_wine() {
   [ "${wine_is_ours:-no}" = no ] || wineserver --kill >/dev/null 2>&1 || true
 }
 
+# run_tests NAME PRESET CTEST-OPTION...
 run_tests() {
-  say "testing ($1)"
-  ctest --test-dir "build/$1" --output-on-failure --parallel "$jobs" --tests-regex "$only" --no-tests=error \
-    --progress 2>&1 | tee "$log" || passed=no
+  local name=$1 preset=$2
+  shift 2
+  say "testing ($name)"
+  ctest --test-dir "build/$preset" --output-on-failure --parallel "$jobs" --tests-regex "$only" --progress "$@" 2>&1 |
+    tee "$log" || passed=no
+}
+
+# Takes the last run's figures into the summary: summarise NAME
+summarise() {
+  local line
+  line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -n 1) || line="no tests"
+  summary+=("$1: $line ($stages)")
+  if [[ "$line" =~ \ ([0-9]+)\ tests\ failed\ out\ of\ ([0-9]+) ]]; then
+    failed=$((failed + BASH_REMATCH[1])) total=$((total + BASH_REMATCH[2]))
+  fi
 }
 
 test_preset() {
-  local preset=$1 stages="" line
+  local preset=$1 stages=""
   if [ "$preset" = mingw ]; then
     stage dependencies prepare_windows
     stage build build_preset mingw
@@ -85,20 +98,26 @@ test_preset() {
   else
     stage build build_preset "$preset"
   fi
-  stage tests run_tests "$preset"
-  line=$(grep -E 'tests passed, [0-9]+ tests failed out of [0-9]+' "$log" | tail -n 1) || line="no tests"
-  summary+=("$preset: $line ($stages)")
-  if [[ "$line" =~ \ ([0-9]+)\ tests\ failed\ out\ of\ ([0-9]+) ]]; then
-    failed=$((failed + BASH_REMATCH[1])) total=$((total + BASH_REMATCH[2]))
-  fi
+  stage tests run_tests "$preset" "$preset" --label-exclude '^cross$'
+  summarise "$preset"
+}
+
+# Programs of one host against those of the other.
+test_cross() {
+  local stages=""
+  stage tests run_tests cross debug --label-regex '^cross$'
+  summarise cross
 }
 
 install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}"
+case "${presets[*]}" in *mingw*) install_packages "${PACKAGES_WINDOWS[@]}" ;; esac
 for preset in "${presets[@]}"; do
   test_preset "$preset"
 done
+[ ${#presets[@]} -eq 1 ] || test_cross
+[ "$total" -gt 0 ] || fail "no test has a name that matches $only"
 printf '\n'
 printf '%s\n' "${summary[@]}"
 [ ${#presets[@]} -eq 1 ] || printf '%s%% tests passed, %s tests failed out of %s\n' \
-  $((total == 0 ? 0 : (total - failed) * 100 / total)) "$failed" "$total"
+  $(((total - failed) * 100 / total)) "$failed" "$total"
 [ "$passed" = yes ]
