@@ -1,18 +1,26 @@
 #include "vod/record_worker.h"
 
 #include "platform/os/os_guard.h"
+#include "vod/lock_ranks.h"
 #include "vod/log_buffered.h"
+#include "vod/record_pressure.h"
 
-#include <atomic>
+#include <cstdlib>
+#include <exception>
 
-DList *s_lst_findfds;
-DList *s_lst_asyn_op;
+std::atomic<DList *> s_lst_findfds;
+std::atomic<DList *> s_lst_asyn_op;
 
 static LThread s_asyn_op_thr;
 static std::atomic<int32_t> s_asyn_thread_is_terminate;
 // Wakes the worker; made once.
 static LMutex s_asyn_mutex;
 static LCond s_asyn_wakeup;
+// How often something was queued. Guarded by s_asyn_mutex.
+static uint64_t s_asyn_queued;
+
+// A command that takes longer holds up those of all clients: it is told.
+static constexpr uint64_t STALL_MS = 1000;
 
 int record_lists_create()
 {
@@ -22,45 +30,159 @@ int record_lists_create()
     s_lst_asyn_op = adt_dlist_create(sizeof(void *));
     if (s_lst_asyn_op == nullptr)
         return LOGGED_BUFFERED(0, "s_lst_asyn_op == NULL");
+    adt_dlist_set_rank(s_lst_findfds, LOCK_RANK_LEAF, "s_lst_findfds");
+    adt_dlist_set_rank(s_lst_asyn_op, LOCK_RANK_LEAF, "s_lst_asyn_op");
     return 1;
 }
 
 static int wakeup_init()
 {
-    return (s_asyn_mutex.impl != nullptr || os_mutex_init(&s_asyn_mutex, 1)) &&
-           (s_asyn_wakeup.impl != nullptr || os_cond_init(&s_asyn_wakeup));
+    if (s_asyn_mutex.impl == nullptr && !os_mutex_init(&s_asyn_mutex, 1))
+        return 0;
+    os_mutex_set_rank(&s_asyn_mutex, LOCK_RANK_LEAF, "record worker");
+    return s_asyn_wakeup.impl != nullptr || os_cond_init(&s_asyn_wakeup);
 }
 
 int record_worker_start()
 {
     s_asyn_thread_is_terminate = 0;
-    // The worker of an earlier start goes on by itself.
+    // The worker of an earlier start goes on by itself, with the queue that it was given.
     if (s_asyn_op_thr.impl != nullptr)
         os_thread_detach(&s_asyn_op_thr);
     s_asyn_op_thr = {};
-    if (!wakeup_init() || !os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, NULL))
+    if (!wakeup_init() || !os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, s_lst_asyn_op))
         return LOGGED_BUFFERED(0, "!os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, NULL)");
     return 1;
 }
 
-int rec_asyn_op_thread_start(void *)
+// ---- The queue ------------------------------------------------------------------------------------------------------
+
+static void worker_wake()
 {
-    os_thread_name("vod-records");
+    if (s_asyn_mutex.impl == nullptr)
+        return;
     os_lock_guard held(&s_asyn_mutex);
-    while (!s_asyn_thread_is_terminate)
+    s_asyn_queued++;
+    os_cond_broadcast(&s_asyn_wakeup);
+}
+
+int rec_operate_for_asyn(VodOperateRecItem *item)
+{
+    if (item == nullptr)
+        return LOGGED(0, LOG_SYSTEM, "item == NULL");
+    DList *queue = s_lst_asyn_op;
+    if (queue == nullptr)
+        return 0;
+    {
+        dlist_guard held(queue);
+        if (adt_dlist_push_back(queue, &item) == nullptr)
+            return 0;
+    }
+    worker_wake();
+    return 1;
+}
+
+static VodOperateRecItem *queue_take(DList *queue)
+{
+    dlist_guard held(queue);
+    DListNode *head = adt_dlist_head(queue);
+    if (head == nullptr)
+        return nullptr;
+    auto item = *static_cast<VodOperateRecItem **>(adt_dlist_data(head));
+    adt_dlist_erase(queue, head);
+    return item;
+}
+
+// ---- The thread -----------------------------------------------------------------------------------------------------
+
+static void operate(VodOperateRecItem *item)
+{
+    uint64_t begun = os_tick();
+    try {
+        deal_with_asyn_rec_operate(item);
+    } catch (const std::exception &error) {
+        // Out of memory: this command is lost.
+        LOG(LOG_SYSTEM, "deal_with_asyn_rec_operate: %s", error.what());
+    }
+    if (uint64_t took = os_tick() - begun; took > STALL_MS)
+        LOG(LOG_SYSTEM, "command => %d took %llu ms, the others had to wait", item->command,
+            static_cast<unsigned long long>(took));
+}
+
+static void item_done(VodOperateRecItem *item)
+{
+    MsLink *mslink = item->udata == nullptr ? nullptr : item->udata->mslink;
+    record_item_free(item);
+    record_pressure_leave(mslink);
+}
+
+static uint64_t queued_so_far()
+{
+    os_lock_guard held(&s_asyn_mutex);
+    return s_asyn_queued;
+}
+
+// Waits until something is queued after `seen`, or the worker is to end.
+static void wait_for_more(uint64_t seen)
+{
+    os_lock_guard held(&s_asyn_mutex);
+    while (s_asyn_queued == seen && !s_asyn_thread_is_terminate)
         os_cond_wait(&s_asyn_wakeup, held.mutex(), OS_WAIT_FOREVER);
+}
+
+int rec_asyn_op_thread_start(void *arg)
+{
+    auto queue = static_cast<DList *>(arg);
+    os_thread_name("vod-records");
+    LOG(LOG_TRACE, "%s: s_asyn_thread_is_terminate = %d", "rec_asyn_op_thread_start",
+        s_asyn_thread_is_terminate.load());
+    while (!s_asyn_thread_is_terminate) {
+        uint64_t seen = queued_so_far();
+        if (VodOperateRecItem *item = queue_take(queue)) {
+            operate(item);
+            item_done(item);
+        } else {
+            wait_for_more(seen);
+        }
+    }
     return 0;
+}
+
+// ---- The end, for tests ---------------------------------------------------------------------------------------------
+
+static VodRecFindfd *sessions_take(DList *sessions)
+{
+    dlist_guard held(sessions);
+    DListNode *head = adt_dlist_head(sessions);
+    if (head == nullptr)
+        return nullptr;
+    auto session = *static_cast<VodRecFindfd **>(adt_dlist_data(head));
+    adt_dlist_erase(sessions, head);
+    return session;
+}
+
+static void lists_empty()
+{
+    if (DList *queue = s_lst_asyn_op)
+        while (VodOperateRecItem *item = queue_take(queue))
+            item_done(item);
+    if (DList *sessions = s_lst_findfds)
+        while (VodRecFindfd *session = sessions_take(sessions)) {
+            silo_db_find_close(session->findfd);
+            std::free(session);
+        }
 }
 
 void record_worker_stop()
 {
-    if (s_asyn_op_thr.impl == nullptr)
-        return;
-    {
-        os_lock_guard held(&s_asyn_mutex);
-        s_asyn_thread_is_terminate = 1;
-        os_cond_broadcast(&s_asyn_wakeup);
+    if (s_asyn_op_thr.impl != nullptr) {
+        {
+            os_lock_guard held(&s_asyn_mutex);
+            s_asyn_thread_is_terminate = 1;
+            os_cond_broadcast(&s_asyn_wakeup);
+        }
+        os_thread_join(&s_asyn_op_thr, nullptr);
+        s_asyn_op_thr = {};
     }
-    os_thread_join(&s_asyn_op_thr, nullptr);
-    s_asyn_op_thr = {};
+    lists_empty();
 }

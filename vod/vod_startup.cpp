@@ -140,6 +140,7 @@ static int analysis_start_if_wanted()
     return s_start_vca == 0 || analysis_start_if_needed();
 }
 
+// Without its index the service still plays by name: what went wrong is logged where it was found.
 static int record_index_init()
 {
     silo_db_init();

@@ -37,6 +37,13 @@ inline bool xml_name_is(const xmlNode *node, const char *name)
     return xmlStrcmp(node->name, BAD_CAST name) == 0;
 }
 
+// A decimal number at the front of a text, 0 when there is none. One that is too large counts as the largest.
+int xml_number(const xmlChar *text);
+
+// Whether a text is all characters that XML may hold, in UTF-8; and the text with the bytes that are not as '?'.
+bool xml_text_is_valid(std::string_view text);
+std::string xml_valid_text(std::string_view text);
+
 // Sets an attribute; bytes that are no UTF-8 become '?', because the serialiser would stop at them. False when there is
 // no memory, for the attribute or for the node, which then is null.
 bool xml_set_text(xmlNode *node, const char *name, std::string_view value);

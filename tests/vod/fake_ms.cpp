@@ -115,3 +115,9 @@ int mslink_destroy(MsLink *link)
     link->udata = nullptr;
     return s_fake_ms.destroy_result;
 }
+
+int mslink_hold_reading(MsLink *link, int hold)
+{
+    link->holds += hold != 0 ? 1 : -1;
+    return 1;
+}

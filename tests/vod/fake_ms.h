@@ -24,6 +24,7 @@ struct sent_package {
 struct MsLink {
     std::atomic<void *> udata = nullptr;
     std::atomic<bool> destroyed = false, timed_out = false;
+    std::atomic<int> holds = 0; // how often its reading was held, less how often it was let go on
     std::mutex mutex;
     std::vector<sent_package> sent;
     std::deque<uint32_t> failures; // error numbers of the next sends; 0 succeeds

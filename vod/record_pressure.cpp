@@ -1,0 +1,40 @@
+#include "vod/record_pressure.h"
+
+#include <mutex>
+#include <unordered_map>
+
+namespace {
+struct waiting_commands {
+    size_t count = 0;
+    bool held = false;
+};
+} // namespace
+
+// A connection is held and released under the lock: otherwise the two could overtake each other.
+static std::mutex s_mutex;
+// Guarded by s_mutex. A handle of the message service names one connection for ever, so it serves as a key after its end.
+static std::unordered_map<MsLink *, waiting_commands> s_waiting;
+
+void record_pressure_enter(MsLink *mslink)
+{
+    std::lock_guard held(s_mutex);
+    waiting_commands &waiting = s_waiting[mslink];
+    if (++waiting.count > RECORD_WAITING_MAX && !waiting.held)
+        waiting.held = mslink_hold_reading(mslink, 1) != 0;
+}
+
+void record_pressure_leave(MsLink *mslink)
+{
+    std::lock_guard held(s_mutex);
+    auto found = s_waiting.find(mslink);
+    if (found == s_waiting.end())
+        return;
+    waiting_commands &waiting = found->second;
+    waiting.count--;
+    if (waiting.held && waiting.count <= RECORD_WAITING_RESUME) {
+        waiting.held = false;
+        mslink_hold_reading(mslink, 0);
+    }
+    if (waiting.count == 0)
+        s_waiting.erase(found);
+}
