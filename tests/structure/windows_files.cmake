@@ -2,7 +2,7 @@ cmake_minimum_required(VERSION 3.25)
 # The module offers exactly the functions of the public headers (EXPORTS lists them), and no program or library in FOLDER
 # wants another library than Windows' own and those beside it.
 set(WINDOWS_LIBRARIES advapi32.dll bcrypt.dll iphlpapi.dll kernel32.dll msvcrt.dll mswsock.dll ole32.dll psapi.dll
-  shell32.dll user32.dll winmm.dll ws2_32.dll)
+  secur32.dll shell32.dll user32.dll winmm.dll ws2_32.dll)
 
 function(read_tables file result)
   execute_process(COMMAND ${OBJDUMP} -p ${file} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
