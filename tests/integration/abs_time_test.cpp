@@ -14,7 +14,7 @@ protected:
             "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", "out.rec"};
         if (with_time)
             arguments.push_back("--abs-time");
-        process_result result = run_vodctl(arguments);
+        child_result result = run_vodctl(arguments);
         EXPECT_EQ(result.status, 0) << result.err;
         return file_of("out.rec");
     }

@@ -33,7 +33,7 @@ protected:
         std::vector<std::string> arguments{
             "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", output};
         arguments.insert(arguments.end(), options.begin(), options.end());
-        process_result result = run_vodctl(arguments);
+        child_result result = run_vodctl(arguments);
         EXPECT_EQ(result.status, 0) << result.err;
     }
     static constexpr int FRAMES = 75;

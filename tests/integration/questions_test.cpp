@@ -27,7 +27,7 @@ protected:
         return "<?xml version=\"1.0\"?><command name=\"get_vod_link_num\"><type>" + std::to_string(type) +
                "</type></command>";
     }
-    process_result vodctl(std::vector<std::string> arguments) const
+    child_result vodctl(std::vector<std::string> arguments) const
     {
         arguments.insert(arguments.begin(), {"--server", "127.0.0.1:" + std::to_string(service.port())});
         return run_vodctl(arguments);
@@ -133,13 +133,13 @@ TEST_F(QuestionsTest, VodctlTellsCountersAndState)
 {
     raw_session session;
     ASSERT_EQ(session.request(service.port(), "rec/even.rec"), 10);
-    process_result links = vodctl({"--json", "links"});
+    child_result links = vodctl({"--json", "links"});
     EXPECT_EQ(links.status, 0) << links.err;
     EXPECT_NE(links.out.find("1"), std::string::npos) << links.out;
-    process_result state = vodctl({"state"});
+    child_result state = vodctl({"state"});
     EXPECT_EQ(state.status, 0) << state.err;
     EXPECT_NE(state.out.find("rec/even.rec"), std::string::npos) << state.out;
-    process_result refused = vodctl({"play", "rec/none.rec", "-o", "none.rec"});
+    child_result refused = vodctl({"play", "rec/none.rec", "-o", "none.rec"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.err.find("0x1000028"), std::string::npos) << refused.err;
 }

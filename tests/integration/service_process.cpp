@@ -2,20 +2,13 @@
 
 #include "platform/json/json.h"
 #include "platform/os/os.h"
+#include "tests/support/environment.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <csignal>
-#include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 static constexpr uint32_t START_MS = 60'000, LOOK_MS = 5;
 static constexpr char LOG_FILE[] = "svr.err", OUT_FILE[] = "svr.out";
@@ -27,9 +20,10 @@ std::string file_of(const std::string &path)
 }
 
 service_process::service_process(const service_settings &settings)
+    : program_(settings.program.empty() ? std::vector{program_beside("vod_svr")} : settings.program)
 {
     // Times in names and headers are local.
-    setenv("TZ", "UTC", 1);
+    environment_set("TZ", "UTC");
     folder_.write("etc/conf/vod_config.json", settings.vod_config);
     folder_.write("etc/conf/ms_config.json", settings.ms_config);
     folder_.write("etc/conf/vod_svr.json", settings.svr_config);
@@ -38,10 +32,7 @@ service_process::service_process(const service_settings &settings)
 
 service_process::~service_process()
 {
-    if (is_running()) {
-        signal(SIGKILL);
-        wait_for_end(START_MS);
-    }
+    end_now();
     std::string text = log();
     for (const char *report : {"Sanitizer:", "runtime error:", "lock order"})
         if (size_t at = text.find(report); at != std::string::npos)
@@ -50,34 +41,18 @@ service_process::~service_process()
 
 // ---- Life -----------------------------------------------------------------------------------------------------------
 
-static void redirect(const std::string &file, int descriptor)
+bool service_process::launch(const std::vector<std::string> &arguments)
 {
-    int opened = open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    dup2(opened, descriptor);
-    close(opened);
-}
-
-void service_process::launch(const std::vector<std::string> &arguments)
-{
-    std::string out = folder_.file(OUT_FILE), log = folder_.file(LOG_FILE), root = folder_.path().string();
-    std::vector<std::string> words{VOD_SVR_PATH, "--root", root, "--json"};
+    std::vector<std::string> words = program_;
+    words.insert(words.end(), {"--root", folder_.path().string(), "--json"});
     words.insert(words.end(), arguments.begin(), arguments.end());
-    std::vector<char *> argv;
-    for (std::string &word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
+    child_options options;
+    options.out = folder_.file(OUT_FILE);
+    options.err = folder_.file(LOG_FILE);
     // What an earlier process said must not be taken for this one's.
-    std::filesystem::remove(out);
-    std::filesystem::remove(log);
-    status_ = -1;
-    pid_ = fork();
-    if (pid_ != 0)
-        return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL); // a test that is stopped from outside leaves nothing running
-    redirect(out, STDOUT_FILENO);
-    redirect(log, STDERR_FILENO);
-    execv(argv[0], argv.data());
-    _exit(127);
+    std::filesystem::remove(options.out);
+    std::filesystem::remove(options.err);
+    return process_.start(words, options);
 }
 
 static uint16_t port_of_ready_line(const std::string &out)
@@ -93,9 +68,9 @@ static uint16_t port_of_ready_line(const std::string &out)
 
 bool service_process::start(const std::vector<std::string> &arguments)
 {
-    launch(arguments);
+    bool is_launched = launch(arguments);
     uint64_t deadline = os_tick() + START_MS;
-    while (is_running() && os_tick() < deadline) {
+    while (is_launched && is_running() && os_tick() < deadline) {
         if (port_ = port_of_ready_line(out()); port_ != 0)
             return true;
         os_sleep(LOOK_MS);
@@ -106,43 +81,13 @@ bool service_process::start(const std::vector<std::string> &arguments)
 
 int service_process::run(const std::vector<std::string> &arguments)
 {
-    launch(arguments);
-    return wait_for_end(20'000);
+    return launch(arguments) ? wait_for_end(20'000) : int{CHILD_ENDED_BY_FORCE};
 }
 
 void service_process::stop()
 {
-    signal(SIGTERM);
+    EXPECT_TRUE(ask_to_end());
     EXPECT_EQ(wait_for_end(30'000), 0) << log().substr(log().size() > 4000 ? log().size() - 4000 : 0);
-}
-
-int service_process::wait_for_end(uint32_t ms)
-{
-    uint64_t deadline = os_tick() + ms;
-    while (is_running()) {
-        if (os_tick() >= deadline)
-            return -1;
-        os_sleep(LOOK_MS);
-    }
-    return status_;
-}
-
-void service_process::signal(int number) const
-{
-    if (pid_ > 0)
-        kill(pid_, number);
-}
-
-bool service_process::is_running()
-{
-    int status = 0;
-    if (pid_ <= 0)
-        return false;
-    if (waitpid(pid_, &status, WNOHANG) != pid_)
-        return true;
-    status_ = WIFEXITED(status) ? WEXITSTATUS(status) : -2;
-    pid_ = -1;
-    return false;
 }
 
 // ---- What it says and costs -----------------------------------------------------------------------------------------
@@ -162,39 +107,6 @@ std::string service_process::out() const
     return file_of(folder_.file(OUT_FILE));
 }
 
-static int entries_in(const std::string &folder)
-{
-    std::error_code gone;
-    std::filesystem::directory_iterator entries(folder, gone);
-    return gone ? 0 : static_cast<int>(std::distance(entries, {}));
-}
-
-// User and system time out of /proc/<pid>/stat.
-static uint64_t cpu_ticks(const std::string &stat)
-{
-    // Behind the name, which may hold anything, stand the state and ten numbers.
-    std::istringstream fields(stat.substr(std::min(stat.size(), stat.rfind(')') + 1)));
-    std::string skipped;
-    for (int i = 0; i < 11; i++)
-        fields >> skipped;
-    uint64_t user = 0, system = 0;
-    fields >> user >> system;
-    return user + system;
-}
-
-process_figures service_process::figures() const
-{
-    std::string proc = "/proc/" + std::to_string(pid_);
-    process_figures figures;
-    figures.threads = entries_in(proc + "/task");
-    figures.descriptors = entries_in(proc + "/fd");
-    uint64_t pages = 0;
-    std::istringstream(file_of(proc + "/statm")) >> pages >> pages;
-    figures.resident_bytes = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-    figures.cpu_ms = cpu_ticks(file_of(proc + "/stat")) * 1000 / static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
-    return figures;
-}
-
 std::vector<int32_t> link_counters(const vodclient_server &server)
 {
     vodclient_login login;
@@ -210,17 +122,17 @@ std::vector<int32_t> link_counters(const vodclient_server &server)
     return counters;
 }
 
-bool service_process::settles(const process_figures &before) const
+bool service_process::settles(const child_figures &before) const
 {
     for (uint64_t deadline = os_tick() + 20'000; os_tick() < deadline; os_sleep(20)) {
         if (link_counters(server()) != std::vector<int32_t>(5, 0))
             continue;
-        process_figures now = figures();
+        child_figures now = figures();
         // The question itself has just ended and may still hold its descriptor.
         if (now.threads <= before.threads && now.descriptors <= before.descriptors)
             return true;
     }
-    process_figures now = figures();
+    child_figures now = figures();
     ADD_FAILURE() << "threads " << before.threads << " -> " << now.threads << ", descriptors " << before.descriptors
                   << " -> " << now.descriptors << ", counters " << testing::PrintToString(link_counters(server()));
     return false;

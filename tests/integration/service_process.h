@@ -2,6 +2,7 @@
 #pragma once
 
 #include "client/vodclient.h"
+#include "tests/support/child_process.h"
 #include "tests/support/temp_folder.h"
 
 #include <cstdint>
@@ -35,11 +36,8 @@ struct service_settings {
     std::string vod_config = R"({"sleep_interval": 0})";
     std::string ms_config = R"({"port": 0})";
     std::string svr_config = R"({"fs_charset": "UTF-8", "log": {"level": 1, "stderr": 1}})";
-};
-
-struct process_figures {
-    uint64_t resident_bytes = 0, cpu_ms = 0;
-    int threads = 0, descriptors = 0;
+    // The words that start it; none: the program that is built beside the test.
+    std::vector<std::string> program = {};
 };
 
 class service_process {
@@ -56,25 +54,28 @@ public:
     int run(const std::vector<std::string> &arguments = {});
     // Asks it to end, which it must do in order: with exit status 0.
     void stop();
-    // The exit status once it has ended; -1 when it runs on for `ms`, -2 when a signal ended it.
-    int wait_for_end(uint32_t ms);
-    void signal(int number) const;
-    bool is_running();
+    // Its exit status, or one of child_status.
+    int wait_for_end(uint32_t ms) { return process_.wait(ms); }
+    bool ask_to_end() { return process_.ask_to_end(); }
+    bool press_ctrl_c() { return process_.press_ctrl_c(); }
+    void end_now() { process_.end_now(); }
+    bool is_running() { return process_.is_running(); }
 
     const temp_folder &folder() const { return folder_; }
     vodclient_server server() const;
     uint16_t port() const { return port_; }
-    int pid() const { return pid_; }
+    int pid() const { return process_.pid(); }
     std::string log() const; // standard error
     std::string out() const; // standard output
-    process_figures figures() const;
+    child_figures figures() const { return process_.figures(); }
     // True once all links are gone and threads and descriptors are no more than in `before`.
-    bool settles(const process_figures &before) const;
+    bool settles(const child_figures &before) const;
 
 private:
-    void launch(const std::vector<std::string> &arguments);
+    bool launch(const std::vector<std::string> &arguments);
     temp_folder folder_{temp_folder::working_directory::enter};
-    int pid_ = -1, status_ = -1;
+    child_process process_;
+    std::vector<std::string> program_;
     uint16_t port_ = 0;
 };
 

@@ -52,7 +52,7 @@ TEST_P(StreamTest, TheLibraryReceivesTheFileByteForByte)
 
 TEST_P(StreamTest, VodctlSavesTheFileByteForByte)
 {
-    process_result result =
+    child_result result =
         run_vodctl({"--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", "saved.rec"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_TRUE(file_of("saved.rec") == file_of(made.path));

@@ -66,7 +66,7 @@ TEST_F(VanishingTest, FiveHundredVanishingClientsLeaveNothingBehind)
     constexpr int CLIENTS = 4, CYCLES = rounds(120);
     run_clients(CLIENTS, STAGES); // what is made once, on first use
     ASSERT_TRUE(service.settles({.threads = 1000, .descriptors = 1000}));
-    process_figures before = service.figures();
+    child_figures before = service.figures();
     for (int i = 0; i < CYCLES / 6; i++)
         vanish(static_cast<stage>(i % STAGES), i / STAGES % 2 == 0);
     run_clients(CLIENTS, CYCLES);
@@ -79,7 +79,7 @@ TEST_F(VanishingTest, FiveHundredVanishingClientsLeaveNothingBehind)
 
 TEST_F(VanishingTest, ClientsThatVanishWhileTheServiceCannotSendAreForgotten)
 {
-    process_figures before = service.figures();
+    child_figures before = service.figures();
     {
         std::vector<std::unique_ptr<raw_session>> stalled;
         for (int i = 0; i < 30; i++) {
@@ -107,7 +107,7 @@ protected:
 
 TEST_F(PatienceTest, AClientThatTakesNothingIsGivenUpThoughItsConnectionStands)
 {
-    process_figures before = service.figures();
+    child_figures before = service.figures();
     raw_session stalled;
     ASSERT_EQ(stalled.request(service.port(), "rec/big.rec"), 10);
     stalled.get();

@@ -39,6 +39,8 @@ public:
     bool is_running() { return wait(0) == CHILD_RUNS; }
     // The polite request: what the program must answer with an orderly end.
     bool ask_to_end();
+    // The same from the keyboard, where the host makes a difference.
+    bool press_ctrl_c();
     void end_now();
     int pid() const;
     child_figures figures() const;

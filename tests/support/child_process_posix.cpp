@@ -125,6 +125,11 @@ bool child_process::ask_to_end()
     return !has_ended(state_.get()) && kill(state_->pid, SIGTERM) == 0;
 }
 
+bool child_process::press_ctrl_c()
+{
+    return !has_ended(state_.get()) && kill(state_->pid, SIGINT) == 0;
+}
+
 void child_process::end_now()
 {
     if (has_ended(state_.get()))

@@ -93,16 +93,17 @@ TEST(ChildProcessTest, APipeThatIsClosedEndsTheWriting)
 
 static void end_politely(const char *deed, const std::string &ready, int status)
 {
+    bool (child_process::*const ways[])() = {&child_process::ask_to_end, &child_process::press_ctrl_c};
     child_options options;
     options.out_is_pipe = true;
-    for (int round = 0; round < 3; round++) {
+    for (auto ask : ways) {
         child_process process, other;
         ASSERT_TRUE(process.start(words({deed}), options) && other.start(words({deed}), options));
         ASSERT_EQ(process.read(ready.size()), ready);
         ASSERT_EQ(other.read(ready.size()), ready);
-        EXPECT_TRUE(process.ask_to_end());
+        EXPECT_TRUE((process.*ask)());
         EXPECT_EQ(process.wait(20'000), status);
-        EXPECT_FALSE(process.ask_to_end());
+        EXPECT_FALSE((process.*ask)());
         EXPECT_EQ(other.wait(50), CHILD_RUNS); // nobody else is asked
     }
 }

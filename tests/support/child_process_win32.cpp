@@ -229,11 +229,16 @@ int child_process::wait(uint32_t ms)
 }
 
 // A program of its own presses the keys, because who does must leave the console that it has.
-bool child_process::ask_to_end()
+bool child_process::press_ctrl_c()
 {
     child_process presser;
     return is_running() && presser.start({program_beside("child_interrupt"), std::to_string(state_->pid)}) &&
            presser.wait(60'000) == 0;
+}
+
+bool child_process::ask_to_end()
+{
+    return press_ctrl_c();
 }
 
 void child_process::end_now()

@@ -18,7 +18,7 @@ static std::string text_of(const byte_list &bytes)
 }
 
 class VodctlPlayTest : public testing::Test {
-  protected:
+protected:
     VodctlPlayTest()
     {
         file = recording_head_bytes();
@@ -52,7 +52,7 @@ class VodctlPlayTest : public testing::Test {
         arguments.insert(arguments.begin(), {"--server", "127.0.0.1:" + std::to_string(ms_listen_port())});
         return arguments;
     }
-    process_result run(const std::vector<std::string> &arguments) const { return run_vodctl(with_server(arguments)); }
+    child_result run(const std::vector<std::string> &arguments) const { return run_vodctl(with_server(arguments)); }
 
     static constexpr uint32_t FRAMES = 30;
     byte_list file;
@@ -63,7 +63,7 @@ class VodctlPlayTest : public testing::Test {
 
 TEST_F(VodctlPlayTest, TheSavedRecordingEqualsTheServedFile)
 {
-    process_result result = run({"play", "D:\\rec\\\xC3\xA4.rec", "-o", "out.rec"});
+    child_result result = run({"play", "D:\\rec\\\xC3\xA4.rec", "-o", "out.rec"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(file_text("out.rec"), text_of(file));
     EXPECT_EQ(result.out, "");
@@ -76,7 +76,7 @@ TEST_F(VodctlPlayTest, TheSavedRecordingEqualsTheServedFile)
 
 TEST_F(VodctlPlayTest, QuietSaysNothing)
 {
-    process_result result = run({"play", "x", "-o", "out.rec", "--quiet"});
+    child_result result = run({"play", "x", "-o", "out.rec", "--quiet"});
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.out + result.err, "");
 }
@@ -90,7 +90,7 @@ TEST_F(VodctlPlayTest, AFileThatIsThereIsReplaced)
 
 TEST_F(VodctlPlayTest, StandardOutputCarriesTheRecordingAlone)
 {
-    process_result result = run_vodctl_into("cat", with_server({"play", "x", "-o", "-"}));
+    child_result result = run_vodctl_into_pipe(SIZE_MAX, with_server({"play", "x", "-o", "-"}));
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, text_of(file));
 }
@@ -103,7 +103,7 @@ TEST_F(VodctlPlayTest, AReaderThatLeavesEndsItQuietly)
             ;
         self.data(link, {});
     });
-    process_result result = run_vodctl_into("head -c 10", with_server({"play", "x", "-o", "-"}));
+    child_result result = run_vodctl_into_pipe(10, with_server({"play", "x", "-o", "-"}));
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(result.out, text_of(file).substr(0, 10));
@@ -111,7 +111,7 @@ TEST_F(VodctlPlayTest, AReaderThatLeavesEndsItQuietly)
 
 TEST_F(VodctlPlayTest, JsonTellsTheTotals)
 {
-    process_result result = run({"--json", "play", "x", "-o", "out.rec"});
+    child_result result = run({"--json", "play", "x", "-o", "out.rec"});
     ASSERT_EQ(result.status, 0) << result.err;
     json_ref object(json_tokener_parse(result.out.c_str()));
     ASSERT_NE(object, nullptr) << result.out;
@@ -146,7 +146,7 @@ TEST_F(VodctlPlayTest, SeeksAndReverseSendTheirControlCodeAndKeepOnlyWhatFollows
         is_playing = false;
         std::vector<std::string> arguments{"play", "x", "-o", "out.rec"};
         arguments.insert(arguments.end(), of.options.begin(), of.options.end());
-        process_result result = run(arguments);
+        child_result result = run(arguments);
         EXPECT_EQ(result.status, 0) << result.err;
         std::vector<seen_package> seen = service.seen(MP_CODE_SEND_CMD_CHS);
         ASSERT_EQ(seen.size(), ++commands);
@@ -161,7 +161,7 @@ TEST_F(VodctlPlayTest, ARefusedSeekIsARefusal)
     service.on(MP_CODE_SEND_CMD_CHS, [](fake_service &self, MsLink *link, const seen_package &of) {
         self.reply_control(link, of, "error", 0);
     });
-    process_result result = run({"play", "x", "-o", "out.rec", "--seek-percent", "50"});
+    child_result result = run({"play", "x", "-o", "out.rec", "--seek-percent", "50"});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find("refused control code 12"), std::string::npos) << result.err;
 }
@@ -173,7 +173,7 @@ TEST_F(VodctlPlayTest, LimitsEndAtAFramesBorder)
     for (const std::vector<std::string> &limit :
          {std::vector<std::string>{"--frames", "7"}, std::vector<std::string>{"--duration", "0.28"}}) {
         is_playing = false;
-        process_result result = run({"play", "x", "-o", "out.rec", limit[0], limit[1]});
+        child_result result = run({"play", "x", "-o", "out.rec", limit[0], limit[1]});
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(file_text("out.rec"), text_of(expected)) << limit[0];
     }
@@ -199,11 +199,11 @@ TEST_F(VodctlPlayTest, AnnexBIsTheBareVideo)
         byte_list picture = recording_picture_bytes(number);
         expected.insert(expected.end(), picture.begin(), picture.end());
     }
-    process_result result = run({"play", "x", "-o", "out.h264"});
+    child_result result = run({"play", "x", "-o", "out.h264"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(file_text("out.h264"), text_of(expected));
     is_playing = false;
-    EXPECT_EQ(run_vodctl_into("cat", with_server({"play", "x", "-o", "-", "--format", "annexb"})).out,
+    EXPECT_EQ(run_vodctl_into_pipe(SIZE_MAX, with_server({"play", "x", "-o", "-", "--format", "annexb"})).out,
               text_of(expected));
 }
 
@@ -211,14 +211,14 @@ TEST_F(VodctlPlayTest, Mp4IsMadeInAFileAndInAPipe)
 {
     if (!VODCTL_HAS_MEDIA)
         GTEST_SKIP() << "built without the media libraries";
-    process_result result = run({"play", "x", "-o", "out.mp4"});
+    child_result result = run({"play", "x", "-o", "out.mp4"});
     EXPECT_EQ(result.status, 0) << result.err;
     std::string mp4 = file_text("out.mp4");
     EXPECT_EQ(mp4.substr(4, 4), "ftyp");
     EXPECT_NE(mp4.find("moov"), std::string::npos);
     EXPECT_NE(mp4.find("avc1"), std::string::npos);
     is_playing = false;
-    result = run_vodctl_into("cat", with_server({"play", "x", "--format", "mp4", "-o", "-"}));
+    result = run_vodctl_into_pipe(SIZE_MAX, with_server({"play", "x", "--format", "mp4", "-o", "-"}));
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out.substr(4, 4), "ftyp");
     EXPECT_NE(result.out.find("moof"), std::string::npos);
@@ -235,7 +235,7 @@ TEST_F(VodctlPlayTest, AnMp4ReaderThatLeavesEndsItQuietly)
             self.data(link, recording_frame_bytes(number, 40'000));
         self.data(link, {});
     });
-    process_result result = run_vodctl_into("head -c 10", with_server({"play", "x", "-o", "-", "--format", "mp4"}));
+    child_result result = run_vodctl_into_pipe(10, with_server({"play", "x", "-o", "-", "--format", "mp4"}));
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.err, "");
 }
@@ -244,7 +244,7 @@ TEST_F(VodctlPlayTest, ARefusedRecordingLeavesNoFileAndSaysWhatToDo)
 {
     service.on(MP_CODE_REQUEST_RES,
                [](fake_service &self, MsLink *link, const seen_package &) { self.reject(link, 0x1000028); });
-    process_result result = run({"--json", "play", "x", "-o", "out.rec"});
+    child_result result = run({"--json", "play", "x", "-o", "out.rec"});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find("cannot be opened; check its name"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("(0x1000028)"), std::string::npos) << result.err;
@@ -262,7 +262,7 @@ TEST_F(VodctlPlayTest, ALostConnectionIsIncompleteAndKeepsWhatCame)
         self.data(link, recording_frames_bytes(0, 5));
         self.send(link, raw_package(MP_CODE_SEND_RES, {})); // no data attribute: the client gives the connection up
     });
-    process_result result = run({"play", "x", "-o", "out.rec"});
+    child_result result = run({"play", "x", "-o", "out.rec"});
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.err.find("out.rec holds only what came until then"), std::string::npos) << result.err;
     byte_list expected = recording_head_bytes(), frames = recording_frames_bytes(0, 5);
@@ -273,7 +273,7 @@ TEST_F(VodctlPlayTest, ALostConnectionIsIncompleteAndKeepsWhatCame)
 TEST_F(VodctlPlayTest, AServiceThatEndsTheConnectionIsIncomplete)
 {
     service.on(MP_CODE_GET_RES, [](fake_service &self, MsLink *link, const seen_package &) { self.disconnect(link); });
-    process_result result = run({"play", "x", "-o", "out.rec"});
+    child_result result = run({"play", "x", "-o", "out.rec"});
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.err.find("the service has ended the connection"), std::string::npos) << result.err;
 }
@@ -281,7 +281,7 @@ TEST_F(VodctlPlayTest, AServiceThatEndsTheConnectionIsIncomplete)
 TEST_F(VodctlPlayTest, SilenceIsIncompleteAfterTheTimeout)
 {
     service.on(MP_CODE_GET_RES, [](fake_service &, MsLink *, const seen_package &) {});
-    process_result result = run({"--timeout", "0.3", "play", "x", "-o", "out.rec"});
+    child_result result = run({"--timeout", "0.3", "play", "x", "-o", "out.rec"});
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.err.find("--timeout"), std::string::npos) << result.err;
 }
@@ -289,7 +289,7 @@ TEST_F(VodctlPlayTest, SilenceIsIncompleteAfterTheTimeout)
 TEST_F(VodctlPlayTest, AnOutputThatCannotBeOpenedIsALocalError)
 {
     for (const char *name : {"no_folder/out.rec", "no_folder/out.mp4"}) {
-        process_result result = run({"play", "x", "-o", name});
+        child_result result = run({"play", "x", "-o", name});
         EXPECT_EQ(result.status, 4) << result.err;
         EXPECT_NE(result.err.find(std::string("cannot write ") + name), std::string::npos) << result.err;
     }
@@ -299,7 +299,7 @@ TEST_F(VodctlPlayTest, AFullDeviceIsALocalError)
 {
     if (!std::filesystem::exists("/dev/full"))
         GTEST_SKIP() << "no device that is always full";
-    process_result result = run({"play", "x", "-o", "/dev/full"});
+    child_result result = run({"play", "x", "-o", "/dev/full"});
     EXPECT_EQ(result.status, 4) << result.err;
     EXPECT_NE(result.err.find("cannot write /dev/full: No space left"), std::string::npos) << result.err;
 }
@@ -311,7 +311,7 @@ TEST_F(VodctlPlayTest, APoliteRequestToEndKeepsWhatCame)
         for (int i = 0; i < 10; i++)
             self.data(link, frame);
     });
-    process_result result = run_vodctl_and_stop("out.rec", with_server({"play", "x", "-o", "out.rec"}));
+    child_result result = run_vodctl_and_stop("out.rec", with_server({"play", "x", "-o", "out.rec"}));
     EXPECT_EQ(result.status, 130) << result.err;
     EXPECT_NE(result.err.find("stopped"), std::string::npos) << result.err;
     EXPECT_EQ((file_text("out.rec").size() - 88) % frame.size(), 0u);

@@ -1,23 +1,21 @@
 #include "tests/tools/vodctl_process.h"
 
-#include <cstdlib>
+#include "platform/os/os.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
-static std::string quoted(const std::string &text)
-{
-    std::string result = "'";
-    for (char letter : text)
-        result += letter == '\'' ? std::string("'\\''") : std::string(1, letter);
-    return result + "'";
-}
+static constexpr uint32_t END_MS = 60'000;
+static constexpr char ERR_FILE[] = "run.err";
 
-static std::string command_of(const std::vector<std::string> &arguments)
+static std::vector<std::string> words_of(const std::vector<std::string> &arguments)
 {
-    std::string command = quoted(VODCTL_PATH);
-    for (const std::string &argument : arguments)
-        command += " " + quoted(argument);
-    return command;
+    std::vector<std::string> words{program_beside("vodctl")};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return words;
 }
 
 std::string file_text(const std::string &name)
@@ -26,31 +24,43 @@ std::string file_text(const std::string &name)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-static process_result run_script(const std::string &script)
+child_result run_vodctl(const std::vector<std::string> &arguments, const std::vector<std::string> &environment)
 {
-    process_result result;
-    if (std::system(script.c_str()) == -1)
-        return result;
-    std::string status = file_text("run.status");
-    result.status = status.empty() ? -1 : std::atoi(status.c_str());
-    result.out = file_text("run.out");
-    result.err = file_text("run.err");
+    child_options options;
+    options.environment = environment;
+    return child_run(words_of(arguments), options);
+}
+
+child_result run_vodctl_into_pipe(size_t read_bytes, const std::vector<std::string> &arguments)
+{
+    child_options options;
+    options.err = ERR_FILE;
+    options.out_is_pipe = true;
+    child_process process;
+    EXPECT_TRUE(process.start(words_of(arguments), options));
+    child_result result;
+    result.out = process.read(read_bytes);
+    process.close_pipe();
+    result.status = process.wait(END_MS);
+    result.err = file_text(ERR_FILE);
     return result;
 }
 
-process_result run_vodctl(const std::vector<std::string> &arguments, const std::string &environment)
+child_result run_vodctl_and_stop(const std::string &file, const std::vector<std::string> &arguments)
 {
-    return run_script(environment + " " + command_of(arguments) + " >run.out 2>run.err; echo $? >run.status");
-}
-
-process_result run_vodctl_into(const std::string &reader, const std::vector<std::string> &arguments)
-{
-    return run_script("{ " + command_of(arguments) + " 2>run.err; echo $? >run.status; } | " + reader + " >run.out");
-}
-
-process_result run_vodctl_and_stop(const std::string &file, const std::vector<std::string> &arguments)
-{
-    return run_script(command_of(arguments) + " >run.out 2>run.err & "
-                      "for i in $(seq 500); do [ -s " + quoted(file) + " ] && break; sleep 0.01; done; "
-                      "kill -TERM $!; wait $!; echo $? >run.status");
+    child_options options;
+    options.out = "run.out";
+    options.err = ERR_FILE;
+    child_process process;
+    EXPECT_TRUE(process.start(words_of(arguments), options));
+    std::error_code missing;
+    for (uint64_t deadline = os_tick() + END_MS; os_tick() < deadline && process.is_running(); os_sleep(10))
+        if (uintmax_t size = std::filesystem::file_size(file, missing); !missing && size > 0)
+            break;
+    EXPECT_TRUE(process.ask_to_end());
+    child_result result;
+    result.status = process.wait(END_MS);
+    result.out = file_text(options.out);
+    result.err = file_text(ERR_FILE);
+    return result;
 }

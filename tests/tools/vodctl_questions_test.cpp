@@ -6,7 +6,7 @@
 
 #include <gtest/gtest.h>
 
-static process_result run(std::vector<std::string> arguments)
+static child_result run(std::vector<std::string> arguments)
 {
     arguments.insert(arguments.begin(), {"--server", "127.0.0.1:" + std::to_string(ms_listen_port())});
     return run_vodctl(arguments);
@@ -27,7 +27,7 @@ TEST(VodctlStateTest, PrintsATable)
 {
     fake_service service;
     answer_state(service, STATE);
-    process_result result = run({"state"});
+    child_result result = run({"state"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "playbacks: 1\n    0 %  D:\\a.rec\ndownloads: 0\n");
     EXPECT_EQ(service.seen(MP_CODE_REQUEST_RES).at(0).u16(5, 0), 0x8003);
@@ -37,7 +37,7 @@ TEST(VodctlStateTest, PrintsJson)
 {
     fake_service service;
     answer_state(service, STATE);
-    process_result result = run({"--json", "state"});
+    child_result result = run({"--json", "state"});
     EXPECT_EQ(result.status, 0) << result.err;
     json_ref object(json_tokener_parse(result.out.c_str()));
     ASSERT_NE(object, nullptr) << result.out;
@@ -53,7 +53,7 @@ TEST(VodctlStateTest, ANamedFileIsWrittenByTheService)
 {
     fake_service service;
     answer_state(service, std::string("state.xml") + '\0');
-    process_result result = run({"state", "--xml-file", "state.xml"});
+    child_result result = run({"state", "--xml-file", "state.xml"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out, "the service has written its link state to state.xml\n");
     std::vector<uint8_t> value = service.seen(MP_CODE_REQUEST_RES).at(0).attrs[5].value;
@@ -64,7 +64,7 @@ TEST(VodctlStateTest, AnAnswerThatIsNoStateIsAnError)
 {
     fake_service service;
     answer_state(service, "hello");
-    process_result result = run({"state"});
+    child_result result = run({"state"});
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.err.find("no link state"), std::string::npos) << result.err;
     EXPECT_EQ(result.out, "");
@@ -78,8 +78,8 @@ static void answer_counts(fake_service &service)
     service.on(MP_CODE_GET_RES, [](fake_service &self, MsLink *link, const seen_package &) { self.data(link, {0}); });
     service.on(MP_CODE_SEND_CMD_CHS, [](fake_service &self, MsLink *link, const seen_package &command) {
         self.reply(link, command,
-                   "\t <?xml version=\"1.0\"?><command_return name=\"get_vod_link_num\" result=\"ok\"><link_num>1"
-                       + command.xml_value("type") + "</link_num></command_return>");
+                   "\t <?xml version=\"1.0\"?><command_return name=\"get_vod_link_num\" result=\"ok\"><link_num>1" +
+                       command.xml_value("type") + "</link_num></command_return>");
     });
 }
 
@@ -87,7 +87,7 @@ TEST(VodctlLinksTest, PrintsATable)
 {
     fake_service service;
     answer_counts(service);
-    process_result result = run({"links"});
+    child_result result = run({"links"});
     EXPECT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(result.out,
               "downloads            10\nplaybacks            11\nstate links          12\nuploads              13\n"
@@ -98,7 +98,7 @@ TEST(VodctlLinksTest, PrintsJson)
 {
     fake_service service;
     answer_counts(service);
-    process_result result = run({"links", "--json"});
+    child_result result = run({"links", "--json"});
     EXPECT_EQ(result.status, 0) << result.err;
     json_ref object(json_tokener_parse(result.out.c_str()));
     ASSERT_NE(object, nullptr) << result.out;
@@ -112,7 +112,7 @@ TEST(VodctlLinksTest, ARefusalIsARefusal)
     fake_service service;
     service.on(MP_CODE_REQUEST_RES,
                [](fake_service &self, MsLink *link, const seen_package &) { self.reject(link, 0x1000008); });
-    process_result result = run({"links"});
+    child_result result = run({"links"});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find("no free link"), std::string::npos) << result.err;
 }
@@ -120,7 +120,7 @@ TEST(VodctlLinksTest, ARefusalIsARefusal)
 TEST(VodctlLinksTest, ASilentServiceIsIncomplete)
 {
     fake_service service;
-    process_result result = run({"--timeout", "0.2", "links"});
+    child_result result = run({"--timeout", "0.2", "links"});
     EXPECT_EQ(result.status, 3);
     EXPECT_NE(result.err.find("did not answer"), std::string::npos) << result.err;
 }

@@ -9,7 +9,7 @@
 TEST(VodctlUsageTest, HelpDocumentsCommandsAndExitStatuses)
 {
     temp_folder folder(temp_folder::working_directory::enter);
-    process_result result = run_vodctl({"--help"});
+    child_result result = run_vodctl({"--help"});
     EXPECT_EQ(result.status, 0);
     for (const char *word :
          {"play", "state", "links", "--server", "VOD_SERVER", "--timeout", "Exit status", "64 wrong usage"})
@@ -52,7 +52,7 @@ TEST(VodctlUsageTest, WrongUsageIs64AndSaysSo)
         {"links", "extra"},
     };
     for (const std::vector<std::string> &line : lines) {
-        process_result result = run_vodctl(line);
+        child_result result = run_vodctl(line);
         std::string shown;
         for (const std::string &word : line)
             shown += word + " ";
@@ -75,7 +75,7 @@ TEST(VodctlUsageTest, NoServiceIsCannotConnect)
           std::vector<std::string>{"links"}}) {
         std::vector<std::string> line{"--server", server};
         line.insert(line.end(), command.begin(), command.end());
-        process_result result = run_vodctl(line);
+        child_result result = run_vodctl(line);
         EXPECT_EQ(result.status, 2) << result.err;
         EXPECT_EQ(result.err.rfind("vodctl: cannot connect to " + server, 0), 0u) << result.err;
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
@@ -87,6 +87,6 @@ TEST(VodctlUsageTest, TheServerMayComeFromTheEnvironment)
     fake_service service;
     service.on(MP_CODE_REQUEST_RES,
                [](fake_service &self, MsLink *link, const seen_package &) { self.reject(link, 0x1000008); });
-    EXPECT_EQ(run_vodctl({"links"}, "VOD_SERVER=127.0.0.1:" + std::to_string(ms_listen_port())).status, 1);
+    EXPECT_EQ(run_vodctl({"links"}, {"VOD_SERVER=127.0.0.1:" + std::to_string(ms_listen_port())}).status, 1);
     EXPECT_EQ(service.seen(MP_CODE_REQUEST_RES).size(), 1u);
 }

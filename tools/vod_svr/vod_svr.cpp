@@ -6,10 +6,7 @@
 #include "win32_vod/vod.h"
 
 #include <CLI/CLI.hpp>
-#include <asio/io_context.hpp>
-#include <asio/signal_set.hpp>
 
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -23,7 +20,8 @@ static constexpr char DESCRIPTION[] =
     "  etc/conf/vod_svr.json     this process: logging, character set of file names\n"
     "  etc/conf/ms_config.json   the network: address, port, limits\n"
     "  etc/conf/vod_config.json  the service: sessions, pacing, folders that clients may name\n"
-    "A file that is missing leaves the defaults. When the service takes requests, one line says so on standard output.\n"
+    "A file that is missing leaves the defaults. When the service takes requests, one line says so on standard "
+    "output.\n"
     "\n"
     "Example:\n"
     "  vod_svr --root /var/lib/win32-vod\n"
@@ -53,22 +51,6 @@ static void say_ready(bool json)
     std::fflush(stdout);
 }
 
-// Takes the requests to end from its making on: one that comes while the service starts is kept until somebody waits.
-class end_requests {
-public:
-    end_requests() : signals_(context_, SIGINT, SIGTERM) {}
-    void wait()
-    {
-        signals_.async_wait([](const asio::error_code &, int) {});
-        context_.run();
-        signals_.clear(); // a second request ends the process at once
-    }
-
-private:
-    asio::io_context context_;
-    asio::signal_set signals_;
-};
-
 // Connections end first, so that every session closes its player while the service is still whole.
 static void stop_service()
 {
@@ -97,13 +79,15 @@ static int run(const svr_arguments &arguments)
         std::puts("the configuration can be used");
         return EXIT_STOPPED;
     }
-    end_requests end;
+    // Before the start: a request that comes meanwhile is kept until it is waited for.
+    if (!os_end_take())
+        return complain("requests to end cannot be taken");
     if (!vod_startup()) {
         os_log_flush();
         return complain("the service did not start; the last lines of the log say why");
     }
     say_ready(arguments.json);
-    end.wait();
+    os_end_wait();
     stop_service();
     return EXIT_STOPPED;
 }
