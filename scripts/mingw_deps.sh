@@ -145,10 +145,13 @@ build_rapidcheck() {
   cmake_static .
 }
 
-# No build description of its own that knows Windows: two files.
+# No build description of its own that knows Windows: two files. It asks whether a reader's process has ended without the
+# right to wait for it, and so takes one that somebody still has a handle of for a living one.
 build_lmdb() {
   local folder
   folder=$(dirname "$(find . -name mdb.c | head -n 1)")
+  grep -q 'OpenProcess(env->me_pidquery, ' "$folder/mdb.c" || return
+  sed -i 's/OpenProcess(env->me_pidquery, /OpenProcess(env->me_pidquery | SYNCHRONIZE, /' "$folder/mdb.c"
   "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/mdb.c" -o mdb.o &&
     "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/midl.c" -o midl.o &&
     "$host-ar" rcs "$prefix/lib/liblmdb.a" mdb.o midl.o &&
