@@ -55,7 +55,8 @@ inline void silo_key_add(silo_key *key, std::string_view part)
         key->text[0] = '\0';
         return;
     }
-    std::memcpy(key->text + key->len, part.data(), part.size());
+    if (!part.empty())
+        std::memcpy(key->text + key->len, part.data(), part.size());
     key->len += static_cast<uint32_t>(part.size());
     key->text[key->len] = '\0';
 }

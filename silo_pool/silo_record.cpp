@@ -175,9 +175,9 @@ int silo_key_walk(silo_transaction_t *trans, std::string_view prefix, int (*visi
                   void *user)
 {
     silo_iterator_ptr iter(silo_iterator_init(trans));
-    if (iter == nullptr || silo_iterator_bound(iter.get(), prefix.data(), prefix.size()) < 0)
-        return 0;
     silo_key last = silo_key_text(prefix);
+    if (iter == nullptr || silo_iterator_bound(iter.get(), last.text, last.len) < 0)
+        return 0;
     int end = silo_iterator_seek(iter.get(), last.text, last.len, 0);
     bool found = false;
     while (end == 0) {

@@ -1,0 +1,196 @@
+// The record index over its stores, beside the same records and questions in plain LMDB with one read for each value, in
+// SQLite and in a PostgreSQL table.
+#include "bench/figure.h"
+#include "bench/index_peers.h"
+#include "platform/os/os.h"
+#include "silo_pool/silo_channels.h"
+#include "silo_pool/silo_orb.h"
+#include "silo_pool/silo_owners.h"
+#include "tests/silo/pg_server.h"
+#include "tests/support/temp_folder.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+
+struct bench_plan {
+    uint64_t records = 1000000, server_records = 100000, single_inserts = 2000;
+    int runs = 5;
+};
+
+// ---- Ours -----------------------------------------------------------------------------------------------------------
+
+static bool put_record(silo_transaction_t *trans, const bench_record &record)
+{
+    silo_record_values values = {.path = record.path,
+                                 .bt = record.bt,
+                                 .host = record.host_id,
+                                 .ch = static_cast<uint32_t>(record.ch),
+                                 .et = record.et,
+                                 .size = record.size,
+                                 .rt = record.rt,
+                                 .md5 = record.md5,
+                                 .lock_time = "0-00-00 00:00:00",
+                                 .left_out = 0};
+    uint64_t id;
+    return silo_record_put(trans, values, {}, &id) == SILO_PUT_NEW;
+}
+
+// Records `first` to `last`, so many a transaction; a second of it.
+static double load(uint64_t first, uint64_t last, uint64_t total, int batch)
+{
+    silo_connection_ptr conn(silo_pool_get_connection());
+    bench_require(conn != nullptr, "no connection to the store");
+    stopwatch watch;
+    for (uint64_t id = first; id <= last;) {
+        silo_transaction_ptr trans(silo_begin_transaction(conn->db, SILO_WRITE));
+        bench_require(trans != nullptr, "no transaction");
+        for (int i = 0; i < batch && id <= last; i++, id++)
+            bench_require(put_record(trans.get(), bench_record_of(id, total)), "a record is not written");
+        bench_require(silo_commit(trans.get()) == 0, "a commit failed");
+    }
+    return static_cast<double>(last - first + 1) / watch.seconds();
+}
+
+static size_t ask(const bench_question &question)
+{
+    silo_orb_iterator *it = silo_orb_iterator_init(question.is_one_channel ? BENCH_HOST : nullptr, BENCH_CHANNEL, 0,
+                                                   question.from, question.to);
+    bench_require(it != nullptr, "no search");
+    size_t found = 0;
+    while (silo_orb_iterator_next(it) == 0)
+        found++;
+    silo_orb_iterator_destroy(it);
+    return found;
+}
+
+static void use_store(const std::string &address)
+{
+    silo_pool_close();
+    silo_pool_set_db_uri(address.c_str());
+    bench_require(silo_orb_initialize() == 0, "the index is not ready");
+}
+
+// ---- Questions ------------------------------------------------------------------------------------------------------
+
+template <class F> static double milliseconds(int runs, F call)
+{
+    call();
+    std::vector<double> ms;
+    for (int i = 0; i < runs; i++) {
+        stopwatch watch;
+        call();
+        ms.push_back(watch.seconds() * 1000);
+    }
+    return median_of(ms);
+}
+
+struct named_peer {
+    const char *name;
+    index_peer *peer;
+    double ratio_wanted[3]; // for each question; 0: none
+};
+
+static void ask_all(const std::string &store, int runs, const std::vector<named_peer> &peers)
+{
+    for (size_t i = 0; i < 3; i++) {
+        const bench_question &question = BENCH_QUESTIONS[i];
+        silo_channels_forget();
+        stopwatch watch;
+        size_t found = ask(question);
+        if (question.is_one_channel)
+            figure_print({store + ": " + question.name + ", first time", "ms", watch.seconds() * 1000});
+        double ours = milliseconds(runs, [&] { ask(question); });
+        for (const named_peer &other : peers) {
+            bench_require(other.peer->ask(question) == found, std::string(other.name) + " finds something else");
+            double peer = milliseconds(runs, [&] { other.peer->ask(question); });
+            double limit = other.ratio_wanted[i];
+            figure_print({store + ": " + question.name + ", " + std::to_string(found) + " records", "ms", ours,
+                          other.name, peer, limit > 0 ? WANTED_RATIO_AT_MOST : WANTED_NOTHING, limit});
+        }
+    }
+}
+
+// ---- Stores ---------------------------------------------------------------------------------------------------------
+
+static double load_peer(index_peer *peer, uint64_t records)
+{
+    stopwatch watch;
+    peer->load(records);
+    return static_cast<double>(records) / watch.seconds();
+}
+
+static uint64_t bytes_below(const std::string &folder)
+{
+    uint64_t bytes = 0;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(folder))
+        bytes += entry.is_regular_file() ? entry.file_size() : 0;
+    return bytes;
+}
+
+static void embedded(const temp_folder &folder, const bench_plan &plan)
+{
+    auto plain = lmdb_peer(folder.file("plain"));
+    auto sqlite = sqlite_peer(folder.path().string());
+    std::string store = "lmdb:" + folder.file("store");
+    use_store(store + "?sync=0");
+    double ours = load(1, plan.records, plan.records, 1000);
+    double bytes = static_cast<double>(bytes_below(folder.file("store"))) / static_cast<double>(plan.records);
+    figure_print({"lmdb: inserts, 1000 a commit", "records/s", ours, "plain LMDB", load_peer(plain.get(), plan.records),
+                  WANTED_RATIO_AT_LEAST, 0.4});
+    double plain_bytes = static_cast<double>(bytes_below(folder.file("plain"))) / static_cast<double>(plan.records);
+    figure_print({"lmdb: bytes of a record", "bytes", bytes, "plain LMDB", plain_bytes, WANTED_RATIO_AT_MOST, 1.2});
+    std::vector<named_peer> peers = {{"plain LMDB", plain.get(), {0.5, 0.3, 0.3}}};
+    if (sqlite != nullptr) {
+        figure_print({"SQLite: inserts, 1000 a commit", "records/s", load_peer(sqlite.get(), plan.records)});
+        peers.push_back({"SQLite", sqlite.get(), {}});
+    }
+    ask_all("lmdb", plan.runs, peers);
+    uint64_t next = plan.records + 1;
+    figure_print({"lmdb: inserts, 1 a commit, not synced", "records/s",
+                  load(next, next + plan.single_inserts - 1, plan.records, 1)});
+    next += plan.single_inserts;
+    use_store(store);
+    figure_print({"lmdb: inserts, 1 a commit, synced", "records/s",
+                  load(next, next + plan.single_inserts - 1, plan.records, 1)});
+    silo_pool_close();
+}
+
+static void server(const bench_plan &plan)
+{
+    std::string why;
+    pg_server server;
+    if (!pg_programs_are_there(&why) || !server.start()) {
+        std::printf("PostgreSQL is left out: %s\n", why.c_str());
+        return;
+    }
+    auto table = postgresql_peer(server.uri());
+    use_store(server.uri("connect_ms=10000&statement_ms=60000"));
+    double ours = load(1, plan.server_records, plan.server_records, 1000);
+    figure_print({"PostgreSQL: inserts, 1000 a commit", "records/s", ours, "table (COPY)",
+                  load_peer(table.get(), plan.server_records)});
+    ask_all("PostgreSQL", plan.runs, {{"table", table.get(), {}}});
+    uint64_t next = plan.server_records + 1;
+    figure_print({"PostgreSQL: inserts, 1 a commit", "records/s",
+                  load(next, next + plan.single_inserts / 4, plan.server_records, 1)});
+    silo_pool_close();
+}
+
+int main(int argc, char **argv)
+{
+    bench_plan plan;
+    bool is_quick = false;
+    std::string data;
+    CLI::App app("The record index beside plain LMDB, SQLite and a PostgreSQL table");
+    app.add_flag("--quick", is_quick, "small and once: shows that it works, measures nothing");
+    app.add_option("--records", plan.records, "records in the embedded stores")->check(CLI::Range(64, 100000000));
+    app.add_option("--server-records", plan.server_records, "records in the servers")->check(CLI::Range(64, 100000000));
+    app.add_option("--data", data, "accepted as the other benches do; nothing is kept");
+    CLI11_PARSE(app, argc, argv);
+    if (is_quick)
+        plan = {2000, 1000, 20, 1};
+    os_log_set_level(LOG_SYSTEM);
+    temp_folder folder;
+    embedded(folder, plan);
+    server(plan);
+    return 0;
+}
