@@ -21,7 +21,7 @@ TEST_F(OrbrecArgumentsTest, WrongArgumentsEndWith64AndSayWhatIsWrong)
     struct row {
         const char *arguments, *text;
     };
-    for (row each : {row{"", "name a command: import, export, info or verify"},
+    for (row each : {row{"", "name a command: import, export, info, verify, index, unindex, reindex or check"},
                      row{"frobnicate", "frobnicate"},
                      row{"import", "required"},
                      row{"import in.mp4", "--output is required"},
@@ -54,7 +54,7 @@ TEST_F(OrbrecArgumentsTest, WrongArgumentsEndWith64AndSayWhatIsWrong)
 
 TEST_F(OrbrecArgumentsTest, HelpTeachesWithExamplesAndExitStatuses)
 {
-    for (const char *command : {"", "import", "export", "info", "verify"}) {
+    for (const char *command : {"", "import", "export", "info", "verify", "index", "unindex", "reindex", "check"}) {
         tool_result result = orbrec(folder_, std::string(command) + " --help");
         EXPECT_EQ(result.status, 0) << command;
         EXPECT_NE(result.out.find("Examples:"), std::string::npos) << command;

@@ -1,5 +1,5 @@
 #include "tools/orbrec/import_pairing.h"
-#include "tools/orbrec/orbrec.h"
+#include "tools/orbrec/index_entry.h"
 #include "tools/orbrec/progress.h"
 
 #include "platform/avfiltersdk/avfilterwriter.h"
@@ -258,12 +258,37 @@ static video_wish wish_of(const import_settings &settings)
     return wish;
 }
 
+// Beforehand: an import may take hours.
+static int store_open(const import_settings &settings)
+{
+    std::string address;
+    return index_open(settings.index, INDEX_IS_MADE, &address);
+}
+
+static int files_enter(const import_job &job)
+{
+    index_wishes wishes;
+    wishes.host = job.settings.host;
+    wishes.channel = static_cast<uint32_t>(job.settings.channel);
+    wishes.folder = job.settings.index.folder();
+    int status = ORBREC_OK;
+    for (const written_file &file : job.output.files()) {
+        indexed_file entered = index_file(file.name, wishes, nullptr);
+        if (!entered.error.empty())
+            status = orbrec_fail(entered.result == INDEX_STOPPED ? ORBREC_INTERRUPTED : ORBREC_UNWRITABLE,
+                                 file.name + " is not in the index: " + entered.error);
+    }
+    return status;
+}
+
 int orbrec_import(const import_settings &settings)
 {
     if (std::string complaint = settings_complaint(settings); !complaint.empty())
         return orbrec_fail(ORBREC_USAGE, complaint);
     output_settings output;
     if (int status = output_prepare(settings, &output); status != ORBREC_OK)
+        return status;
+    if (int status = settings.wants_index ? store_open(settings) : ORBREC_OK; status != ORBREC_OK)
         return status;
     import_job job{.settings = settings, .wish = wish_of(settings), .output = recording_output(output)};
     if (!settings.start.empty())
@@ -272,6 +297,8 @@ int orbrec_import(const import_settings &settings)
     for (const std::string &name : settings.inputs)
         if (status = import_one(&job, name); status != ORBREC_OK)
             break;
+    if (settings.wants_index)
+        status = std::max(status, files_enter(job));
     // What was completed before a failure is there and is told.
     if (status == ORBREC_OK || !job.output.files().empty())
         report_print(job);

@@ -1,14 +1,10 @@
 #include "comm_func/orb_userdata.h"
 #include "platform/avfiltersdk/avfilterwriter.h"
+#include "tools/orbrec/recording_handle.h"
 #include "tools/orbrec/recording_reader.h"
 
 #include <algorithm>
 #include <cstdio>
-
-struct recording_closer {
-    void operator()(void *handle) const { AVFilterDestroy(handle); }
-};
-using recording_ref = std::unique_ptr<void, recording_closer>;
 
 struct frame_line {
     AVFrameInfo frame;
@@ -184,16 +180,6 @@ static void info_print_text(const info_settings &settings, const info_facts &fac
                     local_time_text(walk.first_time).c_str(), local_time_text(walk.last_time).c_str());
     if (settings.frames || settings.keys)
         lines_print(walk);
-}
-
-static recording_ref recording_open(const std::string &path)
-{
-    AVOrbFileFilter filter = {};
-    filter.iSize = sizeof filter;
-    filter.iCreateType = 1;
-    text_copy(filter.cFileName, path);
-    AVFilterStartup();
-    return recording_ref(AVFilterCreate(0, &filter, sizeof filter));
 }
 
 int orbrec_info(const info_settings &settings)

@@ -1,4 +1,4 @@
-#include "tools/orbrec/orbrec.h"
+#include "tools/orbrec/index_options.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -7,8 +7,8 @@ extern "C" {
 #include <CLI/CLI.hpp>
 
 static const char *const s_exit_statuses = "\nExit status:\n"
-                                           "  0    done; verify: every recording is clean\n"
-                                           "  1    verify found faults\n"
+                                           "  0    done; verify, check: everything is in order\n"
+                                           "  1    verify or check found faults\n"
                                            "  2    an input cannot be read, or is no recording\n"
                                            "  3    an output cannot be written, or is already there\n"
                                            "  4    the media cannot be converted\n"
@@ -20,7 +20,9 @@ static const char *const s_main_examples =
     "  orbrec import street.mp4 -o var/rec/ --host door1     make a recording of a video\n"
     "  orbrec info var/rec/door1_00_0_20240501080000_1.rec   what is in it\n"
     "  orbrec verify --decode var/rec/*.rec                  is all of it sound?\n"
-    "  orbrec export door1_00_0_20240501080000_1.rec -o clip.mp4\n";
+    "  orbrec export door1_00_0_20240501080000_1.rec -o clip.mp4\n"
+    "  orbrec reindex --scan var/rec                         let searches find all that is there\n"
+    "  orbrec check                                          does the index fit the files?\n";
 
 static const char *const s_import_examples =
     "\nVideo that is H.264 or H.265 without B-frames and has a key frame at least every 10 seconds is taken over as\n"
@@ -75,6 +77,8 @@ static void import_command(CLI::App *app, import_settings *settings)
     command->add_option("--channel", settings->channel, "Channel for the file names (0)")->check(CLI::Range(0, 999));
     command->add_option("--split", settings->split, "Begin a new file after this length, seconds or hh:mm:ss");
     command->add_flag("--force", settings->force, "Replace files that are already there");
+    index_store_options(command, &settings->index);
+    command->add_flag("--index", settings->wants_index, "Enter what was made in the record index");
     command->add_flag("--json", settings->json, "Print what was made as JSON");
 }
 
@@ -117,6 +121,7 @@ struct command_settings {
     export_settings output;
     info_settings info;
     verify_settings verify;
+    index_settings index;
 };
 
 static int command_run(const CLI::App &app, const command_settings &settings)
@@ -131,7 +136,9 @@ static int command_run(const CLI::App &app, const command_settings &settings)
         return orbrec_export(settings.output);
     if (app.got_subcommand("info"))
         return orbrec_info(settings.info);
-    return orbrec_verify(settings.verify);
+    if (app.got_subcommand("verify"))
+        return orbrec_verify(settings.verify);
+    return index_commands_run(app, settings.index);
 }
 
 int main(int argc, char **argv)
@@ -145,13 +152,15 @@ try {
     export_command(&app, &settings.output);
     info_command(&app, &settings.info);
     verify_command(&app, &settings.verify);
+    index_commands(&app, &settings.index, s_exit_statuses);
     try {
         app.parse(argc, os_program_start(argc, argv));
     } catch (const CLI::ParseError &wrong) {
         return app.exit(wrong) == 0 ? ORBREC_OK : ORBREC_USAGE;
     }
     if (app.get_subcommands().empty())
-        return orbrec_fail(ORBREC_USAGE, "name a command: import, export, info or verify; --help tells more");
+        return orbrec_fail(ORBREC_USAGE, "name a command: import, export, info, verify, index, unindex, reindex or check; --help "
+                                          "tells more");
     return command_run(app, settings);
 } catch (const std::exception &failure) {
     return orbrec_fail(ORBREC_MEDIA, failure.what());

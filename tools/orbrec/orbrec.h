@@ -21,13 +21,22 @@ enum orbrec_exit {
 // Paths as the system's records hold them.
 constexpr size_t SYSTEM_PATH_BYTES = 256;
 
+// Which record index is meant.
+struct store_settings {
+    std::string store; // an address; empty: what the service of `root` uses
+    std::string root;  // the service's folder; empty: the working directory, where that is one
+    // What relative names in the index are relative to.
+    std::string folder() const { return root.empty() ? "." : root; }
+};
+
 struct import_settings {
     std::vector<std::string> inputs;
     std::string output, codec = "auto", size, start, split, host = "local";
     double gop_seconds = 0, fps = 0; // 0: not said
     int crf = -1;                    // -1: the encoder's usual one
     int channel = 0;
-    bool no_audio = false, force = false, json = false;
+    bool no_audio = false, force = false, json = false, wants_index = false;
+    store_settings index;
 };
 
 struct export_settings {

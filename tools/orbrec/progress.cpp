@@ -31,8 +31,14 @@ void progress_bar::show(int64_t done)
     std::fputs(("\r" + title_ + " [" + bar + number).c_str(), stderr);
 }
 
-progress_bar::~progress_bar()
+void progress_bar::hide()
 {
     if (drawn_)
         std::fputs("\r\033[K", stderr);
+    drawn_ = false;
+}
+
+progress_bar::~progress_bar()
+{
+    hide();
 }

@@ -11,6 +11,8 @@ public:
     progress_bar(const progress_bar &) = delete;
     progress_bar &operator=(const progress_bar &) = delete;
     void show(int64_t done);
+    // Takes the line away for something else; the next call draws it again.
+    void hide();
 
 private:
     std::string title_;
