@@ -1,5 +1,5 @@
-// The record index over its stores, beside the same records and questions in plain LMDB with one read for each value, in
-// SQLite and in a PostgreSQL table.
+// The record index over its stores, beside the same records and questions in plain LMDB with one read for each value,
+// in SQLite and in a PostgreSQL table.
 #include "bench/figure.h"
 #include "bench/index_peers.h"
 #include "platform/os/os.h"

@@ -120,8 +120,7 @@ public:
                 path.append(*byte == '\\' ? "\\\\" : std::string(1, *byte));
             std::string line = std::to_string(id) + "\t" + path + "\t" + record.bt + "\t" + record.et + "\t" +
                                record.host_id + "\t" + std::to_string(record.ch) + "\t" + std::to_string(record.rt) +
-                               "\t" + std::to_string(record.size) + "\t" + record.md5 +
-                               "\t0-00-00 00:00:00\t\\N\t2\n";
+                               "\t" + std::to_string(record.size) + "\t" + record.md5 + "\t0-00-00 00:00:00\t\\N\t2\n";
             PQputCopyData(db_, line.data(), static_cast<int>(line.size()));
         }
         PQputCopyEnd(db_, nullptr);

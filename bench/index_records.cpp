@@ -19,8 +19,8 @@ bench_record bench_record_of(uint64_t id, uint64_t total)
 {
     bench_record record = {};
     int group = static_cast<int>((id - 1) % 64);
-    auto begin = FIRST_SECOND + static_cast<int64_t>(static_cast<double>(id - 1) * (static_cast<double>(SECONDS) /
-                                                                                   static_cast<double>(total)));
+    auto begin = FIRST_SECOND + static_cast<int64_t>(static_cast<double>(id - 1) *
+                                                     (static_cast<double>(SECONDS) / static_cast<double>(total)));
     record.id = id;
     record.host = group / 16;
     record.ch = group % 16;

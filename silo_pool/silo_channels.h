@@ -1,16 +1,16 @@
 // What searches remember of each record: its device and channel, so that a search for one channel does not read the
 // records of all others again and again. Internal to the searches.
 //
-// Why it stays true. A record's device and channel are written once, when its id is new, and an id is never given again,
-// so a pair (id, channel) that a reading transaction saw in a visible record holds for ever. A record that is deleted is
-// no longer met in the by-time index; a record that is found is read anew, all of it, in the search's own snapshot. What
-// is remembered can therefore only pass by records that the snapshot would refuse as well.
+// Why it stays true. A record's device and channel are written once, when its id is new, and an id is never given
+// again, so a pair (id, channel) that a reading transaction saw in a visible record holds for ever. A record that is
+// deleted is no longer met in the by-time index; a record that is found is read anew, all of it, in the search's own
+// snapshot. What is remembered can therefore only pass by records that the snapshot would refuse as well.
 //
-// What could break it is another index in the place of the one that was learned from: a store that was emptied and filled
-// anew, restored from a copy, or that lost its last commits. Ids then mean other records. Each search looks for that
-// before it relies on anything: "ino" must not be below the greatest id learned, and that id, the witness, must still
-// have the path that it was learned with. Otherwise everything is forgotten, and searches that began earlier neither ask
-// nor teach any more: each belongs to the epoch in which it began.
+// What could break it is another index in the place of the one that was learned from: a store that was emptied and
+// filled anew, restored from a copy, or that lost its last commits. Ids then mean other records. Each search looks for
+// that before it relies on anything: "ino" must not be below the greatest id learned, and that id, the witness, must
+// still have the path that it was learned with. Otherwise everything is forgotten, and searches that began earlier
+// neither ask nor teach any more: each belongs to the epoch in which it began.
 #pragma once
 
 #include "platform/silo/silo.h"

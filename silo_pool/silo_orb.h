@@ -13,18 +13,18 @@ struct silo_orb_iterator {
     silo_transaction_t *trans;
     silo_iterator_t *iter; // over the by-time keys
     uint64_t rev_hi, rev_lo;
-    char host_id[256];  // empty: any device
-    int32_t ch;         // negative: any channel
-    int32_t rt;         // mask of types
-    char start[32];     // the first key looked at
-    char end[32];       // the first one that is too late
+    char host_id[256]; // empty: any device
+    int32_t ch;        // negative: any channel
+    int32_t rt;        // mask of types
+    char start[32];    // the first key looked at
+    char end[32];      // the first one that is too late
     int32_t not_first;
     silo_record current; // what the last step found
     silo_orb_walk *walk; // what stands ready for the next steps
 };
 
-// `bt` and `et`: time texts, both inclusive, of begin times. `host_id` NULL: any device, and then any channel. `ch` negative:
-// any channel. `file_type` 0: 65535. NULL when the store cannot be read.
+// `bt` and `et`: time texts, both inclusive, of begin times. `host_id` NULL: any device, and then any channel. `ch`
+// negative: any channel. `file_type` 0: 65535. NULL when the store cannot be read.
 silo_orb_iterator *silo_orb_iterator_init(const char *host_id, int32_t ch, int32_t file_type, const char *bt,
                                           const char *et);
 // 0 when `current` holds the next record, in the order of begin times, -1 at the end.

@@ -1,5 +1,5 @@
-// The walk of a search: ids from the by-time index, in portions, those of other channels left out; then one record after
-// the other. Internal to silo_orb.
+// The walk of a search: ids from the by-time index, in portions, those of other channels left out; then one record
+// after the other. Internal to silo_orb.
 #pragma once
 
 #include "silo_pool/silo_channels.h"
@@ -14,7 +14,7 @@ struct silo_orb_walk {
     uint32_t count = 0, next = 0;
     uint32_t portion = SILO_PORTION_FIRST;
     bool is_ended = false;
-    bool is_announced = true; // the store gains from knowing what is read next
+    bool is_announced = true;      // the store gains from knowing what is read next
     silo_channels_search channels; // empty host: any
 };
 

@@ -1,5 +1,6 @@
 // Records of the index one by one: found by path, read, written and deleted inside a transaction of the caller's. The
-// searches, the uploads and the tools that fill the index all go through here. Results are 1 and 0 unless said otherwise.
+// searches, the uploads and the tools that fill the index all go through here. Results are 1 and 0 unless said
+// otherwise.
 //
 // A record's path, begin time, host and channel are written once, when its id is new, and ids are never given again
 // ("ino" only grows). Searches rely on it: where one of the four changes, delete the record and insert a new one.
@@ -75,14 +76,14 @@ enum silo_put_result {
     SILO_PUT_FAILED,      // the store refused a key or failed
 };
 
-// Writes the record of a path in a writing transaction, which the caller commits. `expected_id`: the decimal id that the
-// caller knows, empty when it knows none. `id`: the record's, also with SILO_PUT_EXISTS and SILO_PUT_OTHER_ID. After
-// anything but the first two results end the transaction without commit.
+// Writes the record of a path in a writing transaction, which the caller commits. `expected_id`: the decimal id that
+// the caller knows, empty when it knows none. `id`: the record's, also with SILO_PUT_EXISTS and SILO_PUT_OTHER_ID.
+// After anything but the first two results end the transaction without commit.
 silo_put_result silo_record_put(silo_transaction_t *trans, const silo_record_values &values,
                                 std::string_view expected_id, uint64_t *id);
 
-// Takes away all keys of a record: found by `path`, or by `id` when the path is NULL. 0, or -1 when the path is unknown or
-// the store fails. The caller commits.
+// Takes away all keys of a record: found by `path`, or by `id` when the path is NULL. 0, or -1 when the path is unknown
+// or the store fails. The caller commits.
 int silo_orb_delete_path(silo_transaction_t *trans, const char *path, uint64_t id);
 
 // ---- Walking --------------------------------------------------------------------------------------------------------

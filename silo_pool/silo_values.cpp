@@ -110,5 +110,4 @@ int silo_number_from_text(std::string_view text, uint32_t *number)
 
 silo_number_text::silo_number_text(uint64_t number)
     : len(static_cast<size_t>(std::to_chars(digits, digits + sizeof digits, number).ptr - digits))
-{
-}
+{}

@@ -51,13 +51,14 @@ int silo_db_init();
 // negative: any channel. `filetype` is a mask, 0: any. Begin times from `start` to `end`, both inclusive.
 int silo_db_find_file(const char *host_id, int32_t ch, int32_t filetype, const DVR_TIME *start, const DVR_TIME *end,
                       int32_t *findfd);
-// 0 when `f` holds the next recording, -1 when there is none or no such search. One search is used by one thread at a time.
+// 0 when `f` holds the next recording, -1 when there is none or no such search. One search is used by one thread at a
+// time.
 int silo_db_get_next_file(int32_t findfd, RecordFileInfo *f);
 // 1 when the search was open, 0 otherwise.
 int silo_db_find_close(int32_t findfd);
 
-// Enters an uploaded file, or refreshes its entry when `info->id` names it: 1, with the record's id in `info->id`, or 0 after
-// three attempts, each of which ends with a second's pause.
+// Enters an uploaded file, or refreshes its entry when `info->id` names it: 1, with the record's id in `info->id`, or 0
+// after three attempts, each of which ends with a second's pause.
 int silo_insert_upload_rec_info(UpDataInfo *info);
 // Takes the entry of a path away: 1, or 0 after three such attempts.
 int silo_delete_upload_rec_info(const char *path);

@@ -166,8 +166,7 @@ static bool is_absent(silo_transaction_t *trans, const char *path)
 {
     // "rev.hi" tells an absent path from a store that does not answer.
     uint64_t number;
-    return !silo_record_find(trans, path, &number) &&
-           silo_read_number(trans, silo_key_text(SILO_KEY_REV_HI), &number);
+    return !silo_record_find(trans, path, &number) && silo_read_number(trans, silo_key_text(SILO_KEY_REV_HI), &number);
 }
 
 static try_result delete_once(upload_delete *work, silo_connection *conn)

@@ -214,7 +214,8 @@ void silo_close_fd(int fd)
 silo_t *silo_open_proxy_fd(int read_fd, int write_fd)
 {
     fake_lock held(s_fake.mutex);
-    if (!passes(held, "open " + std::to_string(read_fd)) || read_fd != write_fd || !s_fake.descriptors.contains(read_fd))
+    if (!passes(held, "open " + std::to_string(read_fd)) || read_fd != write_fd ||
+        !s_fake.descriptors.contains(read_fd))
         return nullptr;
     s_fake.handles++;
     return new silo_t{read_fd};
@@ -370,8 +371,8 @@ int silo_iterator_bound(silo_iterator_t *iter, const char *prefix, size_t prefix
 static int stand_on(silo_iterator_t *iter, fake_content::const_iterator at)
 {
     iter->kv = {"", "", 0, 0, nullptr};
-    bool is_beyond = at == iter->trans->content().end() ||
-                     (at->first > iter->bound && !at->first.starts_with(iter->bound));
+    bool is_beyond =
+        at == iter->trans->content().end() || (at->first > iter->bound && !at->first.starts_with(iter->bound));
     if (is_beyond)
         return -1;
     iter->key = at->first;

@@ -1,4 +1,5 @@
-// A store in memory behind silo.h, whose calls are recorded and fail when a test wants it. Linked in place of the library.
+// A store in memory behind silo.h, whose calls are recorded and fail when a test wants it. Linked in place of the
+// library.
 #pragma once
 
 #include <cstdint>

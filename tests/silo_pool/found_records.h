@@ -18,8 +18,8 @@ inline std::vector<found_record> finish_search(silo_orb_iterator *it)
     std::vector<found_record> found;
     while (it != nullptr && silo_orb_iterator_next(it) == 0) {
         const silo_record &record = it->current;
-        found.push_back({record.ino, record.host_id, record.bt, record.et, record.path, record.ch, record.rt,
-                         record.size});
+        found.push_back(
+            {record.ino, record.host_id, record.bt, record.et, record.path, record.ch, record.rt, record.size});
     }
     silo_orb_iterator_destroy(it);
     return found;

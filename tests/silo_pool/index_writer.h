@@ -1,5 +1,5 @@
-// Random work on an index: what other programs and uploads do to it, and searches of all kinds. The same work is done on
-// a store and on plain pairs.
+// Random work on an index: what other programs and uploads do to it, and searches of all kinds. The same work is done
+// on a store and on plain pairs.
 #pragma once
 
 #include "silo_pool/silo_record.h"
@@ -45,24 +45,38 @@ public:
     // What no program should write: random bytes at places of the index.
     index_change damage(uint64_t last_id)
     {
-        static const char *const FIELDS[] = {"bt", "ch", "et", "host", "lock_level", "lock_time", "md5",
-                                             "path", "rt", "size", "", "zz", "c"};
+        static const char *const FIELDS[] = {"bt",   "ch", "et",   "host", "lock_level", "lock_time", "md5",
+                                             "path", "rt", "size", "",     "zz",         "c"};
         std::string id = std::to_string(below(last_id + 2));
         std::string key;
         switch (below(5)) {
-        case 0: key = "f." + id + "." + FIELDS[below(std::size(FIELDS))]; break;
-        case 1: key = "r." + id; break;
-        case 2: key = "bt." + (below(2) ? time() + "." + id : bytes(30)); break;
-        case 3: key = "f." + bytes(8); break;
-        default: key = "p." + path(); break;
+        case 0:
+            key = "f." + id + "." + FIELDS[below(std::size(FIELDS))];
+            break;
+        case 1:
+            key = "r." + id;
+            break;
+        case 2:
+            key = "bt." + (below(2) ? time() + "." + id : bytes(30));
+            break;
+        case 3:
+            key = "f." + bytes(8);
+            break;
+        default:
+            key = "p." + path();
+            break;
         }
         if (below(4) == 0)
             return {key, std::nullopt};
         switch (below(4)) {
-        case 0: return {key, std::to_string(below(last_id + 2))};
-        case 1: return {key, bytes(20)};
-        case 2: return {key, std::string(below(6000), 'x')};
-        default: return {key, std::to_string(below(3)) + bytes(3)};
+        case 0:
+            return {key, std::to_string(below(last_id + 2))};
+        case 1:
+            return {key, bytes(20)};
+        case 2:
+            return {key, std::string(below(6000), 'x')};
+        default:
+            return {key, std::to_string(below(3)) + bytes(3)};
         }
     }
     std::string bytes(size_t most)

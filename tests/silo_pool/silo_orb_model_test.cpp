@@ -22,7 +22,8 @@ protected:
                                      .lock_time = "0-00-00 00:00:00",
                                      .left_out = 0};
         uint64_t known;
-        std::string expected = work.below(2) && silo_record_find(trans.get(), path, &known) ? std::to_string(known) : "";
+        std::string expected =
+            work.below(2) && silo_record_find(trans.get(), path, &known) ? std::to_string(known) : "";
         if (silo_record_put(trans.get(), values, expected, &id) <= SILO_PUT_CONTINUED && work.below(10)) {
             EXPECT_EQ(silo_commit(trans.get()), 0);
             last_id = std::max(last_id, id);
@@ -33,7 +34,8 @@ protected:
         silo_connection_ptr conn(silo_pool_get_connection());
         silo_transaction_ptr trans(silo_begin_transaction(conn->db, SILO_WRITE));
         bool by_path = work.below(2) != 0;
-        if (silo_orb_delete_path(trans.get(), by_path ? work.path().c_str() : nullptr, work.below(last_id + 1) + 1) == 0) {
+        if (silo_orb_delete_path(trans.get(), by_path ? work.path().c_str() : nullptr, work.below(last_id + 1) + 1) ==
+            0) {
             EXPECT_EQ(silo_commit(trans.get()), 0);
         }
     }
@@ -45,10 +47,14 @@ protected:
     void change()
     {
         switch (work.below(8)) {
-        case 0: return remove();
-        case 1: return apply(work.foreign_values(work.below(last_id + 1) + 1));
-        case 2: return apply({{"rev.hi", std::to_string(1 + work.below(4))}, {"rev.lo", std::to_string(work.below(3))}});
-        default: return upload();
+        case 0:
+            return remove();
+        case 1:
+            return apply(work.foreign_values(work.below(last_id + 1) + 1));
+        case 2:
+            return apply({{"rev.hi", std::to_string(1 + work.below(4))}, {"rev.lo", std::to_string(work.below(3))}});
+        default:
+            return upload();
         }
     }
     void compare(const search_wish &wish)

@@ -96,8 +96,8 @@ TEST_F(DeleteTest, ByPathTakesAllKeysOfTheRecordAndNoOther)
     EXPECT_EQ(remove("D:\\one", 99), 0);
     EXPECT_EQ(fake_silo_content(), other) << "the prefix of record 1 must not take record 10";
     EXPECT_EQ(fake_silo_calls_of({"get", "delete", "remove"}),
-              (words{"get p.D:\\one", "delete p.D:\\one", "delete r.1", "get f.1.bt",
-                     "delete bt.2024-01-01 00:00:00.1", "remove f.1."}));
+              (words{"get p.D:\\one", "delete p.D:\\one", "delete r.1", "get f.1.bt", "delete bt.2024-01-01 00:00:00.1",
+                     "remove f.1."}));
     EXPECT_EQ(remove("D:\\ten", 0), 0);
     EXPECT_EQ(fake_silo_content(), nothing);
 }

@@ -1,5 +1,5 @@
-// The index on every real store: random work of all kinds, each search held against the laid-down one over what the store
-// then holds.
+// The index on every real store: random work of all kinds, each search held against the laid-down one over what the
+// store then holds.
 #include "silo_pool/silo_channels.h"
 #include "silo_pool/silo_check.h"
 #include "silo_pool/silo_owners.h"
@@ -81,7 +81,8 @@ protected:
         std::string path = work->path();
         change([&](silo_transaction_t *trans) {
             switch (work->below(8)) {
-            case 0: return silo_orb_delete_path(trans, work->below(2) ? path.c_str() : nullptr, id) == 0;
+            case 0:
+                return silo_orb_delete_path(trans, work->below(2) ? path.c_str() : nullptr, id) == 0;
             case 1:
                 for (const index_change &one : work->foreign_values(id))
                     apply(trans, one);
@@ -103,7 +104,8 @@ TEST_P(IndexStoreTest, RandomWorkAndSearchesAreAsLaidDown)
         random_change(&work);
         search_wish wish = work.wish();
         if (i % 2 == 0) {
-            EXPECT_EQ(finish_search(begin_search(wish)), reference_search(pairs())(wish)) << testing::PrintToString(wish);
+            EXPECT_EQ(finish_search(begin_search(wish)), reference_search(pairs())(wish))
+                << testing::PrintToString(wish);
         }
     }
     EXPECT_GT(last_id, 100u);

@@ -110,8 +110,12 @@ struct revision_case {
 
 TEST_F(SearchTest, RevisionsOutsideOfTheBoundsAreInvisible)
 {
-    for (auto [low, revision, high, is_found] : {revision_case{1, 2, 2, true}, {2, 2, 2, true}, {1, 3, 2, false},
-                                                 {3, 2, 4, false}, {3, 3, 3, true}, {5, 4, 3, false}}) {
+    for (auto [low, revision, high, is_found] : {revision_case{1, 2, 2, true},
+                                                 {2, 2, 2, true},
+                                                 {1, 3, 2, false},
+                                                 {3, 2, 4, false},
+                                                 {3, 3, 3, true},
+                                                 {5, 4, 3, false}}) {
         put_made({.revision = revision});
         fake_silo_put("rev.lo", std::to_string(low));
         fake_silo_put("rev.hi", std::to_string(high));

@@ -67,8 +67,15 @@ TEST_F(RecordTest, AContinuedRecordKeepsWhatIsWrittenOnce)
     put(values);
     fake_silo_put("rev.hi", "7");
     fake_silo_clear_calls();
-    EXPECT_EQ(put({.path = "D:\\a.orb", .bt = "2030-01-01 00:00:00", .host = "other", .ch = 9,
-                   .et = "2024-01-01 00:20:00", .size = 6000, .rt = 8, .md5 = "def", .lock_time = "1-01-01 00:00:00",
+    EXPECT_EQ(put({.path = "D:\\a.orb",
+                   .bt = "2030-01-01 00:00:00",
+                   .host = "other",
+                   .ch = 9,
+                   .et = "2024-01-01 00:20:00",
+                   .size = 6000,
+                   .rt = 8,
+                   .md5 = "def",
+                   .lock_time = "1-01-01 00:00:00",
                    .left_out = 0},
                   "1"),
               SILO_PUT_CONTINUED);

@@ -33,9 +33,9 @@ TEST(SiloTime, YearsAreNotPaddedAndLongTextsAreCut)
 TEST(SiloTime, IsWrittenAsTheStoresFormatterWritesIt)
 {
     rc::check([](uint16_t a, uint16_t b, uint16_t c, uint16_t d, uint16_t e, uint16_t f) {
-        for (DVR_TIME time : {DVR_TIME{a, b, c, d, e, f}, DVR_TIME{uint16_t(a % 3000), uint16_t(b % 13),
-                                                                   uint16_t(c % 32), uint16_t(d % 24),
-                                                                   uint16_t(e % 60), uint16_t(f % 60)}})
+        for (DVR_TIME time :
+             {DVR_TIME{a, b, c, d, e, f}, DVR_TIME{uint16_t(a % 3000), uint16_t(b % 13), uint16_t(c % 32),
+                                                   uint16_t(d % 24), uint16_t(e % 60), uint16_t(f % 60)}})
             RC_ASSERT(text_of(time) == formatted(time));
     });
 }

@@ -34,8 +34,9 @@ TEST_P(FileOpsStoreTest, IdsAreUniqueAndDenseWhoeverEnters)
     static constexpr size_t PROCESSES = 4, THREADS = 8, UPLOADS = 5;
     child_process children[PROCESSES];
     for (size_t i = 0; i < PROCESSES; i++)
-        ASSERT_TRUE(children[i].start({program_beside("silo_insert_program"), address(), "D:\\" + std::to_string(i) + "_",
-                                       std::to_string(THREADS), std::to_string(UPLOADS)}));
+        ASSERT_TRUE(
+            children[i].start({program_beside("silo_insert_program"), address(), "D:\\" + std::to_string(i) + "_",
+                               std::to_string(THREADS), std::to_string(UPLOADS)}));
     for (child_process &child : children)
         EXPECT_EQ(child.wait(100000), 0);
     silo_connection_ptr conn(silo_pool_get_connection());

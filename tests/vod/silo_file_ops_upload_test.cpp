@@ -24,11 +24,26 @@ TEST_F(UploadRecordTest, TheFirstOneGetsId1AndIsWrittenInItsOrder)
     EXPECT_EQ(silo_insert_upload_rec_info(&info), 1);
     EXPECT_STREQ(info.id, "1");
     EXPECT_EQ(fake_silo_calls_of({"begin", "get", "lock", "set", "commit", "end"}),
-              (words{"begin write", "get p.D:\\up\\a.mp4", "get rev.hi", "lock ino 3 1", "get ino", "set ino=1",
-                     "set p.D:\\up\\a.mp4=1", "set f.1.path=D:\\up\\a.mp4", "set f.1.bt=2024-01-02 03:04:05",
-                     "set bt.2024-01-02 03:04:05.1=1", "set f.1.host=dev1", "set f.1.ch=3",
-                     "set f.1.et=2024-01-02 04:04:05", "set r.1=2", "set f.1.size=123456789012345", "set f.1.rt=1",
-                     "set f.1.md5=abc", "set f.1.lock_time=0-00-00 00:00:00", "commit", "end"}));
+              (words{"begin write",
+                     "get p.D:\\up\\a.mp4",
+                     "get rev.hi",
+                     "lock ino 3 1",
+                     "get ino",
+                     "set ino=1",
+                     "set p.D:\\up\\a.mp4=1",
+                     "set f.1.path=D:\\up\\a.mp4",
+                     "set f.1.bt=2024-01-02 03:04:05",
+                     "set bt.2024-01-02 03:04:05.1=1",
+                     "set f.1.host=dev1",
+                     "set f.1.ch=3",
+                     "set f.1.et=2024-01-02 04:04:05",
+                     "set r.1=2",
+                     "set f.1.size=123456789012345",
+                     "set f.1.rt=1",
+                     "set f.1.md5=abc",
+                     "set f.1.lock_time=0-00-00 00:00:00",
+                     "commit",
+                     "end"}));
     expect_pauses(0);
     EXPECT_EQ(fake_silo_calls_of({"connect"}).size(), 1u);
     EXPECT_EQ(fake_silo_open_handles(), 1) << "the connection is back in the pool";
@@ -86,9 +101,8 @@ TEST_F(UploadRecordTest, AnotherIdIsRefused)
     ASSERT_EQ(silo_insert_upload_rec_info(&info), 1);
     strcpy(info.id, "17");
     EXPECT_EQ(silo_insert_upload_rec_info(&info), 0);
-    EXPECT_EQ(log.count("silo_insert_upload_rec_info: file 'D:\\up\\a.mp4' id not match origin:1 != new:17",
-                        LOG_SYSTEM),
-              3u);
+    EXPECT_EQ(
+        log.count("silo_insert_upload_rec_info: file 'D:\\up\\a.mp4' id not match origin:1 != new:17", LOG_SYSTEM), 3u);
     expect_pauses(3);
 }
 
@@ -110,7 +124,8 @@ TEST_P(RefusedUploadTest, EndsWithoutACommitAndIsTriedThreeTimes)
         EXPECT_EQ(log.count(text, LOG_SYSTEM), 3u);
     }
     EXPECT_EQ(fake_silo_content(), before);
-    EXPECT_EQ(fake_silo_calls_of({"end"}).size(), fake_silo_calls_of({"begin"}).size() - (call && call[0] == 'b' ? 3 : 0));
+    EXPECT_EQ(fake_silo_calls_of({"end"}).size(),
+              fake_silo_calls_of({"begin"}).size() - (call && call[0] == 'b' ? 3 : 0));
     EXPECT_STREQ(info.id, "");
     expect_pauses(3);
     if (key == nullptr) {
