@@ -26,6 +26,9 @@ bool lmdb_file_extend(mdb_filehandle_t file, uint64_t size);
 void lmdb_file_prepare(const char *host);
 // Lets no child process inherit it.
 void lmdb_file_keep(mdb_filehandle_t file);
+// How large a map is at first. Address space, not memory or disk; where the file is made as long as its map at once, room
+// that copies and listings of it would show.
+extern const uint64_t LMDB_MAP_BYTES_DEFAULT;
 // What the host's own error is called in <cerrno>; the library's own errors stay as they are.
 int lmdb_error_number(int error);
 

@@ -6,8 +6,6 @@
 
 static constexpr uint64_t MIB = 1024 * 1024;
 static constexpr uint64_t MAP_MIB_MAX = 16777216;
-// Address space, not memory or disk.
-static constexpr uint64_t MAP_MIB_DEFAULT = sizeof(void *) >= 8 ? 64 * 1024 : 512;
 static constexpr size_t PATH_BYTES_MAX = 4096;
 
 // Parameters have no separators of folders in them, so that a '?' of a folder's name is told from theirs.
@@ -47,7 +45,7 @@ static bool parameter_parse(std::string_view text, lmdb_address *address)
 bool lmdb_address_parse(std::string_view text, lmdb_address *address)
 {
     std::string_view parameters = parameters_split(&text);
-    *address = {std::string(text), MAP_MIB_DEFAULT * MIB, true};
+    *address = {std::string(text), LMDB_MAP_BYTES_DEFAULT, true};
     if (text.empty())
         return LOGGED(false, LOG_SYSTEM, "lmdb: the address names no folder");
     while (!parameters.empty()) {

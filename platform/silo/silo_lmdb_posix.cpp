@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+const uint64_t LMDB_MAP_BYTES_DEFAULT = sizeof(void *) >= 8 ? uint64_t{64} << 30 : uint64_t{512} << 20;
+
 static bool facts_take(const struct stat &info, lmdb_file_facts *facts)
 {
     *facts = {static_cast<uint64_t>(info.st_dev), static_cast<uint64_t>(info.st_ino), static_cast<uint64_t>(info.st_size)};

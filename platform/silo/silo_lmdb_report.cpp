@@ -30,7 +30,9 @@ static constexpr struct {
 bool lmdb_report(const char *doing, const std::string &folder, int error)
 {
     int kind = lmdb_error_number(error);
-    std::string reason = error < 0 ? std::string(mdb_strerror(error)) : std::system_category().message(error);
+    std::string reason = error < 0  ? std::string(mdb_strerror(error))
+                         : kind > 0 ? std::generic_category().message(kind)
+                                    : std::system_category().message(error);
     for (const auto &answer : s_answers)
         if (answer.error == kind)
             return LOGGED(answer.is_lost, LOG_SYSTEM, "lmdb:%s: %s: %s; %s", folder.c_str(), doing, reason.c_str(),

@@ -5,6 +5,8 @@
 #include <windows.h>
 #include <winioctl.h>
 
+const uint64_t LMDB_MAP_BYTES_DEFAULT = uint64_t{8} << 30;
+
 bool lmdb_file_look_open(mdb_filehandle_t file, lmdb_file_facts *facts)
 {
     BY_HANDLE_FILE_INFORMATION info;
@@ -60,9 +62,12 @@ void lmdb_file_keep(mdb_filehandle_t)
 {
 }
 
+// The library answers with errors of the host and, for a few of its own, with those of <cerrno>.
 int lmdb_error_number(int error)
 {
     switch (error) {
+    case ENOMEM:
+    case ENOSPC: return error;
     case ERROR_DISK_FULL:
     case ERROR_HANDLE_DISK_FULL: return ENOSPC;
     case ERROR_ACCESS_DENIED:

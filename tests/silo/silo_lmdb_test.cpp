@@ -192,9 +192,9 @@ TEST_F(SiloLmdb, DamagedHeadsAreRefused)
         {4096 + 16, {"\0\0\0\0", 4}, "no store's file"},     {4096 + 40, {"\0\x20\0\0", 4}, "damaged"},
     };
     std::ifstream whole(data_file(), std::ios::binary);
-    std::string before(std::istreambuf_iterator<char>(whole), {});
+    std::string before(5 * 4096, '\0'); // the file may be as long as its map
+    whole.read(before.data(), static_cast<std::streamsize>(before.size()));
     whole.close();
-    before.resize(std::min<size_t>(before.size(), 1 << 20));
     for (const auto &row : rows) {
         folder_.write("d" + std::to_string(row.offset) + "\\data.mdb", before);
         std::string name = "d" + std::to_string(row.offset);
@@ -293,7 +293,7 @@ TEST_F(SiloLmdb, TransactionThatMetTheEndOfTheMapIsOver)
 
 TEST_F(SiloLmdb, MapGrowsAgainAndAgain)
 {
-    silo_ptr db = silo_opened(uri("?map_mb=1"));
+    silo_ptr db = silo_opened(uri("?map_mb=1&sync=0"));
     for (int step = 0; step < 3; step++) {
         std::string value(1 << 20, 'v');
         for (int i = 0; i < 60; i++) {
