@@ -78,7 +78,7 @@ static void add_removed_prefixes(const pg_transaction &trans, const std::string 
         low.add(prefix);
         high.add(pg_prefix_end(prefix));
     }
-    if (low.count() != 0)
+    if (!low.empty())
         list->push_back({"DELETE FROM " + table +
                              " AS t USING unnest($1, $2) AS p(low, high) WHERE t.k >= p.low AND t.k < "
                              "p.high",
@@ -93,9 +93,9 @@ static void add_keys(const pg_transaction &trans, const std::string &table, std:
         if (value)
             values.add(*value);
     }
-    if (removed.count() != 0)
+    if (!removed.empty())
         list->push_back({"DELETE FROM " + table + " WHERE k = ANY($1)", {removed.value()}});
-    if (keys.count() != 0)
+    if (!keys.empty())
         list->push_back({"INSERT INTO " + table +
                              " (k, v) SELECT * FROM unnest($1, $2) ON CONFLICT (k) DO UPDATE SET v = "
                              "excluded.v",

@@ -22,7 +22,7 @@ pg_value pg_int8(int64_t number);
 class pg_bytes_array {
 public:
     void add(std::string_view element);
-    size_t count() const { return count_; }
+    bool empty() const { return count_ == 0; }
     pg_value value() const;
 
 private:

@@ -11,7 +11,7 @@ endif()
 if(NOT WIN32)
   add_library(silo_pg_server STATIC pg_programs.cpp pg_server.cpp pg_shared_server.cpp)
   target_link_libraries(silo_pg_server PUBLIC vod_test_support PkgConfig::LIBPQ)
-  vod_add_test(silo_pg_driver_test SOURCES pg_driver_test.cpp LIBS silo silo_pg_server)
+  vod_add_test(silo_pg_driver_test SOURCES pg_driver_test.cpp pg_writers_test.cpp LIBS silo silo_pg_server)
   vod_add_test(silo_pg_failure_test SOURCES pg_failover_test.cpp pg_proxy.cpp pg_silence_test.cpp LIBS silo silo_pg_server)
   # The contract's suite takes this kind of store too.
   target_sources(silo_test_stores PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/pg_store.cpp)
