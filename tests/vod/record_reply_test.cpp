@@ -159,39 +159,34 @@ TEST_F(RecordReplyTest, WithoutMemoryThereIsNoReply)
 
 class RecordPieceTest : public RecordReplyTest {
 protected:
-    // A reply of exactly so many characters, made of as many records as it takes.
-    std::vector<sent_package> reply_of(size_t size)
+    // Records whose reply has exactly so many characters.
+    static std::vector<RecordFileInfo> records_of(size_t size)
     {
-        s_fake_index.records.clear();
-        before = mslink.sent_count();
-        size_t base = text_size({}), per_record = text_size({fake_record("")}) - base;
+        RecordFileInfo bare = fake_record("");
+        size_t one = text_size({bare}), each = text_size({bare, bare}) - one, around = one - each - 1;
+        size_t count = (size - around) / (each + 150);
+        size_t letters = size - around - std::to_string(count).size() - count * each;
         std::vector<RecordFileInfo> records;
-        size_t missing = size - base;
-        while (missing > 0) {
-            size_t count_digits = std::to_string(records.size() + 1).size() - std::to_string(records.size()).size();
-            size_t path = std::min<size_t>(200, missing - per_record - count_digits);
-            // What is left must be a record with a path again, or nothing.
-            if (size_t left = missing - per_record - count_digits - path; left != 0 && left < per_record + 60)
-                path -= 120;
-            records.push_back(fake_record(std::string(path, 'p')));
-            missing = size - text_size(records);
-        }
-        s_fake_index.records = records;
-        command(whole_find_file());
-        work();
-        before = mslink.sent_count();
-        command(next(s_fake_index.last_id, 10000));
-        work();
-        return pieces();
+        for (size_t i = 0; i < count; i++)
+            records.push_back(fake_record(std::string(letters / count + (i < letters % count ? 1 : 0), 'p')));
+        return records;
     }
     static size_t text_size(std::vector<RecordFileInfo> records)
     {
         VodAsynRec_GetFile opit = {.ret = 1, .findfd = 1, .version = 3, .count = static_cast<int32_t>(records.size()),
                                    .file_info = records.data(), .get_recording_file_attr = 0};
         xml_doc doc = record_reply_document(opit);
-        // An empty root closes itself.
-        std::string text = xml_dump(doc.get(), nullptr, false);
-        return records.empty() ? text.size() - 2 + std::string("></command_return>").size() - 0 : text.size();
+        return xml_dump(doc.get(), nullptr, false).size();
+    }
+    std::vector<sent_package> reply_of(size_t size)
+    {
+        s_fake_index.records = records_of(size);
+        command(whole_find_file());
+        work();
+        before = mslink.sent_count();
+        command(next(s_fake_index.last_id, 10000));
+        work();
+        return pieces();
     }
 };
 
