@@ -35,7 +35,7 @@ protected:
 TEST(PgSilentHost, IsGivenUpInTime)
 {
     pg_silent_server silent;
-    for (uint64_t limit_ms : {300, 1000}) {
+    for (uint64_t limit_ms : {300u, 1000u}) {
         log_capture log;
         uint64_t start = os_tick();
         EXPECT_EQ(silo_connect_fd(local(silent.port(), "connect_ms=" + std::to_string(limit_ms)).c_str()), -1);
