@@ -144,6 +144,8 @@ static int command_run(const CLI::App &app, const command_settings &settings)
 int main(int argc, char **argv)
 try {
     CLI::App app("Makes, converts, inspects and checks recording files.", "orbrec");
+    // A name that begins with a slash is a name on every host.
+    app.allow_windows_style_options(false);
     command_settings settings;
     app.footer(std::string(s_main_examples) + s_exit_statuses);
     app.require_subcommand(0, 1);

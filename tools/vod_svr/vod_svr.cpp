@@ -95,6 +95,8 @@ static int run(const svr_arguments &arguments)
 int main(int argc, char **argv)
 {
     CLI::App app(DESCRIPTION, "vod_svr");
+    // A name that begins with a slash is a name on every host.
+    app.allow_windows_style_options(false);
     svr_arguments arguments;
     app.add_option("--root", arguments.root, "Folder with etc/conf and var; becomes the working directory")
         ->type_name("DIR");

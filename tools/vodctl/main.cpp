@@ -22,6 +22,8 @@ static constexpr const char *FOOTER =
 namespace {
 struct command_line {
     CLI::App app{"Plays recordings of a recording-access service and asks what it is doing.", "vodctl"};
+    // A name that begins with a slash is a name on every host.
+    app.allow_windows_style_options(false);
     vodctl_settings settings;
     play_settings play;
     std::string server = "127.0.0.1:7131", format, seek_time, duration, state_name = VODCLIENT_STATE_FROM_NET;
