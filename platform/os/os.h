@@ -238,6 +238,12 @@ ORB_API int os_file_replace(const char *path, int flags, const void *bytes, size
 ORB_API size_t os_module_filename(char *buffer, size_t size);
 ORB_API int os_process_id(void);
 /*
+ * Variables of the process's environment; NULL when there is no such one. Set them, over an earlier value, before other
+ * threads run: who reads meanwhile may see neither value.
+ */
+ORB_API const char *os_environment_get(const char *name);
+ORB_API int os_environment_set(const char *name, const char *value);
+/*
  * What a program does first: takes its arguments in the host's form (UTF-8 on Windows, as they are elsewhere) and makes
  * its standard streams carry bytes as they are written. `argv` itself when there is nothing to do or no memory.
  */

@@ -2,7 +2,8 @@ set(VODCTL_TESTS ${CMAKE_SOURCE_DIR}/tests/tools)
 include(${CMAKE_SOURCE_DIR}/tests/support/raw_client.cmake)
 
 vod_add_test(vodctl_unit_test
-  SOURCES ${VODCTL_TESTS}/vodctl_frame_counter_test.cpp ${VODCTL_TESTS}/vodctl_state_text_test.cpp
+  SOURCES ${VODCTL_TESTS}/vodctl_find_text_test.cpp ${VODCTL_TESTS}/vodctl_frame_counter_test.cpp
+          ${VODCTL_TESTS}/vodctl_state_text_test.cpp
           ${VODCTL_TESTS}/vodctl_values_test.cpp ${VODCTL_TESTS}/vodctl_recording.cpp
   LIBS vodctl_commands)
 
@@ -11,7 +12,8 @@ if(WIN32)
   return()
 endif()
 vod_add_test(vodctl_test
-  SOURCES ${VODCTL_TESTS}/vodctl_play_test.cpp ${VODCTL_TESTS}/vodctl_questions_test.cpp
+  SOURCES ${VODCTL_TESTS}/vodctl_find_test.cpp ${VODCTL_TESTS}/vodctl_play_test.cpp
+          ${VODCTL_TESTS}/vodctl_questions_test.cpp
           ${VODCTL_TESTS}/vodctl_usage_test.cpp ${VODCTL_TESTS}/vodctl_process.cpp ${VODCTL_TESTS}/vodctl_recording.cpp
           ${CMAKE_SOURCE_DIR}/tests/client/fake_service.cpp
   LIBS vodclient vod_raw_client vodjson ms vodos)

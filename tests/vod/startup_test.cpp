@@ -1,5 +1,6 @@
 #include "tests/support/host.h"
 #include "tests/support/temp_folder.h"
+#include "tests/vod/fake_index.h"
 #include "tests/vod/vod_fixture.h"
 
 #include "vod/access.h"
@@ -145,6 +146,15 @@ TEST_F(StartupTest, MergePathsAreRead)
     folder.write("var\\web\\merge_path.json", "{\"paths\":7}");
     EXPECT_EQ(load_merge_path(), 0);
     EXPECT_EQ(log.count("!json_object_is_type(jso_paths, json_type_array)", LOG_REFUSE), 1u);
+}
+
+TEST_F(StartupTest, WithoutItsIndexTheServiceStartsAllTheSame)
+{
+    fake_index_reset();
+    s_fake_index.init_result = -1;
+    EXPECT_EQ(vod_startup(), 1);
+    EXPECT_EQ(s_fake_index.inits, 1);
+    fake_index_reset();
 }
 
 TEST_F(StartupTest, StepsThatFailEndTheStart)

@@ -4,6 +4,8 @@
 #include "platform/os/os.h"
 
 static constexpr char SVR_CONFIG[] = "etc\\conf\\vod_svr.json";
+static constexpr char STORE_VARIABLE[] = "ZETA_DB_SOCK";
+static constexpr size_t STORE_ADDRESS_MAX = 1023;
 
 static void log_settings_read(json_object *log, svr_settings *settings)
 {
@@ -42,6 +44,8 @@ bool svr_settings_read(svr_settings *settings, std::string *error)
         return true;
     if (const char *charset = json_object_get_field_string(config.get(), "fs_charset"))
         settings->fs_charset = charset;
+    if (const char *store = json_object_get_field_string(config.get(), "store"))
+        settings->store = store;
     json_object *log = nullptr;
     if (json_object_object_get_ex(config.get(), "log", &log))
         log_settings_read(log, settings);
@@ -52,8 +56,23 @@ bool svr_settings_read(svr_settings *settings, std::string *error)
     return true;
 }
 
+// The module asks the environment where its store is, once, when it first needs it.
+static bool store_name(const svr_settings &settings, std::string *error)
+{
+    if (settings.store.empty() || settings.store.size() > STORE_ADDRESS_MAX) {
+        *error = "store in etc/conf/vod_svr.json must be an address of 1 to 1023 bytes";
+        return false;
+    }
+    if (os_environment_get(STORE_VARIABLE) != nullptr)
+        return true;
+    return os_environment_set(STORE_VARIABLE, settings.store.c_str()) ||
+           (*error = "the store's address cannot be put into the environment", false);
+}
+
 bool svr_settings_apply(const svr_settings &settings, std::string *error)
 {
+    if (!store_name(settings, error))
+        return false;
     if (!os_fs_charset_set(settings.fs_charset.c_str())) {
         *error = "fs_charset in etc/conf/vod_svr.json must be \"GB18030\" or \"UTF-8\"";
         return false;

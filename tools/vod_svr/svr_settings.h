@@ -7,6 +7,7 @@
 
 struct svr_settings {
     std::string fs_charset = "GB18030"; // of names in the host's file system
+    std::string store = "lmdb:var/index"; // of the record index; the environment's ZETA_DB_SOCK comes first
     int log_level = 2;                  // 1 writes everything
     bool log_stderr = true;
     bool log_journal = false;

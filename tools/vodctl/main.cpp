@@ -1,5 +1,6 @@
 // vodctl: the command line of the recording-access service.
 #include "platform/os/os.h"
+#include "tools/vodctl/find_command.h"
 #include "tools/vodctl/values.h"
 #include "tools/vodctl/vodctl.h"
 
@@ -17,11 +18,13 @@ static constexpr const char *FOOTER =
     "  vodctl play 'D:\\rec\\ch1_20240501100000_20240501110000_1.rec' -o ch1.rec\n"
     "  vodctl play ch1.rec --seek-time 0:10:00 --duration 60 -o minute.mp4\n"
     "  vodctl play ch1.rec --format mp4 -o - | ffplay -\n"
+    "  vodctl find --host recorder-1 --channel 3 --from yesterday --to now\n"
+    "  vodctl timeline --date today\n"
     "  vodctl --server recorder:7131 --json links";
 
 namespace {
 struct command_line {
-    CLI::App app{"Plays recordings of a recording-access service and asks what it is doing.", "vodctl"};
+    CLI::App app{"Finds and plays recordings of a recording-access service and asks what it is doing.", "vodctl"};
     // A name that begins with a slash is a name on every host.
     app.allow_windows_style_options(false);
     vodctl_settings settings;
@@ -29,6 +32,8 @@ struct command_line {
     std::string server = "127.0.0.1:7131", format, seek_time, duration, state_name = VODCLIENT_STATE_FROM_NET;
     double timeout_seconds = 10;
     int seek_percent = 0, seek_kilobyte = 0;
+    find_command find;
+    timeline_command timeline;
     CLI::App *play_command = nullptr, *state_command = nullptr, *links_command = nullptr;
 };
 } // namespace
@@ -128,6 +133,10 @@ static int run(command_line *line)
         return vodctl_state(line->settings, line->state_name);
     if (line->links_command->parsed())
         return vodctl_links(line->settings);
+    if (line->find.app->parsed())
+        return find_command_run(&line->find, line->settings);
+    if (line->timeline.app->parsed())
+        return timeline_command_run(&line->timeline, line->settings);
     if (int status = take_play(line); status != VODCTL_OK)
         return status;
     return vodctl_play(line->settings, line->play);
@@ -141,6 +150,8 @@ int main(int argc, char **argv)
         command_line line;
         declare_global(&line);
         declare_play(&line);
+        find_command_declare(&line.find, &line.app);
+        timeline_command_declare(&line.timeline, &line.app);
         declare_questions(&line);
         try {
             line.app.parse(argc, os_program_start(argc, argv));
