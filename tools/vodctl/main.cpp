@@ -25,8 +25,6 @@ static constexpr const char *FOOTER =
 namespace {
 struct command_line {
     CLI::App app{"Finds and plays recordings of a recording-access service and asks what it is doing.", "vodctl"};
-    // A name that begins with a slash is a name on every host.
-    app.allow_windows_style_options(false);
     vodctl_settings settings;
     play_settings play;
     std::string server = "127.0.0.1:7131", format, seek_time, duration, state_name = VODCLIENT_STATE_FROM_NET;
@@ -41,6 +39,8 @@ struct command_line {
 static void declare_global(command_line *line)
 {
     CLI::App &app = line->app;
+    // A name that begins with a slash is a name on every host.
+    app.allow_windows_style_options(false);
     app.add_option("--server", line->server, "the service, HOST[:PORT]")->envname("VOD_SERVER")->capture_default_str();
     app.add_flag("--json", line->settings.json, "results as JSON on standard output");
     app.add_option("--timeout", line->timeout_seconds, "seconds to wait for the service")
