@@ -59,7 +59,7 @@ static void uri_choose()
 {
     if (s_silo_pool_uri[0] != '\0')
         return;
-    const char *named = std::getenv("ZETA_DB_SOCK");
+    const char *named = os_environment_get("ZETA_DB_SOCK");
     text_copy(s_silo_pool_uri, named != nullptr ? named : "127.0.0.1:12777");
 }
 
