@@ -35,6 +35,18 @@ static bool is_told(const index_snapshot &snapshot, const key_problem &problem)
                              problem.problem != SILO_PROBLEM_RECORD_WITHOUT_PATH_KEY);
 }
 
+static finding finding_of(const check_run &run, const index_snapshot &snapshot, const key_problem &problem)
+{
+    const index_row *row = problem.id != 0 ? row_of(snapshot, problem.id) : nullptr;
+    bool is_of_entry = row != nullptr && !row->path.empty() && problem.key.starts_with(SILO_PREFIX_RECORD);
+    return {.kind = FINDING_KEY,
+            .problem = problem.problem,
+            .id = problem.id,
+            .file = is_of_entry ? entry_file(row->path, run.command.store.folder()) : "",
+            .key = problem.key,
+            .text = silo_problem_text(problem.problem)};
+}
+
 static bool refused(check_run *run, const index_snapshot &snapshot)
 {
     if (!snapshot.is_index())
@@ -71,11 +83,7 @@ static bool look(check_run *run, index_snapshot *snapshot)
         return false;
     for (const key_problem &problem : snapshot->problems)
         if (is_told(*snapshot, problem))
-            run->findings.push_back({.kind = FINDING_KEY,
-                                     .problem = problem.problem,
-                                     .id = problem.id,
-                                     .key = problem.key,
-                                     .text = silo_problem_text(problem.problem)});
+            run->findings.push_back(finding_of(*run, *snapshot, problem));
     run->counts = {};
     std::vector<finding> found;
     if (!check_files(run->command, *snapshot, files, &found, &run->counts) && !orbrec_is_stopped())
@@ -177,10 +185,10 @@ static void report_print(const check_run &run)
     if (!run.command.json) {
         for (const finding &found : run.findings)
             print_line(found);
-        std::printf("%llu entries, %llu files looked for, %llu entries hidden; %lld problems open, %lld mended, %lld "
-                    "entries newly hidden\n",
-                    static_cast<unsigned long long>(run.counts.entries), static_cast<unsigned long long>(run.counts.files),
-                    static_cast<unsigned long long>(run.counts.hidden), static_cast<long long>(open),
+        std::printf("%llu entries, %llu of them hidden; %llu files scanned; %lld problems open, %lld mended, %lld hidden "
+                    "now\n",
+                    static_cast<unsigned long long>(run.counts.entries), static_cast<unsigned long long>(run.counts.hidden),
+                    static_cast<unsigned long long>(run.counts.files), static_cast<long long>(open),
                     static_cast<long long>(mended), static_cast<long long>(hidden));
         return;
     }

@@ -5,6 +5,8 @@
 #include "tools/orbrec/index_entry.h"
 #include "tools/orbrec/scan.h"
 
+#include <set>
+
 struct check_command {
     store_settings store;
     std::vector<std::string> folders;
@@ -35,6 +37,7 @@ struct index_snapshot {
     uint64_t rev_lo = 0, rev_hi = 0, highest_id = 0, highest_revision = 0;
     bool has_revisions = false; // the two bounds
     uint64_t foreign_keys = 0;
+    std::set<uint64_t> not_led_to{}; // entries that their path does not lead to
     bool is_hidden(const index_row &row) const;
     // Whether this can be a record index at all.
     bool is_index() const;

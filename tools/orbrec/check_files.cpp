@@ -127,8 +127,9 @@ static void look_at(file_walk *walk, const index_row &row, const std::string &fi
     os_file_info info;
     bool is_there = system_path(file, &path, &error) && os_file_stat(path.c_str(), 0, &info) && info.is_regular;
     bool is_hidden = walk->snapshot.is_hidden(row);
-    // Other revisions than ours are how other programs take entries out of searches.
-    if (is_hidden && (!is_there || row.revision != 0)) {
+    // Other revisions than ours are how other programs take entries out of searches. Of two entries of one file the one
+    // that its path does not lead to stays hidden.
+    if (is_hidden && (!is_there || row.revision != 0 || walk->snapshot.not_led_to.contains(row.id))) {
         walk->counts->hidden++;
         return;
     }

@@ -18,6 +18,8 @@ static int take_problem(void *user, silo_problem problem, uint64_t id, std::stri
     auto snapshot = static_cast<index_snapshot *>(user);
     if (problem == SILO_PROBLEM_FOREIGN_KEY)
         snapshot->foreign_keys++;
+    if (problem == SILO_PROBLEM_RECORD_WITHOUT_PATH_KEY)
+        snapshot->not_led_to.insert(id);
     // Hidden entries are looked at with their files.
     if (problem != SILO_PROBLEM_INVISIBLE)
         snapshot->problems.push_back({problem, id, std::string(key)});

@@ -8,7 +8,6 @@
 
 static constexpr size_t PATH_BYTES = 4096;
 static constexpr std::string_view EMBEDDED = "lmdb:";
-static constexpr std::string_view DEFAULT_FOLDER = "var/index";
 
 static std::string below(const std::string &root, std::string_view name)
 {
@@ -30,9 +29,14 @@ static bool is_there(const std::string &host)
     return system_path_of(host, path) && os_file_stat(path, 0, &info);
 }
 
+static std::string_view embedded_folder(std::string_view address)
+{
+    return address.substr(EMBEDDED.size());
+}
+
 bool store_root_is_service(const std::string &root)
 {
-    return is_there(below(root, "etc/conf/vod_svr.json")) || is_there(below(root, DEFAULT_FOLDER));
+    return is_there(below(root, "etc/conf/vod_svr.json")) || is_there(below(root, embedded_folder(STORE_DEFAULT)));
 }
 
 static bool is_full(std::string_view folder)
@@ -44,23 +48,20 @@ static std::string configured(const std::string &root)
 {
     char path[PATH_BYTES];
     if (!system_path_of(below(root, "etc/conf/vod_svr.json"), path))
-        return "";
+        return STORE_DEFAULT;
     json_ref config(json_object_from_file_ex(path));
     const char *store = json_object_get_field_string(config.get(), "store");
-    if (store == nullptr)
-        return "";
-    std::string_view folder(store);
-    if (!store_is_embedded(store) || is_full(folder.substr(EMBEDDED.size())))
-        return store;
-    return std::string(EMBEDDED) + below(root, folder.substr(EMBEDDED.size()));
+    return store != nullptr ? store : STORE_DEFAULT;
 }
 
 std::string store_address(const std::string &root)
 {
-    if (const char *named = std::getenv("ZETA_DB_SOCK"); named != nullptr && *named != '\0')
+    if (const char *named = std::getenv(STORE_VARIABLE))
         return named;
     std::string address = configured(root);
-    return !address.empty() ? address : std::string(EMBEDDED) + below(root, DEFAULT_FOLDER);
+    if (!store_is_embedded(address) || is_full(embedded_folder(address)))
+        return address;
+    return std::string(EMBEDDED) + below(root, embedded_folder(address));
 }
 
 bool store_is_embedded(const std::string &address)
@@ -72,7 +73,7 @@ bool store_is_missing(const std::string &address)
 {
     if (!store_is_embedded(address))
         return false;
-    std::string folder = address.substr(EMBEDDED.size());
+    std::string folder(embedded_folder(address));
     // Parameters hold no separators.
     if (size_t mark = folder.rfind('?'); mark != std::string::npos && folder.find_first_of("/\\", mark) == std::string::npos)
         folder.resize(mark);
