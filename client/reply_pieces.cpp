@@ -10,9 +10,9 @@ reply_pieces::result reply_pieces::add(const command_piece &piece, std::string *
         next_ = 0;
         bytes_.clear();
     }
-    bool fits = pieces_ != 0 && piece.session_id == session_id_ && piece.pieces == pieces_ && piece.piece == next_
-        && piece.total_len == total_len_ && total_len_ <= REPLY_MAX_BYTES
-        && piece.data.size() <= total_len_ - bytes_.size();
+    bool fits = pieces_ != 0 && piece.session_id == session_id_ && piece.pieces == pieces_ && piece.piece == next_ &&
+                piece.total_len == total_len_ && total_len_ <= REPLY_MAX_BYTES &&
+                piece.data.size() <= total_len_ - bytes_.size();
     if (!fits) {
         pieces_ = 0;
         bytes_ = {};

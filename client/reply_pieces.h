@@ -5,12 +5,13 @@
 
 // One reply in the making. Pieces of one reply come one after the other.
 class reply_pieces {
-  public:
+public:
     enum result { PIECES_MORE, PIECES_WHOLE, PIECES_WRONG };
-    // PIECES_WHOLE: `*text` is the whole text, up to its terminating zero. After PIECES_WRONG the next reply starts anew.
+    // PIECES_WHOLE: `*text` is the whole text, up to its terminating zero. After PIECES_WRONG the next reply starts
+    // anew.
     result add(const command_piece &piece, std::string *text);
 
-  private:
+private:
     uint32_t session_id_ = 0, pieces_ = 0, next_ = 0, total_len_ = 0;
     std::vector<uint8_t> bytes_;
 };

@@ -39,9 +39,7 @@ static void end_session(search_state &state)
         connection_send(state.link, command);
 }
 
-vodclient_search::vodclient_search() noexcept : state_(make_state<search_state>())
-{
-}
+vodclient_search::vodclient_search() noexcept : state_(make_state<search_state>()) {}
 
 vodclient_search::~vodclient_search()
 {

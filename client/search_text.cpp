@@ -8,9 +8,9 @@ struct time_field {
     const char *name;
     uint16_t vodclient_time::*field;
 };
-static constexpr time_field s_time_fields[] = {{"year", &vodclient_time::year},     {"month", &vodclient_time::month},
-                                               {"day", &vodclient_time::day},       {"hour", &vodclient_time::hour},
-                                               {"minute", &vodclient_time::minute}, {"second", &vodclient_time::second}};
+static constexpr time_field s_time_fields[] = {
+    {"year", &vodclient_time::year}, {"month", &vodclient_time::month},   {"day", &vodclient_time::day},
+    {"hour", &vodclient_time::hour}, {"minute", &vodclient_time::minute}, {"second", &vodclient_time::second}};
 
 static bool add_text(xmlNode *parent, const char *name, const std::string &text)
 {
@@ -34,10 +34,11 @@ static bool fill_find_file(xmlDoc *doc, const vodclient_find_request &request)
     if (root == nullptr)
         return false;
     xmlDocSetRootElement(doc, root);
-    return xmlNewProp(root, BAD_CAST "name", BAD_CAST "find_file") != nullptr
-        && add_text(root, "ch", std::to_string(request.channel))
-        && add_text(root, "filetype", std::to_string(request.file_type)) && add_time(root, "start_time", request.start)
-        && add_time(root, "end_time", request.end) && add_text(root, "host_id", request.host_id);
+    return xmlNewProp(root, BAD_CAST "name", BAD_CAST "find_file") != nullptr &&
+           add_text(root, "ch", std::to_string(request.channel)) &&
+           add_text(root, "filetype", std::to_string(request.file_type)) &&
+           add_time(root, "start_time", request.start) && add_time(root, "end_time", request.end) &&
+           add_text(root, "host_id", request.host_id);
 }
 
 std::string find_file_text(const vodclient_find_request &request)
@@ -83,25 +84,25 @@ static bool read_time(const xmlNode *record, const char *name, vodclient_time *t
 
 static bool read_record(const xmlNode *node, vodclient_record *record)
 {
-    return xml_integer_of(xml_child_of(node, "ch"), &record->channel)
-        && xml_text_of(xml_child_of(node, "filename"), &record->file)
-        && xml_integer_of(xml_child_of(node, "size"), &record->size)
-        && read_time(node, "start_time", &record->start) && read_time(node, "end_time", &record->end)
-        && xml_integer_of(xml_child_of(node, "driveno"), &record->drive)
-        && xml_integer_of(xml_child_of(node, "startcluster"), &record->start_cluster)
-        && xml_integer_of(xml_child_of(node, "filetype"), &record->file_type)
-        && xml_text_of(xml_child_of(node, "host_id"), &record->host_id)
-        && read_time(node, "lock_time", &record->lock) && xml_integer_of(xml_child_of(node, "level"), &record->lock_level)
-        && xml_integer_of(xml_child_of(node, "ratio"), &record->ratio)
-        && xml_text_of(xml_child_of(node, "md5"), &record->md5)
-        && xml_text_of(xml_child_of(node, "card_num"), &record->card_number);
+    return xml_integer_of(xml_child_of(node, "ch"), &record->channel) &&
+           xml_text_of(xml_child_of(node, "filename"), &record->file) &&
+           xml_integer_of(xml_child_of(node, "size"), &record->size) && read_time(node, "start_time", &record->start) &&
+           read_time(node, "end_time", &record->end) && xml_integer_of(xml_child_of(node, "driveno"), &record->drive) &&
+           xml_integer_of(xml_child_of(node, "startcluster"), &record->start_cluster) &&
+           xml_integer_of(xml_child_of(node, "filetype"), &record->file_type) &&
+           xml_text_of(xml_child_of(node, "host_id"), &record->host_id) &&
+           read_time(node, "lock_time", &record->lock) &&
+           xml_integer_of(xml_child_of(node, "level"), &record->lock_level) &&
+           xml_integer_of(xml_child_of(node, "ratio"), &record->ratio) &&
+           xml_text_of(xml_child_of(node, "md5"), &record->md5) &&
+           xml_text_of(xml_child_of(node, "card_num"), &record->card_number);
 }
 
 static bool read_records(const xmlNode *root, std::vector<vodclient_record> *records)
 {
     for (const xmlNode *node = root->children; node != nullptr; node = node->next)
-        if (node->type == XML_ELEMENT_NODE && xmlStrEqual(node->name, BAD_CAST "file")
-            && !read_record(node, &records->emplace_back()))
+        if (node->type == XML_ELEMENT_NODE && xmlStrEqual(node->name, BAD_CAST "file") &&
+            !read_record(node, &records->emplace_back()))
             return false;
     return true;
 }

@@ -207,7 +207,8 @@ class ORB_API vodclient_playback {
 #define VODCLIENT_PAGE_MAX 10000 // records that the service delivers at once
 
 struct vodclient_find_request {
-    std::string host_id;   // the device that recorded, up to 59 bytes of UTF-8. Empty: any; `channel` then counts for nothing
+    // The device that recorded, up to 59 bytes of UTF-8. Empty: any, and `channel` counts for nothing.
+    std::string host_id;
     int32_t channel = -1;  // of that device; negative: any
     int32_t file_type = 0; // bit mask of recording types; 0: any
     // Local times of the recorder. Recordings are found that begin from `start` to `end`, both included.
@@ -250,9 +251,9 @@ class ORB_API vodclient_search {
 
     // Connects, logs in and opens the search. Once per object. VODCLIENT_REFUSED: the service cannot search just now.
     vodclient_result open(const vodclient_server &server, const vodclient_find_request &request) noexcept;
-    // The next records, `count` (1 to VODCLIENT_PAGE_MAX) of them at most, in the order of their begin; `*is_over` tells
-    // that no more will come. With `complete_open_files` the service looks up size and end of files that are still being
-    // written. VODCLIENT_TIMEOUT: no answer in time; what it would have brought is lost, so a search should end then.
+    // The next records, `count` (1 to VODCLIENT_PAGE_MAX) of them at most, in the order of their begin; `*is_over`
+    // tells that no more will come. With `complete_open_files` the service looks up size and end of files that are
+    // still being written. VODCLIENT_TIMEOUT: no answer in time; what it would have brought is lost, so a search should end then.
     vodclient_result next(int32_t count, bool complete_open_files, std::vector<vodclient_record> *records,
                           bool *is_over) noexcept;
     // The service's number of the search, 0 when none is open.

@@ -28,8 +28,8 @@ xmlNode *xml_read_reply(std::string_view text, const char *name, xml_doc *doc)
     if (*doc == nullptr || (*doc)->intSubset != nullptr)
         return nullptr;
     xmlNode *root = xmlDocGetRootElement(doc->get());
-    if (root == nullptr || !xmlStrEqual(root->name, BAD_CAST "command_return")
-        || xml_attribute_of(root, "name") != name)
+    if (root == nullptr || !xmlStrEqual(root->name, BAD_CAST "command_return") ||
+        xml_attribute_of(root, "name") != name)
         return nullptr;
     return root;
 }

@@ -19,8 +19,8 @@ struct VodAsynRecUdata {
     char des_sup_id[MP_MAX_DEVID_LEN];
     char src_sup_id[MP_MAX_DEVID_LEN];
     char src_id[MP_MAX_DEVID_LEN];
-    // Not copied from the request: the life of the link's slot, so that whoever has it afterwards gets no reply, and the
-    // connection whose commands are counted.
+    // Not copied from the request: the life of the link's slot, so that whoever has it afterwards gets no reply, and
+    // the connection whose commands are counted.
     handle_orb link_life;
     MsLink *mslink;
 };
@@ -40,8 +40,8 @@ enum record_ret { RECORD_RET_OK = 0, RECORD_RET_END = 1, RECORD_RET_SEARCHING = 
 struct VodAsynRec_GetFile {
     int32_t ret;
     int32_t findfd;
-    int32_t version; // 3: the request says how many it wants, each record stands in an element of its own
-    int32_t count;   // wanted, then delivered
+    int32_t version;           // 3: the request says how many it wants, each record stands in an element of its own
+    int32_t count;             // wanted, then delivered
     RecordFileInfo *file_info; // made by the worker as records are found
     int32_t get_recording_file_attr;
 };

@@ -73,8 +73,7 @@ static int operate_find_file(VodOperateRecItem *item)
     if (item->size != int32_t{sizeof(VodAsynRec_FindFile)})
         return LOGGED(0, LOG_SYSTEM, "item->size != sizeof(AsynRec_FindFile)");
     auto opit = static_cast<VodAsynRec_FindFile *>(item->param);
-    opit->success =
-        silo_db_find_file(opit->host_id, opit->ch, opit->filetype, &opit->start, &opit->end, &opit->findfd);
+    opit->success = silo_db_find_file(opit->host_id, opit->ch, opit->filetype, &opit->start, &opit->end, &opit->findfd);
     if (opit->success)
         opit->success = session_open(opit->findfd);
     return 1;

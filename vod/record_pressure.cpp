@@ -12,7 +12,8 @@ struct waiting_commands {
 
 // A connection is held and released under the lock: otherwise the two could overtake each other.
 static std::mutex s_mutex;
-// Guarded by s_mutex. A handle of the message service names one connection for ever, so it serves as a key after its end.
+// Guarded by s_mutex. A handle of the message service names one connection for ever, so it serves as a key after its
+// end.
 static std::unordered_map<MsLink *, waiting_commands> s_waiting;
 
 void record_pressure_enter(MsLink *mslink)

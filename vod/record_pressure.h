@@ -1,5 +1,5 @@
-// Keeps one client from filling the record worker's queue: a connection with many commands waiting is not read until the
-// worker has caught up. Nothing is dropped; its later commands wait in the network.
+// Keeps one client from filling the record worker's queue: a connection with many commands waiting is not read until
+// the worker has caught up. Nothing is dropped; its later commands wait in the network.
 #pragma once
 
 #include "platform/ms/ms.h"

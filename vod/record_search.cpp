@@ -155,8 +155,8 @@ static bool find_file_element(const xmlNode *node, find_file_elements *have, Vod
     if (xml_name_is(node, "filetype"))
         return have->filetype = number_of(node, &wanted->filetype);
     if (xml_name_is(node, "start_time"))
-        return have->start = xml_to_dvr_time(node, &wanted->start) ||
-                             LOGGED(false, LOG_SYSTEM, "!xml_to_dvr_time(node, &start)");
+        return have->start =
+                   xml_to_dvr_time(node, &wanted->start) || LOGGED(false, LOG_SYSTEM, "!xml_to_dvr_time(node, &start)");
     if (xml_name_is(node, "end_time"))
         return have->end =
                    xml_to_dvr_time(node, &wanted->end) || LOGGED(false, LOG_SYSTEM, "!xml_to_dvr_time(node, &end)");

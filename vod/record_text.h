@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-// A text of the index as clients get it: UTF-8 as it is, GB18030 decoded, so that a name that was found can be asked for;
-// of anything else, the bytes that no XML can hold become '?'.
+// A text of the index as clients get it: UTF-8 as it is, GB18030 decoded, so that a name that was found can be asked
+// for; of anything else, the bytes that no XML can hold become '?'.
 std::string record_client_text(std::string_view stored);
 // A path of the index as the system's file calls take it; false when it has no such form.
 bool record_system_path(const char *stored, std::span<char> path);

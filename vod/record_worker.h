@@ -6,8 +6,8 @@
 
 #include <atomic>
 
-// Made by start-up: open find sessions (VodRecFindfd *), and the queue of the worker (VodOperateRecItem *). Each list has
-// its own lock. Another start makes others while clients' commands may arrive.
+// Made by start-up: open find sessions (VodRecFindfd *), and the queue of the worker (VodOperateRecItem *). Each list
+// has its own lock. Another start makes others while clients' commands may arrive.
 extern std::atomic<DList *> s_lst_findfds;
 extern std::atomic<DList *> s_lst_asyn_op;
 

@@ -83,7 +83,7 @@ TEST(SearchTest, PagesFollowEachOtherUntilTheEnd)
     seen_package first = service.seen(MP_CODE_SEND_CMD_CHS).at(0), second = service.seen(MP_CODE_SEND_CMD_CHS).at(1);
     EXPECT_EQ(first.xml_value("host_id"), "recorder-1");
     EXPECT_EQ(first.xml_value("ch"), "3");
-    EXPECT_EQ(first.head.reserved2, 1);
+    EXPECT_EQ(int{first.head.reserved2}, 1);
     EXPECT_EQ(second.xml_value("session"), "42");
     EXPECT_EQ(second.xml_value("get_recording_file_attr"), "");
     search.close();

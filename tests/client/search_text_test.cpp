@@ -68,8 +68,8 @@ static std::string page_text(const std::string &result, const std::string &count
 TEST(SearchTextTest, APageHasItsRecords)
 {
     find_next_return page;
-    ASSERT_TRUE(find_next_read(page_text("ok", "2", record_text("D:\\a&amp;b.rec", "5000000000") + record_text("&#x4E2D;")),
-                               &page));
+    ASSERT_TRUE(find_next_read(
+        page_text("ok", "2", record_text("D:\\a&amp;b.rec", "5000000000") + record_text("&#x4E2D;")), &page));
     EXPECT_FALSE(page.is_over);
     ASSERT_EQ(page.records.size(), 2u);
     const vodclient_record &record = page.records[0];

@@ -62,7 +62,8 @@ protected:
 
 TEST_F(VodctlFindTest, PrintsATable)
 {
-    child_result found = run({"find", "--host", "h", "--channel", "-1", "--from", "2024-05-06", "--to", "2024-05-06 12:00"});
+    child_result found =
+        run({"find", "--host", "h", "--channel", "-1", "--from", "2024-05-06", "--to", "2024-05-06 12:00"});
     EXPECT_EQ(found.status, 0) << found.err;
     EXPECT_EQ(found.out.substr(0, found.out.find('\n')),
               "START                END                       SIZE  TYPE    CH  HOST  FILE");
@@ -124,14 +125,19 @@ TEST_F(VodctlFindTest, ASearchThatIsRefusedIsOne)
 
 TEST_F(VodctlFindTest, WrongArgumentsAre64)
 {
-    const std::vector<std::vector<std::string>> lines = {
-        {"find", "--from", "tomorrow"},        {"find", "--to", "2024-02-30"},
-        {"find", "--from", "now", "--to", "now-1h"}, {"find", "--channel", "-2"},
-        {"find", "--count", "0"},              {"find", "--count", "10001"},
-        {"find", "--limit", "0"},              {"--json", "find", "--csv"},
-        {"find", "--host", std::string(60, 'h')}, {"find", "extra"},
-        {"timeline", "--date", "now"},         {"timeline", "--date", "2024-05-06 12:00"},
-        {"timeline", "--width", "10"}};
+    const std::vector<std::vector<std::string>> lines = {{"find", "--from", "tomorrow"},
+                                                         {"find", "--to", "2024-02-30"},
+                                                         {"find", "--from", "now", "--to", "now-1h"},
+                                                         {"find", "--channel", "-2"},
+                                                         {"find", "--count", "0"},
+                                                         {"find", "--count", "10001"},
+                                                         {"find", "--limit", "0"},
+                                                         {"--json", "find", "--csv"},
+                                                         {"find", "--host", std::string(60, 'h')},
+                                                         {"find", "extra"},
+                                                         {"timeline", "--date", "now"},
+                                                         {"timeline", "--date", "2024-05-06 12:00"},
+                                                         {"timeline", "--width", "10"}};
     for (const std::vector<std::string> &line : lines) {
         child_result found = run(line);
         EXPECT_EQ(found.status, 64) << line.back() << found.err;
@@ -145,8 +151,9 @@ TEST_F(VodctlFindTest, TheTimelineDrawsEachChannel)
     child_result drawn = run({"timeline", "--date", "2024-05-06", "--ascii", "--width", "59"});
     EXPECT_EQ(drawn.status, 0) << drawn.err;
     EXPECT_EQ(drawn.out, "    00  02  04  06  08  10  12  14  16  18  20  22  \n"
-                         "h 0 ##..##..##..##" + std::string(48 - 14, '.') + "  16.7%\n" +
-                         "h 1 ..##..##..##" + std::string(48 - 12, '.') + "  12.5%\n");
+                         "h 0 ##..##..##..##" +
+                             std::string(48 - 14, '.') + "  16.7%\n" + "h 1 ..##..##..##" + std::string(48 - 12, '.') +
+                             "  12.5%\n");
     EXPECT_NE(command(0).text(7).find("<start_time><year>2024</year><month>5</month><day>5</day><hour>0</hour>"),
               std::string::npos);
 }

@@ -39,11 +39,36 @@ TEST(VodctlWhenTest, TimesAreReadAsPeopleWriteThem)
 
 TEST(VodctlWhenTest, AnythingElseIsNoTime)
 {
-    for (const char *text :
-         {"", " ", "tomorrow", "2024", "2024-5-6", "2024-02-30", "2023-02-29", "2024-13-01", "2024-00-01", "2024-01-00",
-          "2024-05-06 24:00", "2024-05-06 07:60", "2024-05-06 07:08:60", "2024-05-06 7:08", "2024-05-06 07:08:09x",
-          "2024-05-06x", "2024-05-06 ", "now-", "now-h", "now-2", "now-2y", "now2h", "now-2hh", "now--2h", "now-99999999999d",
-          "today08:00", "today 8", "yesterday ", "-024-05-06", "+024-05-06"}) {
+    for (const char *text : {"",
+                             " ",
+                             "tomorrow",
+                             "2024",
+                             "2024-5-6",
+                             "2024-02-30",
+                             "2023-02-29",
+                             "2024-13-01",
+                             "2024-00-01",
+                             "2024-01-00",
+                             "2024-05-06 24:00",
+                             "2024-05-06 07:60",
+                             "2024-05-06 07:08:60",
+                             "2024-05-06 7:08",
+                             "2024-05-06 07:08:09x",
+                             "2024-05-06x",
+                             "2024-05-06 ",
+                             "now-",
+                             "now-h",
+                             "now-2",
+                             "now-2y",
+                             "now2h",
+                             "now-2hh",
+                             "now--2h",
+                             "now-99999999999d",
+                             "today08:00",
+                             "today 8",
+                             "yesterday ",
+                             "-024-05-06",
+                             "+024-05-06"}) {
         vodclient_time time;
         EXPECT_FALSE(when_parse(text, NOW, false, &time)) << text;
     }
@@ -58,10 +83,16 @@ TEST(VodctlWhenTest, TheDayBeforeCrossesMonthsAndYears)
 
 TEST(VodctlFindTextTest, SizesAreShort)
 {
-    for (auto [bytes, text] :
-         {std::pair<int64_t, const char *>{0, "0 B"}, {999, "999 B"}, {1000, "1.0 kB"}, {1550, "1.6 kB"},
-          {999'949, "999.9 kB"}, {999'950, "1.0 MB"}, {1'500'000, "1.5 MB"}, {5'000'000'000, "5.0 GB"},
-          {INT64_MAX, "9223372.0 TB"}, {-5, "-5 B"}})
+    for (auto [bytes, text] : {std::pair<int64_t, const char *>{0, "0 B"},
+                               {999, "999 B"},
+                               {1000, "1.0 kB"},
+                               {1550, "1.6 kB"},
+                               {999'949, "999.9 kB"},
+                               {999'950, "1.0 MB"},
+                               {1'500'000, "1.5 MB"},
+                               {5'000'000'000, "5.0 GB"},
+                               {INT64_MAX, "9223372.0 TB"},
+                               {-5, "-5 B"}})
         EXPECT_EQ(size_text(bytes), text) << bytes;
 }
 
@@ -120,17 +151,30 @@ static vodclient_record span_of(int32_t channel, const vodclient_time &start, co
 TEST(VodctlCoverageTest, RecordingsAreCutToTheDayAndMerged)
 {
     const vodclient_time day = {2024, 5, 6, 0, 0, 0}, now = {2024, 5, 6, 12, 0, 0};
-    auto channels = day_coverage(
-        {span_of(2, {2024, 5, 6, 1, 0, 0}, {2024, 5, 6, 2, 0, 0}), span_of(1, {2024, 5, 5, 23, 0, 0}, {2024, 5, 6, 0, 1, 0}),
-         span_of(2, {2024, 5, 6, 1, 30, 0}, {2024, 5, 6, 3, 0, 0}), span_of(2, {2024, 5, 6, 3, 0, 0}, {2024, 5, 6, 3, 0, 5}),
-         span_of(2, {2024, 5, 6, 23, 0, 0}, {2024, 5, 7, 1, 0, 0}), span_of(2, {2024, 5, 6, 11, 0, 0}, {}),
-         span_of(3, {2024, 5, 5, 1, 0, 0}, {2024, 5, 5, 2, 0, 0}), span_of(3, {2024, 5, 6, 4, 0, 0}, {2024, 5, 6, 3, 0, 0})},
-        day, now);
+    auto channels =
+        day_coverage({span_of(2, {2024, 5, 6, 1, 0, 0}, {2024, 5, 6, 2, 0, 0}),
+                      span_of(1, {2024, 5, 5, 23, 0, 0}, {2024, 5, 6, 0, 1, 0}),
+                      span_of(2, {2024, 5, 6, 1, 30, 0}, {2024, 5, 6, 3, 0, 0}),
+                      span_of(2, {2024, 5, 6, 3, 0, 0}, {2024, 5, 6, 3, 0, 5}),
+                      span_of(2, {2024, 5, 6, 23, 0, 0}, {2024, 5, 7, 1, 0, 0}), span_of(2, {2024, 5, 6, 11, 0, 0}, {}),
+                      span_of(3, {2024, 5, 5, 1, 0, 0}, {2024, 5, 5, 2, 0, 0}),
+                      span_of(3, {2024, 5, 6, 4, 0, 0}, {2024, 5, 6, 3, 0, 0})},
+                     day, now);
     ASSERT_EQ(channels.size(), 2u);
     EXPECT_EQ(channels[0].channel, 1);
     EXPECT_EQ(channels[0].spans, (std::vector<day_span>{{0, 60}}));
     EXPECT_EQ(channels[1].spans, (std::vector<day_span>{{3600, 10805}, {39600, 43200}, {82800, 86400}}));
     EXPECT_EQ(channels[1].seconds(), 7205 + 3600 + 3600);
+}
+
+TEST(VodctlCoverageTest, ASecondIsNoGap)
+{
+    auto channels = day_coverage({span_of(1, {2024, 5, 6, 1, 0, 0}, {2024, 5, 6, 1, 59, 59}),
+                                  span_of(1, {2024, 5, 6, 2, 0, 0}, {2024, 5, 6, 2, 59, 58}),
+                                  span_of(1, {2024, 5, 6, 3, 0, 0}, {2024, 5, 6, 4, 0, 0})},
+                                 {2024, 5, 6, 0, 0, 0}, {2024, 5, 7, 0, 0, 0});
+    ASSERT_EQ(channels.size(), 1u);
+    EXPECT_EQ(channels[0].spans, (std::vector<day_span>{{3600, 10798}, {10800, 14400}}));
 }
 
 TEST(VodctlCoverageTest, BarsShowHowMuchOfEachColumnIsThere)

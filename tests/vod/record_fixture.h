@@ -20,7 +20,10 @@ protected:
     {
         return find_file(time("start_time") + time("end_time", 59) + "<host_id>h</host_id>");
     }
-    static std::string next(const std::string &inside) { return "<command name=\"find_next_file\">" + inside + "</command>"; }
+    static std::string next(const std::string &inside)
+    {
+        return "<command name=\"find_next_file\">" + inside + "</command>";
+    }
     static std::string next(int session, int count)
     {
         return next("<session>" + std::to_string(session) + "</session><count>" + std::to_string(count) + "</count>");

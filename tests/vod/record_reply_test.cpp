@@ -124,8 +124,8 @@ TEST_F(RecordReplyTest, AnyBytesMakeAReplyThatParses)
         text_copy(record.filename, text.c_str());
         std::memset(record.card_num, 0xFE, sizeof record.card_num); // without an end
         std::memset(record.devid, 'd', sizeof record.devid);
-        VodAsynRec_GetFile opit = {.ret = 0, .findfd = 1, .version = 3, .count = 1, .file_info = &record,
-                                   .get_recording_file_attr = 0};
+        VodAsynRec_GetFile opit = {
+            .ret = 0, .findfd = 1, .version = 3, .count = 1, .file_info = &record, .get_recording_file_attr = 0};
         xml_doc doc = record_reply_document(opit);
         std::string xml = xml_dump(doc.get(), nullptr, false);
         RC_ASSERT(filename_in(xml) != "no document");
@@ -144,8 +144,9 @@ TEST_F(RecordReplyTest, WithoutMemoryThereIsNoReply)
         s_left = allowed;
         xml_library_init();
         xmlSetGenericErrorFunc(nullptr, say_nothing);
-        xmlMemSetup(std::free, [](size_t size) { return s_left-- > 0 ? std::malloc(size) : nullptr; }, std::realloc,
-                    [](const char *text) { return s_left-- > 0 ? strdup(text) : nullptr; });
+        xmlMemSetup(
+            std::free, [](size_t size) { return s_left-- > 0 ? std::malloc(size) : nullptr; }, std::realloc,
+            [](const char *text) { return s_left-- > 0 ? strdup(text) : nullptr; });
         xml_doc doc = record_reply_document(opit);
         xmlMemSetup(std::free, std::malloc, std::realloc, strdup);
         xmlSetGenericErrorFunc(nullptr, nullptr);
@@ -173,8 +174,12 @@ protected:
     }
     static size_t text_size(std::vector<RecordFileInfo> records)
     {
-        VodAsynRec_GetFile opit = {.ret = 1, .findfd = 1, .version = 3, .count = static_cast<int32_t>(records.size()),
-                                   .file_info = records.data(), .get_recording_file_attr = 0};
+        VodAsynRec_GetFile opit = {.ret = 1,
+                                   .findfd = 1,
+                                   .version = 3,
+                                   .count = static_cast<int32_t>(records.size()),
+                                   .file_info = records.data(),
+                                   .get_recording_file_attr = 0};
         xml_doc doc = record_reply_document(opit);
         return xml_dump(doc.get(), nullptr, false).size();
     }

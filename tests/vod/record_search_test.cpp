@@ -37,9 +37,9 @@ using texts = std::vector<std::string>;
 
 TEST_F(RecordSearchTest, AWholeSearchIsQueuedWithWhereItsReplyGoes)
 {
-    command(find_file(time("start_time") + time("end_time", 59) + "<card>1</card><host_id>host-7</host_id>", "12",
-                      "255"),
-            0x01020304);
+    command(
+        find_file(time("start_time") + time("end_time", 59) + "<card>1</card><host_id>host-7</host_id>", "12", "255"),
+        0x01020304);
     record_item item = take();
     ASSERT_NE(item, nullptr);
     EXPECT_EQ(queued(), 0u);
@@ -100,7 +100,8 @@ TEST_F(RecordSearchTest, OddSecondsAreTakenAsGivenAndOtherElementsPassedOver)
 {
     std::string start = time("start_time", 99);
     start.insert(start.find("<year>"), "text <zone>7</zone>");
-    EXPECT_EQ(taken<VodAsynRec_FindFile>(find_file(start + time("end_time") + "<host_id>h</host_id>")).start.second, 99);
+    EXPECT_EQ(taken<VodAsynRec_FindFile>(find_file(start + time("end_time") + "<host_id>h</host_id>")).start.second,
+              99);
 }
 
 TEST_F(RecordSearchTest, HostIdsHaveAtMost59Characters)
@@ -183,9 +184,10 @@ TEST_F(RecordSearchTest, CommandsCheckTheirArgumentsInOrder)
         void (*handler)(VodLink *, MpPackage *, const xmlNode *);
         const char *other_name;
     };
-    for (const row &of : {row{deal_rec_event_command_find_file, "xmlStrcmp(name, BAD_CAST find_file) != 0"},
-                          row{deal_rec_event_command_find_next_file, "xmlStrcmp(name, BAD_CAST find_next_file) != 0"},
-                          row{deal_rec_event_command_findfile_close, "xmlStrcmp(name, BAD_CAST findfile_close) != 0"}}) {
+    for (const row &of :
+         {row{deal_rec_event_command_find_file, "xmlStrcmp(name, BAD_CAST find_file) != 0"},
+          row{deal_rec_event_command_find_next_file, "xmlStrcmp(name, BAD_CAST find_next_file) != 0"},
+          row{deal_rec_event_command_findfile_close, "xmlStrcmp(name, BAD_CAST findfile_close) != 0"}}) {
         log.clear();
         xmlUnsetProp(command, BAD_CAST "name");
         of.handler(nullptr, nullptr, nullptr);

@@ -245,19 +245,19 @@ TEST_F(RecordWorkerTest, SmallRecordsAreLeftOut)
     RecordFileInfo no_month = sized(0, 1, true), no_time = sized(0, 1, true);
     no_month.endtime.month = 0;
     no_time.endtime.hour = no_time.endtime.minute = no_time.endtime.second = 0;
-    for (const row &of : {row{sized(300000, 1, true), false}, row{sized(300000, 8, true), true},
-                          row{sized(512000, 1, true), false}, row{sized(512001, 1, true), true},
-                          row{sized(300000, 1, false), false}, row{sized(0, 1, true), false},
-                          row{sized(0, 1, false), true}, row{sized(0, 8, true), true}, row{sized(0, 8, false), true},
-                          row{sized(-1, 1, false), false}, row{sized(1, 9, true), false}, row{no_month, true},
-                          row{no_time, false}}) {
+    for (const row &of :
+         {row{sized(300000, 1, true), false}, row{sized(300000, 8, true), true}, row{sized(512000, 1, true), false},
+          row{sized(512001, 1, true), true}, row{sized(300000, 1, false), false}, row{sized(0, 1, true), false},
+          row{sized(0, 1, false), true}, row{sized(0, 8, true), true}, row{sized(0, 8, false), true},
+          row{sized(-1, 1, false), false}, row{sized(1, 9, true), false}, row{no_month, true}, row{no_time, false}}) {
         s_fake_index.records = {of.record};
         command(whole_find_file());
         work();
         command(next(s_fake_index.last_id, 10));
         work();
         EXPECT_TRUE(starts_with(reply_text(), head("end", of.is_kept ? 1 : 0)))
-            << of.record.size << " type " << of.record.filetype << "\n" << reply_text();
+            << of.record.size << " type " << of.record.filetype << "\n"
+            << reply_text();
     }
 }
 
@@ -472,7 +472,6 @@ TEST_F(RecordWorkerTest, AStalledCommandIsToldOnce)
 TEST_F(RecordWorkerTest, TheThreadTellsItsStart)
 {
     ASSERT_EQ(record_worker_start(), 1);
-    EXPECT_TRUE(soon([&] {
-        return log.count("rec_asyn_op_thread_start: s_asyn_thread_is_terminate = 0", LOG_TRACE) == 1;
-    }));
+    EXPECT_TRUE(
+        soon([&] { return log.count("rec_asyn_op_thread_start: s_asyn_thread_is_terminate = 0", LOG_TRACE) == 1; }));
 }

@@ -55,8 +55,7 @@ static vodclient_result read_pages(vodclient_search *search, const find_settings
     std::vector<vodclient_record> records;
     bool is_over = false;
     while (!is_over && !vodctl_is_stopped() && (find.limit == 0 || progress->count < find.limit)) {
-        if (vodclient_result result =
-                search->next(page_of(find, progress->count), find.with_open, &records, &is_over);
+        if (vodclient_result result = search->next(page_of(find, progress->count), find.with_open, &records, &is_over);
             !result)
             return result;
         keep_wanted(find, progress->count, &records);
@@ -92,7 +91,6 @@ int vodctl_find(const vodctl_settings &settings, const find_settings &find)
     if (vodctl_is_stopped())
         return VODCTL_INTERRUPTED;
     put_end(settings, find, &progress);
-    return std::fflush(stdout) == 0
-               ? VODCTL_OK
-               : vodctl_fail(settings, VODCTL_LOCAL_FILE, "standard output cannot be written");
+    return std::fflush(stdout) == 0 ? VODCTL_OK
+                                    : vodctl_fail(settings, VODCTL_LOCAL_FILE, "standard output cannot be written");
 }

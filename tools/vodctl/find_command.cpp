@@ -9,11 +9,13 @@
 #include <string>
 #include <tuple>
 
-static constexpr const char *TIMES =
-    "A time is local to the recorder: YYYY-MM-DD, YYYY-MM-DD HH:MM[:SS], today, yesterday (with or without HH:MM[:SS]),\n"
-    "now, now-2h (s, m, h, d, w). A day alone means its beginning in --from and its end in --to. Recordings are found by\n"
-    "their begin; what began before --from is left out even if it runs on. Files up to 512000 bytes are left out by the\n"
-    "service.";
+static constexpr const char *TIMES = "A time is local to the recorder: YYYY-MM-DD, YYYY-MM-DD HH:MM[:SS], today, "
+                                     "yesterday (with or without HH:MM[:SS]),\n"
+                                     "now, now-2h (s, m, h, d, w). A day alone means its beginning in --from and its "
+                                     "end in --to. Recordings are found by\n"
+                                     "their begin; what began before --from is left out even if it runs on. Files up "
+                                     "to 512000 bytes are left out by the\n"
+                                     "service.";
 
 static void declare_filter(CLI::App *app, vodclient_find_request *request, int32_t *channel)
 {
@@ -80,8 +82,9 @@ void timeline_command_declare(timeline_command *command, CLI::App *of)
     app->add_option("--width", timeline.columns, "columns of the terminal; $COLUMNS, else 80")
         ->check(CLI::Range(40, 1000));
     app->add_flag("--ascii", timeline.ascii, "letters instead of blocks; of itself where the locale is not UTF-8");
-    app->footer("Blocks: full, more than half, some, nothing recorded. Recordings that began before the day before are\n"
-                "not seen.");
+    app->footer(
+        "Blocks: full, more than half, some, nothing recorded. Recordings that began before the day before are\n"
+        "not seen.");
 }
 
 static uint32_t terminal_columns()

@@ -30,12 +30,13 @@ int32_t channel_coverage::seconds() const
     return sum;
 }
 
+// Times are whole seconds: what ends in one and goes on in the next has no gap.
 static std::vector<day_span> merged(std::vector<day_span> spans)
 {
     std::ranges::sort(spans, {}, &day_span::begin);
     std::vector<day_span> apart;
     for (const day_span &span : spans)
-        if (!apart.empty() && span.begin <= apart.back().end)
+        if (!apart.empty() && span.begin <= apart.back().end + 1)
             apart.back().end = std::max(apart.back().end, span.end);
         else
             apart.push_back(span);
