@@ -18,7 +18,7 @@ static int address_choose(const store_settings &settings, std::string *address)
         *address = settings.store;
         return ORBREC_OK;
     }
-    bool is_named = std::getenv(STORE_VARIABLE) != nullptr;
+    bool is_named = os_environment_get(STORE_VARIABLE) != nullptr;
     if (settings.root.empty() && !is_named && !store_root_is_service("."))
         return orbrec_fail(ORBREC_USAGE, "which index? Name the service's folder with --root DIR, or the store with "
                                          "--store lmdb:DIR or --store postgresql://...");

@@ -3,7 +3,6 @@
 #include "platform/json/json.h"
 #include "platform/os/os.h"
 
-#include <cstdlib>
 #include <string_view>
 
 static constexpr size_t PATH_BYTES = 4096;
@@ -56,7 +55,7 @@ static std::string configured(const std::string &root)
 
 std::string store_address(const std::string &root)
 {
-    if (const char *named = std::getenv(STORE_VARIABLE))
+    if (const char *named = os_environment_get(STORE_VARIABLE))
         return named;
     std::string address = configured(root);
     if (!store_is_embedded(address) || is_full(embedded_folder(address)))

@@ -4,7 +4,6 @@
 #include "platform/os/os.h"
 
 static constexpr char SVR_CONFIG[] = "etc\\conf\\vod_svr.json";
-static constexpr char STORE_VARIABLE[] = "ZETA_DB_SOCK";
 static constexpr size_t STORE_ADDRESS_MAX = 1023;
 
 static void log_settings_read(json_object *log, svr_settings *settings)

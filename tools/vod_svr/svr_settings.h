@@ -2,12 +2,14 @@
 // the message service's in "etc\conf\ms_config.json".
 #pragma once
 
+#include "tools/store_address/store_address.h"
+
 #include <cstdint>
 #include <string>
 
 struct svr_settings {
     std::string fs_charset = "GB18030"; // of names in the host's file system
-    std::string store = "lmdb:var/index"; // of the record index; the environment's ZETA_DB_SOCK comes first
+    std::string store = STORE_DEFAULT;  // of the record index; the environment's STORE_VARIABLE comes first
     int log_level = 2;                  // 1 writes everything
     bool log_stderr = true;
     bool log_journal = false;
