@@ -18,6 +18,8 @@ static LMutex s_asyn_mutex;
 static LCond s_asyn_wakeup;
 // How often something was queued. Guarded by s_asyn_mutex.
 static uint64_t s_asyn_queued;
+// Workers that have not ended: those of earlier starts too. Guarded by s_asyn_mutex.
+static uint32_t s_asyn_workers;
 
 // A command that takes longer holds up those of all clients: it is told.
 static constexpr uint64_t STALL_MS = 1000;
@@ -37,10 +39,28 @@ int record_lists_create()
 
 static int wakeup_init()
 {
-    if (s_asyn_mutex.impl == nullptr && !os_mutex_init(&s_asyn_mutex, 1))
-        return 0;
-    os_mutex_set_rank(&s_asyn_mutex, LOCK_RANK_LEAF, "record worker");
+    if (s_asyn_mutex.impl == nullptr) {
+        if (!os_mutex_init(&s_asyn_mutex, 1))
+            return 0;
+        os_mutex_set_rank(&s_asyn_mutex, LOCK_RANK_LEAF, "record worker");
+    }
     return s_asyn_wakeup.impl != nullptr || os_cond_init(&s_asyn_wakeup);
+}
+
+static void worker_count(int change)
+{
+    os_lock_guard held(&s_asyn_mutex);
+    s_asyn_workers += static_cast<uint32_t>(change);
+    os_cond_broadcast(&s_asyn_wakeup);
+}
+
+static int worker_create()
+{
+    worker_count(1);
+    if (os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, s_lst_asyn_op))
+        return 1;
+    worker_count(-1);
+    return 0;
 }
 
 int record_worker_start()
@@ -50,7 +70,7 @@ int record_worker_start()
     if (s_asyn_op_thr.impl != nullptr)
         os_thread_detach(&s_asyn_op_thr);
     s_asyn_op_thr = {};
-    if (!wakeup_init() || !os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, s_lst_asyn_op))
+    if (!wakeup_init() || !worker_create())
         return LOGGED_BUFFERED(0, "!os_thread_create(&s_asyn_op_thr, 0, rec_asyn_op_thread_start, NULL)");
     return 1;
 }
@@ -145,6 +165,7 @@ int rec_asyn_op_thread_start(void *arg)
             wait_for_more(seen);
         }
     }
+    worker_count(-1);
     return 0;
 }
 
@@ -173,14 +194,19 @@ static void lists_empty()
         }
 }
 
+static void workers_end()
+{
+    os_lock_guard held(&s_asyn_mutex);
+    s_asyn_thread_is_terminate = 1;
+    os_cond_broadcast(&s_asyn_wakeup);
+    while (s_asyn_workers != 0)
+        os_cond_wait(&s_asyn_wakeup, held.mutex(), OS_WAIT_FOREVER);
+}
+
 void record_worker_stop()
 {
     if (s_asyn_op_thr.impl != nullptr) {
-        {
-            os_lock_guard held(&s_asyn_mutex);
-            s_asyn_thread_is_terminate = 1;
-            os_cond_broadcast(&s_asyn_wakeup);
-        }
+        workers_end();
         os_thread_join(&s_asyn_op_thr, nullptr);
         s_asyn_op_thr = {};
     }

@@ -28,8 +28,8 @@ int record_lists_create();
 int record_worker_start();
 // Body of the worker's thread; `arg` is its queue.
 int rec_asyn_op_thread_start(void *arg);
-// Ends the worker and waits for it, drops what is still queued and closes the sessions; for tests, the service's worker
-// lives as long as the process.
+// Ends the worker, and those of earlier starts, and waits for them; drops what is still queued and closes the sessions;
+// for tests, the service's worker lives as long as the process.
 void record_worker_stop();
 
 // Queues an item, which then is the worker's: 1, or 0 when it stays the caller's. Any thread.
