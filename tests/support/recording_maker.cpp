@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <random>
 
@@ -104,7 +105,7 @@ recording_grower::~recording_grower()
 static std::string read_back(const std::string &path, int64_t offset, size_t size)
 {
     std::string bytes(size, '\0');
-    std::ifstream file(path, std::ios::binary);
+    std::ifstream file(std::filesystem::path(std::u8string(path.begin(), path.end())), std::ios::binary);
     file.seekg(offset);
     file.read(bytes.data(), static_cast<std::streamsize>(size));
     require(file.gcount() == static_cast<std::streamsize>(size), "cannot read back " + path);
