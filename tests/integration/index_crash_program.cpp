@@ -73,8 +73,8 @@ static bool put(crash_writer *writer, silo_transaction_t *trans, next_change *ch
     bool is_new = change->what == next_change::ADD;
     silo_put_result result =
         silo_record_put(trans, values, is_new ? "" : std::to_string(change->record.id), &change->record.id);
-    change->line = (is_new ? "add " : "continue ") + std::to_string(change->record.id) + " " + std::to_string(size) + " " +
-                   change->record.path;
+    change->line = (is_new ? "add " : "continue ") + std::to_string(change->record.id) + " " + std::to_string(size) +
+                   " " + change->record.path;
     return result == (is_new ? SILO_PUT_NEW : SILO_PUT_CONTINUED);
 }
 

@@ -1,4 +1,5 @@
-// A writer of the record index is killed at random moments: what it had committed stays, the rest leaves nothing behind.
+// A writer of the record index is killed at random moments: what it had committed stays, the rest leaves nothing
+// behind.
 #include "platform/os/os.h"
 #include "silo_pool/silo_check.h"
 #include "silo_pool/silo_record.h"

@@ -27,7 +27,8 @@ TEST(IndexService, WhatWasIndexedWhileTheServiceRunsIsFoundAndPlayed)
     ASSERT_EQ(indexed.status, 0) << indexed.err;
 
     std::string vodctl = program_beside("vodctl"), server = "127.0.0.1:" + std::to_string(service.port());
-    child_result found = child_run({vodctl, "--server", server, "--json", "find", "--from", "2026-01-01", "--to", "2026-01-01"});
+    child_result found =
+        child_run({vodctl, "--server", server, "--json", "find", "--from", "2026-01-01", "--to", "2026-01-01"});
     json_result list = json_of(found.out);
     ASSERT_EQ(json_int(list, "count"), 2) << found.out << found.err;
     for (int i = 0; i < 2; i++) {

@@ -101,9 +101,9 @@ TEST_F(OrbrecCheckTest, SizesAndTimesThatDifferAreMended)
         std::vector<std::pair<std::string, std::optional<std::string>>> damage;
         const char *problem;
     };
-    for (const row &each : {row{{{"f.1.size", "17"}}, "size-differs"}, row{{{"f.1.size", std::nullopt}}, "size-differs"},
-                            row{{{"f.1.et", "2026-01-01 08:00:05"}}, "end-differs"},
-                            row{{{"f.1.et", std::nullopt}}, "end-differs"}}) {
+    for (const row &each :
+         {row{{{"f.1.size", "17"}}, "size-differs"}, row{{{"f.1.size", std::nullopt}}, "size-differs"},
+          row{{{"f.1.et", "2026-01-01 08:00:05"}}, "end-differs"}, row{{{"f.1.et", std::nullopt}}, "end-differs"}}) {
         change(each.damage);
         EXPECT_EQ(found("", 1), std::string(each.problem) + " open\n");
         EXPECT_EQ(found("--repair", 0), std::string(each.problem) + " mended\n");
@@ -113,8 +113,10 @@ TEST_F(OrbrecCheckTest, SizesAndTimesThatDifferAreMended)
 
 TEST_F(OrbrecCheckTest, BeginThatDiffersIsToldAndLeft)
 {
-    change({{"f.1.bt", "2026-01-01 07:00:00"}, {"bt.2026-01-01 08:00:00.1", std::nullopt},
-            {"bt.2026-01-01 07:00:00.1", "1"}, {"f.1.size", "5"}});
+    change({{"f.1.bt", "2026-01-01 07:00:00"},
+            {"bt.2026-01-01 08:00:00.1", std::nullopt},
+            {"bt.2026-01-01 07:00:00.1", "1"},
+            {"f.1.size", "5"}});
     silo_pairs before = index();
     EXPECT_EQ(found("--repair", 1), "begin-differs open\nsize-differs open\n");
     EXPECT_EQ(index(), before);
@@ -156,9 +158,18 @@ TEST_F(OrbrecCheckTest, UploadThatIsNoRecordingIsComparedBySize)
 {
     folder_.write("rec/plan.pdf", "0123456789");
     std::string path = stored("rec/plan.pdf");
-    change({{"ino", "3"}, {"p." + path, "3"}, {"f.3.path", path}, {"f.3.bt", "2026-01-01 08:00:00"}, {"f.3.ch", "1"},
-            {"bt.2026-01-01 08:00:00.3", "3"}, {"f.3.host", "x"}, {"r.3", "2"}, {"f.3.et", "2026-01-01 08:00:00"},
-            {"f.3.size", "9"}, {"f.3.rt", "1"}, {"f.3.md5", "none"}});
+    change({{"ino", "3"},
+            {"p." + path, "3"},
+            {"f.3.path", path},
+            {"f.3.bt", "2026-01-01 08:00:00"},
+            {"f.3.ch", "1"},
+            {"bt.2026-01-01 08:00:00.3", "3"},
+            {"f.3.host", "x"},
+            {"r.3", "2"},
+            {"f.3.et", "2026-01-01 08:00:00"},
+            {"f.3.size", "9"},
+            {"f.3.rt", "1"},
+            {"f.3.md5", "none"}});
     EXPECT_EQ(found("", 1), "size-differs open\n");
     EXPECT_EQ(found("--repair", 0), "size-differs mended\n");
     EXPECT_EQ(value("f.3.size") + value("f.3.md5"), "10781e5e245d69b566979b86e28d23f2c7");
@@ -183,8 +194,7 @@ TEST_F(OrbrecCheckTest, BrokenGroupsOfKeysAreMended)
         {{{"f.1.rt", std::nullopt}}, "incomplete-entry open\n"},
         {{{"f.1.size", "much"}}, "bad-value open\nsize-differs open\n"},
         {{{"f.1.et", "later"}}, "bad-value open\nend-differs open\n"},
-        {{{"f.1.path", std::nullopt}},
-         "path-without-entry open\nrevision-without-entry open\nincomplete-entry open\n"},
+        {{{"f.1.path", std::nullopt}}, "path-without-entry open\nrevision-without-entry open\nincomplete-entry open\n"},
         {{{"f.1.bt", std::nullopt}}, "time-without-entry open\nincomplete-entry open\n"},
         {{{"ino", "1"}}, "id-beyond-counter open\n"},
         {{{"ino", std::nullopt}}, "no-counters open\n"},
@@ -222,8 +232,15 @@ TEST_F(OrbrecCheckTest, EntryWithoutDeviceOrChannelIsEnteredAnew)
 TEST_F(OrbrecCheckTest, SecondEntryOfOneFileIsHidden)
 {
     std::string path = stored(REC_A);
-    change({{"ino", "3"}, {"f.3.path", path}, {"f.3.bt", "2026-01-01 08:00:00"}, {"bt.2026-01-01 08:00:00.3", "3"},
-            {"f.3.host", "door1"}, {"f.3.ch", "3"}, {"f.3.rt", "1"}, {"r.3", "2"}, {"f.3.et", "2026-01-01 08:00:04"},
+    change({{"ino", "3"},
+            {"f.3.path", path},
+            {"f.3.bt", "2026-01-01 08:00:00"},
+            {"bt.2026-01-01 08:00:00.3", "3"},
+            {"f.3.host", "door1"},
+            {"f.3.ch", "3"},
+            {"f.3.rt", "1"},
+            {"r.3", "2"},
+            {"f.3.et", "2026-01-01 08:00:04"},
             {"f.3.size", value("f.1.size")}});
     EXPECT_EQ(found("", 1), "entry-without-path open\n");
     EXPECT_EQ(found("--repair", 0), "entry-without-path mended\n");
@@ -255,7 +272,8 @@ TEST_F(OrbrecCheckTest, EmptyForeignOrUnreadableStoreIsRefusedAndNotTouched)
     silo_ptr db = silo_opened(other);
     result = orbrec(folder_, "check --repair --scan rec --store " + other);
     EXPECT_EQ(result.status, 2) << result.out;
-    EXPECT_NE(result.err.find("it is empty or holds something else; nothing was changed"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("it is empty or holds something else; nothing was changed"), std::string::npos)
+        << result.err;
     EXPECT_TRUE(everything(reading(db)).empty());
 
     silo_pairs foreign = {{"f.1", "1"}, {"f.x.path", "2"}, {"ino", "5"}, {"p.name", "3"}, {"r.1", "4"}};

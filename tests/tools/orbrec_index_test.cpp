@@ -16,16 +16,26 @@ TEST_F(OrbrecIndexTest, RecordingIsEnteredWithTheWholeSchema)
     made_recording made = make(REC_A);
     tool_result result = run("index", REC_A);
     ASSERT_EQ(result.status, 0) << result.err;
-    EXPECT_NE(result.out.find("added, door1 3, 2026-01-01 08:00:00 to 2026-01-01 08:00:04"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("added, door1 3, 2026-01-01 08:00:00 to 2026-01-01 08:00:04"), std::string::npos)
+        << result.out;
     EXPECT_NE(result.out.find("1 added, 0 updated, 0 replaced, 0 unchanged, 0 failed"), std::string::npos);
     std::string path = stored(REC_A), size = std::to_string(made.bytes().size());
     std::string md5 = file_md5(folder_.file(REC_A), made.bytes().size(), nullptr);
     EXPECT_EQ(md5.size(), 32u);
-    silo_pairs expected = {{"bt.2026-01-01 08:00:00.1", "1"}, {"f.1.bt", "2026-01-01 08:00:00"}, {"f.1.ch", "3"},
-                           {"f.1.et", "2026-01-01 08:00:04"}, {"f.1.host", "door1"},             {"f.1.md5", md5},
-                           {"f.1.path", path},                {"f.1.rt", "2"},                   {"f.1.size", size},
-                           {"ino", "1"},                      {"p." + path, "1"},                {"r.1", "2"},
-                           {"rev.hi", "2"},                   {"rev.lo", "1"}};
+    silo_pairs expected = {{"bt.2026-01-01 08:00:00.1", "1"},
+                           {"f.1.bt", "2026-01-01 08:00:00"},
+                           {"f.1.ch", "3"},
+                           {"f.1.et", "2026-01-01 08:00:04"},
+                           {"f.1.host", "door1"},
+                           {"f.1.md5", md5},
+                           {"f.1.path", path},
+                           {"f.1.rt", "2"},
+                           {"f.1.size", size},
+                           {"ino", "1"},
+                           {"p." + path, "1"},
+                           {"r.1", "2"},
+                           {"rev.hi", "2"},
+                           {"rev.lo", "1"}};
     EXPECT_EQ(index(), expected);
     EXPECT_EQ(path.find('/'), std::string::npos);
 }
@@ -172,11 +182,13 @@ TEST_F(OrbrecIndexTest, BadFilesAreNamedAndTheRestGoesOn)
     make(REC_B);
     folder_.write("rec/bad_01_1_20260101080000_1.rec", "no recording");
     folder_.write("rec/notes.txt", "no recording either");
-    tool_result result = run("index", std::string(REC_A) + " rec/bad_01_1_20260101080000_1.rec rec/missing.rec rec " + REC_B);
+    tool_result result =
+        run("index", std::string(REC_A) + " rec/bad_01_1_20260101080000_1.rec rec/missing.rec rec " + REC_B);
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("bad_01_1_20260101080000_1.rec: it is no recording"), std::string::npos) << result.err;
     EXPECT_NE(result.err.find("missing.rec: "), std::string::npos);
-    EXPECT_NE(result.out.find("2 added, 0 updated, 0 replaced, 0 unchanged, 3 failed"), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("2 added, 0 updated, 0 replaced, 0 unchanged, 3 failed"), std::string::npos)
+        << result.out;
     json_result report = run_json("reindex", "--scan rec", 2);
     EXPECT_EQ(json_int(report, "unchanged"), 2);
     EXPECT_EQ(json_text(report, "files/0/result"), "failed");
@@ -263,7 +275,8 @@ TEST_F(OrbrecIndexTest, UnindexTakesEveryKeyAndLeavesTheFile)
 TEST_F(OrbrecIndexTest, ImportEntersWhatItMakes)
 {
     clip_make(folder_.file("in.mp4"), {.frames = 100, .key_distance = 25});
-    tool_result result = run("import", "in.mp4 -o out/ --host cam --channel 5 --split 2 --start '2026-03-01 08:00:00' --index");
+    tool_result result =
+        run("import", "in.mp4 -o out/ --host cam --channel 5 --split 2 --start '2026-03-01 08:00:00' --index");
     ASSERT_EQ(result.status, 0) << result.err;
     EXPECT_EQ(value("ino"), "2");
     EXPECT_EQ(value("f.1.host") + "/" + value("f.1.ch") + "/" + value("f.1.rt"), "cam/5/1");
@@ -300,13 +313,13 @@ TEST_F(OrbrecIndexTest, WrongArgumentsEndWith64)
     struct row {
         const char *arguments, *text;
     };
-    for (row each : {row{"index", "required"}, row{"unindex", "required"}, row{"reindex", "--scan is required"},
-                     row{"reindex rec", "--scan is required"}, row{"index rec/x.rec", "which index?"}, row{"check", "which index?"},
-                     row{"check rec", "rec"}, row{"index x --store lmdb:s --type 0", "--type"},
-                     row{"index x --store lmdb:s --type 65536", "--type"},
-                     row{"index x --store lmdb:s --channel -1", "--channel"},
-                     row{"index x --store lmdb:s --host 012345678901234567890123456789012345678901234567890123456789",
-                         "--host wants at most 59 bytes"}}) {
+    for (row each :
+         {row{"index", "required"}, row{"unindex", "required"}, row{"reindex", "--scan is required"},
+          row{"reindex rec", "--scan is required"}, row{"index rec/x.rec", "which index?"},
+          row{"check", "which index?"}, row{"check rec", "rec"}, row{"index x --store lmdb:s --type 0", "--type"},
+          row{"index x --store lmdb:s --type 65536", "--type"}, row{"index x --store lmdb:s --channel -1", "--channel"},
+          row{"index x --store lmdb:s --host 012345678901234567890123456789012345678901234567890123456789",
+              "--host wants at most 59 bytes"}}) {
         tool_result result = orbrec(folder_, each.arguments);
         EXPECT_EQ(result.status, 64) << each.arguments;
         EXPECT_NE((result.err + result.out).find(each.text), std::string::npos) << each.arguments << "\n" << result.err;
@@ -334,7 +347,8 @@ TEST_F(OrbrecIndexTest, RunThatIsKilledGoesOnWhereItEnded)
     std::vector<std::string> words = orbrec_words("reindex --scan rec --store " + uri());
     for (int i = 1; i <= 8; i++) {
         child_process child;
-        ASSERT_TRUE(child.start(words, {.folder = folder_.file("."), .out = folder_.file("out"), .err = folder_.file("err")}));
+        ASSERT_TRUE(
+            child.start(words, {.folder = folder_.file("."), .out = folder_.file("out"), .err = folder_.file("err")}));
         os_sleep(static_cast<uint32_t>(i * 7));
         child.end_now();
     }
@@ -367,9 +381,10 @@ TEST(OrbrecFactsTest, NamesTellDeviceChannelTypeAndBegin)
     EXPECT_EQ(facts.channel, 12u);
     EXPECT_EQ(facts.type, 8u);
     EXPECT_EQ(facts.begin, "2026-02-29 23:59:59");
-    for (const char *name : {"a.rec", "_01_0_20260101080000_1.rec", "x_0_20260101080000_1.rec", "x_a_0_20260101080000_1.rec",
-                             "x_01_0_2026010108000_1.rec", "x_01_0_20261301080000_1.rec", "x_01_0_20260101250000_1.rec",
-                             "x_4294967296_0_20260101080000_1.rec", "x_-1_0_20260101080000_1.rec", "", "/", "_"})
+    for (const char *name :
+         {"a.rec", "_01_0_20260101080000_1.rec", "x_0_20260101080000_1.rec", "x_a_0_20260101080000_1.rec",
+          "x_01_0_2026010108000_1.rec", "x_01_0_20261301080000_1.rec", "x_01_0_20260101250000_1.rec",
+          "x_4294967296_0_20260101080000_1.rec", "x_-1_0_20260101080000_1.rec", "", "/", "_"})
         EXPECT_FALSE(recording_name_read(name, &facts)) << name;
 }
 

@@ -30,7 +30,8 @@ static bool fail(check_run *run, int status, const std::string &text)
 static bool is_told(const index_snapshot &snapshot, const key_problem &problem)
 {
     const index_row *row = problem.id != 0 ? row_of(snapshot, problem.id) : nullptr;
-    bool is_put_aside = row != nullptr && (row->has & SILO_HAS_REVISION) && row->revision == 0 && snapshot.is_hidden(*row);
+    bool is_put_aside =
+        row != nullptr && (row->has & SILO_HAS_REVISION) && row->revision == 0 && snapshot.is_hidden(*row);
     return !is_put_aside || (problem.problem != SILO_PROBLEM_INCOMPLETE_RECORD &&
                              problem.problem != SILO_PROBLEM_RECORD_WITHOUT_PATH_KEY);
 }
@@ -51,12 +52,14 @@ static bool refused(check_run *run, const index_snapshot &snapshot)
 {
     if (!snapshot.is_index())
         return !fail(run, ORBREC_UNREADABLE,
-                     "there is no record index at " + run->address + ", it is empty or holds something else; nothing was "
-                     "changed. orbrec reindex --scan DIR makes one");
+                     "there is no record index at " + run->address +
+                         ", it is empty or holds something else; nothing was "
+                         "changed. orbrec reindex --scan DIR makes one");
     if (run->command.repair && snapshot.foreign_keys > snapshot.rows.size())
         return !fail(run, ORBREC_UNREADABLE,
-                     "the store at " + run->address + " holds more of something else than of a record index; nothing was "
-                     "changed");
+                     "the store at " + run->address +
+                         " holds more of something else than of a record index; nothing was "
+                         "changed");
     return false;
 }
 
@@ -126,11 +129,26 @@ static void check_all(check_run *run)
 
 const char *finding_name(const finding &found)
 {
-    static constexpr const char *KEYS[] = {"foreign-key", "bad-value", "no-counters", "path-without-entry",
-                                           "time-without-entry", "revision-without-entry", "incomplete-entry",
-                                           "entry-without-path", "entry-without-time", "id-beyond-counter", "hidden"};
-    static constexpr const char *KINDS[] = {"", "file-missing", "folder-missing", "file-back", "file-without-entry",
-                                            "size-differs", "begin-differs", "end-differs", "md5-differs"};
+    static constexpr const char *KEYS[] = {"foreign-key",
+                                           "bad-value",
+                                           "no-counters",
+                                           "path-without-entry",
+                                           "time-without-entry",
+                                           "revision-without-entry",
+                                           "incomplete-entry",
+                                           "entry-without-path",
+                                           "entry-without-time",
+                                           "id-beyond-counter",
+                                           "hidden"};
+    static constexpr const char *KINDS[] = {"",
+                                            "file-missing",
+                                            "folder-missing",
+                                            "file-back",
+                                            "file-without-entry",
+                                            "size-differs",
+                                            "begin-differs",
+                                            "end-differs",
+                                            "md5-differs"};
     return found.kind == FINDING_KEY ? KEYS[found.problem] : KINDS[found.kind];
 }
 
@@ -147,7 +165,8 @@ static std::string printable(const std::string &key)
     if (os_code_convert("GB18030", "utf-8", text, sizeof text, key.data(), key.size()) <= 0)
         text_copy(text, key);
     std::string shown = text;
-    std::ranges::replace_if(shown, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; }, '?');
+    std::ranges::replace_if(
+        shown, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7F; }, '?');
     return shown;
 }
 
@@ -185,11 +204,12 @@ static void report_print(const check_run &run)
     if (!run.command.json) {
         for (const finding &found : run.findings)
             print_line(found);
-        std::printf("%llu entries, %llu of them hidden; %llu files scanned; %lld problems open, %lld mended, %lld hidden "
-                    "now\n",
-                    static_cast<unsigned long long>(run.counts.entries), static_cast<unsigned long long>(run.counts.hidden),
-                    static_cast<unsigned long long>(run.counts.files), static_cast<long long>(open),
-                    static_cast<long long>(mended), static_cast<long long>(hidden));
+        std::printf(
+            "%llu entries, %llu of them hidden; %llu files scanned; %lld problems open, %lld mended, %lld hidden "
+            "now\n",
+            static_cast<unsigned long long>(run.counts.entries), static_cast<unsigned long long>(run.counts.hidden),
+            static_cast<unsigned long long>(run.counts.files), static_cast<long long>(open),
+            static_cast<long long>(mended), static_cast<long long>(hidden));
         return;
     }
     json_ref all(json_object_new_object());

@@ -83,7 +83,7 @@ bool check_files(const check_command &command, const index_snapshot &snapshot, c
 // The finding's entry as a file; empty when the path has no form on this host.
 std::string entry_file(const std::string &path, const std::string &root);
 
-// Mends what can be, each finding in one transaction that looks again first, and sets their states. False when the store
-// fails.
+// Mends what can be, each finding in one transaction that looks again first, and sets their states. False when the
+// store fails.
 bool check_repair(const check_command &command, const index_snapshot &snapshot, bool may_hide,
                   std::vector<finding> *findings);

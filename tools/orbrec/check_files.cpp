@@ -69,7 +69,8 @@ static bool is_looked_at(const file_walk &walk, const index_row &row, const std:
 
 // ---- One entry and its file -----------------------------------------------------------------------------------------
 
-static void tell(file_walk *walk, finding_kind kind, const index_row &row, const std::string &file, const std::string &text)
+static void tell(file_walk *walk, finding_kind kind, const index_row &row, const std::string &file,
+                 const std::string &text)
 {
     walk->findings->push_back({.kind = kind, .id = row.id, .file = file, .path = row.path, .text = text});
 }
@@ -99,7 +100,8 @@ static void compare_times(file_walk *walk, const index_row &row, const recording
         tell(walk, FINDING_END, row, facts.file,
              "the index says that it ends at " + row.end + ", the file is still being written");
     else if (!facts.is_growing && row.end.empty())
-        tell(walk, FINDING_END, row, facts.file, "the index says that it is still being written, it ended at " + facts.end);
+        tell(walk, FINDING_END, row, facts.file,
+             "the index says that it is still being written, it ended at " + facts.end);
     else if (!facts.is_growing && row.end != facts.end)
         tell(walk, FINDING_END, row, facts.file,
              "the index says that it ends at " + row.end + ", the file at " + facts.end);
@@ -147,7 +149,8 @@ static void look_at(file_walk *walk, const index_row &row, const std::string &fi
 // ---- All of them ----------------------------------------------------------------------------------------------------
 
 // What changed since the snapshot is not told: the service and recorders go on meanwhile.
-static bool is_still_so(silo_transaction_t *trans, const check_command &command, const finding &found, const index_row *row)
+static bool is_still_so(silo_transaction_t *trans, const check_command &command, const finding &found,
+                        const index_row *row)
 {
     if (found.kind == FINDING_NO_ENTRY) {
         std::string path;

@@ -88,8 +88,7 @@ mend_result mend_revision_key(silo_transaction_t *trans, std::string_view key)
 {
     uint64_t id, revision;
     silo_record record;
-    if (!silo_number_from_text(key.substr(SILO_PREFIX_REVISION.size()), &id) ||
-        silo_key_revision(id).view() != key)
+    if (!silo_number_from_text(key.substr(SILO_PREFIX_REVISION.size()), &id) || silo_key_revision(id).view() != key)
         return MEND_LEFT;
     silo_record_read(trans, id, &record);
     if (!has_fields(record))

@@ -89,9 +89,8 @@ static void refresh_as_plain(repair *run, finding *found, const std::string &rea
 
 static bool begin_differs(const repair &run, uint64_t id)
 {
-    return std::ranges::any_of(*run.findings, [&](const finding &found) {
-        return found.kind == FINDING_BEGIN && found.id == id;
-    });
+    return std::ranges::any_of(*run.findings,
+                               [&](const finding &found) { return found.kind == FINDING_BEGIN && found.id == id; });
 }
 
 // As `orbrec index` would.

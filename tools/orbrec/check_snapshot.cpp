@@ -10,7 +10,8 @@ bool index_snapshot::is_hidden(const index_row &row) const
 bool index_snapshot::is_index() const
 {
     static constexpr uint32_t TELLING = SILO_HAS_PATH | SILO_HAS_BT;
-    return has_revisions || std::ranges::any_of(rows, [](const index_row &row) { return (row.has & TELLING) == TELLING; });
+    return has_revisions ||
+           std::ranges::any_of(rows, [](const index_row &row) { return (row.has & TELLING) == TELLING; });
 }
 
 static int take_problem(void *user, silo_problem problem, uint64_t id, std::string_view key)

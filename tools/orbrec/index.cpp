@@ -40,9 +40,8 @@ static int index_all(const index_command &command, const std::vector<found_file>
             report->add({.facts = {}, .result = INDEX_STOPPED, .id = 0, .md5 = {}, .error = {}});
             break;
         }
-        indexed_file entered = index_file(file.name, command.wishes(), [&](uint64_t bytes) {
-            progress.show(static_cast<int64_t>(done + bytes));
-        });
+        indexed_file entered = index_file(file.name, command.wishes(),
+                                          [&](uint64_t bytes) { progress.show(static_cast<int64_t>(done + bytes)); });
         if (entered.facts.file.empty())
             entered.facts.file = file.name;
         done += file.size;
@@ -119,8 +118,8 @@ static index_step take_away(silo_transaction_t *trans, const std::vector<std::st
     silo_key key = silo_key_path(path);
     // Where the path leads to the record of another one, only the path is wrong.
     bool is_astray = silo_record_read(trans, found, &record) && (record.has & SILO_HAS_PATH) && path != record.path;
-    bool is_gone = is_astray ? silo_delete(trans, key.text, key.len) == 0
-                             : silo_orb_delete_path(trans, path.c_str(), 0) == 0;
+    bool is_gone =
+        is_astray ? silo_delete(trans, key.text, key.len) == 0 : silo_orb_delete_path(trans, path.c_str(), 0) == 0;
     return is_gone ? INDEX_COMMIT : INDEX_FAILED;
 }
 

@@ -105,7 +105,8 @@ static bool is_other(const index_job &job, const silo_record &record)
 {
     const recording_facts &facts = job.file.facts;
     static constexpr uint32_t ONCE = SILO_HAS_BT | SILO_HAS_CH | SILO_HAS_HOST | SILO_HAS_PATH;
-    return (record.has & ONCE) != ONCE || facts.begin != record.bt || job.channel != record.ch || job.host != record.host_id;
+    return (record.has & ONCE) != ONCE || facts.begin != record.bt || job.channel != record.ch ||
+           job.host != record.host_id;
 }
 
 static bool has_end(const silo_record &record)
@@ -240,7 +241,8 @@ static bool sum_up(index_job *job, const std::function<void(uint64_t)> &progress
     return false;
 }
 
-indexed_file index_file(const std::string &name, const index_wishes &wishes, const std::function<void(uint64_t)> &progress)
+indexed_file index_file(const std::string &name, const index_wishes &wishes,
+                        const std::function<void(uint64_t)> &progress)
 {
     index_job job{.wishes = wishes, .paths = {}, .file = {}, .host = {}};
     if (!recording_facts_read(name, &job.file.facts, &job.file.error)) {

@@ -40,4 +40,5 @@ std::vector<std::string> index_paths(const std::string &full, const std::string 
 uint64_t index_find(silo_transaction_t *trans, const std::vector<std::string> &paths, std::string *path);
 
 // Reads the file and brings its entry up to date, in one transaction. `progress` gets the bytes of it that are done.
-indexed_file index_file(const std::string &name, const index_wishes &wishes, const std::function<void(uint64_t)> &progress);
+indexed_file index_file(const std::string &name, const index_wishes &wishes,
+                        const std::function<void(uint64_t)> &progress);

@@ -56,8 +56,10 @@ static void ending_option(CLI::App *command, std::vector<std::string> *endings)
 static void check_options(CLI::App *command, check_command *settings)
 {
     index_store_options(command, &settings->store);
-    command->add_option("--scan", settings->folders, "Look for files without an entry in this folder, and for files of "
-                                                     "entries only there")
+    command
+        ->add_option("--scan", settings->folders,
+                     "Look for files without an entry in this folder, and for files of "
+                     "entries only there")
         ->allow_extra_args(false);
     ending_option(command, &settings->endings);
     command->add_option("--host", settings->hosts, "Look for the files of this device's entries only")
@@ -82,7 +84,9 @@ void index_commands(CLI::App *app, index_settings *settings, const std::string &
 
     CLI::App *reindex = app->add_subcommand("reindex", "Enter all recordings below folders in the record index");
     reindex->footer(s_reindex_examples + exit_statuses);
-    reindex->add_option("--scan", settings->reindex.folders, "Folder to look through")->required()->allow_extra_args(false);
+    reindex->add_option("--scan", settings->reindex.folders, "Folder to look through")
+        ->required()
+        ->allow_extra_args(false);
     ending_option(reindex, &settings->reindex.endings);
     value_options(reindex, &settings->reindex);
 

@@ -161,8 +161,9 @@ try {
         return app.exit(wrong) == 0 ? ORBREC_OK : ORBREC_USAGE;
     }
     if (app.get_subcommands().empty())
-        return orbrec_fail(ORBREC_USAGE, "name a command: import, export, info, verify, index, unindex, reindex or check; --help "
-                                          "tells more");
+        return orbrec_fail(ORBREC_USAGE,
+                           "name a command: import, export, info, verify, index, unindex, reindex or check; --help "
+                           "tells more");
     return command_run(app, settings);
 } catch (const std::exception &failure) {
     return orbrec_fail(ORBREC_MEDIA, failure.what());

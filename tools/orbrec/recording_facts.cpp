@@ -27,7 +27,8 @@ static std::string_view last_piece(std::string_view *text)
     return piece;
 }
 
-static std::string time_text(uint16_t year, uint16_t month, uint16_t day, uint16_t hour, uint16_t minute, uint16_t second)
+static std::string time_text(uint16_t year, uint16_t month, uint16_t day, uint16_t hour, uint16_t minute,
+                             uint16_t second)
 {
     if (year < 1970 || year > 3000 || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 ||
         second > 59)
@@ -56,7 +57,8 @@ bool recording_name_read(const std::string &name, recording_name_facts *facts)
     last_piece(&rest);
     std::string begin = stamp_time(last_piece(&rest));
     uint32_t channel, type;
-    if (begin.empty() || !digits_read(last_piece(&rest), &type) || !digits_read(last_piece(&rest), &channel) || rest.empty())
+    if (begin.empty() || !digits_read(last_piece(&rest), &type) || !digits_read(last_piece(&rest), &channel) ||
+        rest.empty())
         return false;
     *facts = {std::string(rest), begin, channel, type};
     return true;
@@ -144,7 +146,8 @@ static bool is_growing(const file_measure &measured)
            age >= -GROWING_SECONDS;
 }
 
-static bool times_find(recording_facts *facts, const file_measure &measured, const std::string &named, std::string *error)
+static bool times_find(recording_facts *facts, const file_measure &measured, const std::string &named,
+                       std::string *error)
 {
     facts->begin = head_begin(measured.head);
     if (facts->begin.empty())

@@ -7,10 +7,10 @@
 #include <functional>
 
 struct recording_facts {
-    std::string file; // in full, as the host calls it
-    std::string path; // the same as the system and the index call it
+    std::string file;       // in full, as the host calls it
+    std::string path;       // the same as the system and the index call it
     std::string begin, end; // time texts of the index
-    bool is_growing;  // still being written: has no end yet
+    bool is_growing;        // still being written: has no end yet
     uint64_t size;
     std::string host; // of its name; empty when that does not tell, and the other two are 0 then
     uint32_t channel, type;

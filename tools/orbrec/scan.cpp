@@ -16,7 +16,8 @@ static std::string utf8_of(const fs::path &path)
 
 static std::string lower(std::string text)
 {
-    std::ranges::transform(text, text.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    std::ranges::transform(text, text.begin(),
+                           [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
     return text;
 }
 

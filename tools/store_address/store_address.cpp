@@ -74,7 +74,8 @@ bool store_is_missing(const std::string &address)
         return false;
     std::string folder(embedded_folder(address));
     // Parameters hold no separators.
-    if (size_t mark = folder.rfind('?'); mark != std::string::npos && folder.find_first_of("/\\", mark) == std::string::npos)
+    if (size_t mark = folder.rfind('?');
+        mark != std::string::npos && folder.find_first_of("/\\", mark) == std::string::npos)
         folder.resize(mark);
     return !is_there(below(folder, "data.mdb"));
 }

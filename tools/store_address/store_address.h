@@ -1,4 +1,5 @@
-// Which store holds the record index of a service: one answer for the service's own process and for the tools beside it.
+// Which store holds the record index of a service: one answer for the service's own process and for the tools beside
+// it.
 #pragma once
 
 #include <string>
