@@ -32,6 +32,11 @@ static const std::map<std::string, std::vector<std::string>> ALLOWED = {
       "win32_vod", "comm_func/orb_userdata.h"}},
 };
 
+// Recordings enter the index through the units that write it for the module too, so that the keys are laid out in one place.
+static const std::map<std::string, std::vector<std::string>> ALSO_ALLOWED{
+    {"tools/orbrec", {"platform/silo", "silo_pool"}},
+};
+
 static bool stands_below(const std::string &path, const std::string &folder)
 {
     return path == folder || path.starts_with(folder + "/");
@@ -53,6 +58,13 @@ static bool is_allowed(const std::string &included, const std::string &folder, c
            std::ranges::any_of(allowed, [&](const std::string &one) { return stands_below(included, one); });
 }
 
+static bool is_also_allowed(const std::string &included, const std::string &path)
+{
+    return std::ranges::any_of(ALSO_ALLOWED, [&](const auto &entry) {
+        return stands_below(path, entry.first) && is_allowed(included, entry.first, entry.second);
+    });
+}
+
 TEST(IncludeDirection, EachFolderReachesOnlyWhatStandsBelowIt)
 {
     size_t checked = 0;
@@ -60,7 +72,8 @@ TEST(IncludeDirection, EachFolderReachesOnlyWhatStandsBelowIt)
         for (const auto &path : sources_below(folder))
             for (const std::string &included : own_includes(read_source(std::filesystem::path(VOD_SOURCE_DIR) / path))) {
                 checked++;
-                EXPECT_TRUE(is_allowed(included, folder, allowed)) << path << " includes " << included;
+                EXPECT_TRUE(is_allowed(included, folder, allowed) || is_also_allowed(included, path.generic_string()))
+                    << path << " includes " << included;
             }
     EXPECT_GT(checked, 200u);
 }
@@ -81,6 +94,9 @@ TEST(IncludeDirection, TheRuleKnowsWhatItRefuses)
     EXPECT_FALSE(is_allowed("platform/ms/ms.h", "vod_player_orb", ALLOWED.at("vod_player_orb")));
     EXPECT_FALSE(is_allowed("vod_player_orb/vod_player_orb.h", "vod_player", ALLOWED.at("vod_player")));
     EXPECT_FALSE(is_allowed("comm_func/comm_func.h", "tools", ALLOWED.at("tools")));
+    EXPECT_TRUE(is_also_allowed("silo_pool/silo_record.h", "tools/orbrec/index.cpp"));
+    EXPECT_FALSE(is_also_allowed("silo_pool/silo_record.h", "tools/vodctl/find.cpp"));
+    EXPECT_FALSE(is_also_allowed("vod/link_table.h", "tools/orbrec/index.cpp"));
     EXPECT_TRUE(is_allowed("comm_func/orb_userdata.h", "platform/avfiltersdk", ALLOWED.at("platform/avfiltersdk")));
 }
 

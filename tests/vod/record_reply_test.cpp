@@ -139,16 +139,21 @@ TEST_F(RecordReplyTest, WithoutMemoryThereIsNoReply)
 {
     VodAsynRec_GetFile opit = {};
     size_t failed = 0;
+    xml_library_init();
+    xmlFreeFunc before_free;
+    xmlMallocFunc before_malloc;
+    xmlReallocFunc before_realloc;
+    xmlStrdupFunc before_strdup;
+    xmlMemGet(&before_free, &before_malloc, &before_realloc, &before_strdup);
     for (int allowed = 0; allowed < 8; allowed++) {
         static int s_left;
         s_left = allowed;
-        xml_library_init();
         xmlSetGenericErrorFunc(nullptr, say_nothing);
         xmlMemSetup(
             std::free, [](size_t size) { return s_left-- > 0 ? std::malloc(size) : nullptr; }, std::realloc,
             [](const char *text) { return s_left-- > 0 ? strdup(text) : nullptr; });
         xml_doc doc = record_reply_document(opit);
-        xmlMemSetup(std::free, std::malloc, std::realloc, strdup);
+        xmlMemSetup(before_free, before_malloc, before_realloc, before_strdup);
         xmlSetGenericErrorFunc(nullptr, nullptr);
         failed += doc == nullptr;
     }
@@ -341,9 +346,13 @@ TEST_F(RecordReplyTest, WithoutAPackageForASearchTheProcessEnds)
 
     s_status = -1;
     VodAsynRec_GetFile opit = {};
-    os_fault_arm(1);
-    on_rec_operate_complate_get_file(&udata, &opit, sizeof opit);
-    os_fault_disarm();
+    xml_library_init();
+    // The calls before it are those of the document; which one is the package's is no matter here.
+    for (int call = 1; call < 200 && s_status == -1; call++) {
+        os_fault_arm(call);
+        on_rec_operate_complate_get_file(&udata, &opit, sizeof opit);
+        os_fault_disarm();
+    }
     os_exit_install(nullptr);
     EXPECT_EQ(s_status, 1);
     EXPECT_EQ(log.count("!mp_build_package_ret_cmd_chs", LOG_FATAL), 1u);
