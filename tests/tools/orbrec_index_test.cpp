@@ -359,6 +359,29 @@ TEST_F(OrbrecIndexTest, RunThatIsKilledGoesOnWhereItEnded)
     EXPECT_EQ(json_int(run_json("reindex", "--scan rec"), "unchanged"), FILES);
 }
 
+TEST_F(OrbrecIndexTest, CtrlCEndsAfterTheFileAtHandAndTheNextRunDoesTheRest)
+{
+    constexpr int FILES = 300;
+    for (int i = 0; i < FILES; i++)
+        make("rec/door1_" + std::to_string(i) + "_1_20260101080000_1.rec", {.frames = 10});
+    ASSERT_EQ(run("index", "rec/door1_0_1_20260101080000_1.rec").status, 0);
+    child_process child;
+    ASSERT_TRUE(child.start(orbrec_words("reindex --scan rec --store " + uri()),
+                            {.folder = folder_.file("."), .out = folder_.file("out"), .err = folder_.file("err")}));
+    while (child.is_running() && std::stoi(value("ino")) < 5)
+        os_sleep(1);
+    ASSERT_TRUE(child.press_ctrl_c());
+    EXPECT_EQ(child.wait(60'000), 130);
+    int entered = std::stoi(value("ino"));
+    EXPECT_LT(entered, FILES);
+    std::vector<uint8_t> told = file_bytes(folder_.file("err"));
+    EXPECT_NE(std::string(told.begin(), told.end()).find("stopped; the same command goes on where it ended"),
+              std::string::npos);
+    json_result report = run_json("reindex", "--scan rec");
+    EXPECT_EQ(json_int(report, "unchanged"), entered);
+    EXPECT_EQ(json_int(report, "added"), FILES - entered);
+}
+
 TEST_F(OrbrecIndexTest, TwoRunsAtTheSameTimeEnterEachFileOnce)
 {
     constexpr int FILES = 30;
