@@ -129,7 +129,7 @@ bool service_process::settles(const child_figures &before) const
             continue;
         child_figures now = figures();
         // The question itself has just ended and may still hold its descriptor.
-        if (now.threads <= before.threads && now.descriptors <= before.descriptors)
+        if (now.threads <= before.threads && now.descriptors <= before.descriptors + now.host_descriptors)
             return true;
     }
     child_figures now = figures();

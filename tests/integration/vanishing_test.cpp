@@ -79,6 +79,14 @@ TEST_F(VanishingTest, FiveHundredVanishingClientsLeaveNothingBehind)
 
 TEST_F(VanishingTest, ClientsThatVanishWhileTheServiceCannotSendAreForgotten)
 {
+    {
+        raw_session first; // what is made once, on first use
+        ASSERT_EQ(first.request(service.port(), "rec/big.rec"), 10);
+        first.get();
+        EXPECT_TRUE(play_all(service.server(), "rec/big.rec").reached_end);
+        first.client().reset();
+    }
+    ASSERT_TRUE(service.settles({.threads = 1000, .descriptors = 1000}));
     child_figures before = service.figures();
     {
         std::vector<std::unique_ptr<raw_session>> stalled;
@@ -107,11 +115,14 @@ protected:
 
 TEST_F(PatienceTest, AClientThatTakesNothingIsGivenUpThoughItsConnectionStands)
 {
-    child_figures before = service.figures();
-    raw_session stalled;
-    ASSERT_EQ(stalled.request(service.port(), "rec/big.rec"), 10);
-    stalled.get();
-    EXPECT_TRUE(service.settles({.threads = before.threads + 1, .descriptors = before.descriptors}));
+    child_figures before = {.threads = 1000, .descriptors = 1000};
+    for (int round = 0; round < 2; round++) { // the first makes what is made once
+        raw_session stalled;
+        ASSERT_EQ(stalled.request(service.port(), "rec/big.rec"), 10);
+        stalled.get();
+        EXPECT_TRUE(service.settles({.threads = before.threads + 1, .descriptors = before.descriptors}));
+        before = service.figures();
+    }
 }
 
 TEST_F(PatienceTest, HalfAPackageIsNotWaitedForLong)

@@ -17,6 +17,8 @@ struct child_options {
 struct child_figures {
     uint64_t resident_bytes = 0, cpu_ms = 0;
     int threads = 0, descriptors = 0; // handles, where the host calls them so
+    // How many of them the host may add by itself: for a lock, say, when it is waited for the first time.
+    int host_descriptors = 0;
 };
 
 enum child_status { CHILD_RUNS = -1, CHILD_ENDED_BY_FORCE = -2 };

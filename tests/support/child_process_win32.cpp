@@ -1,13 +1,9 @@
-#include "tests/support/child_process.h"
+#include "tests/support/child_figures_win32.h"
 
 #include "platform/os/os_win32.h"
 
 #include <algorithm>
-#include <cstring>
 #include <cwchar>
-// After windows.h, on which they rest.
-#include <psapi.h>
-#include <winternl.h>
 
 // As a crash's status is: no program ends with such a number by itself.
 static constexpr DWORD FORCED_STATUS = 0xE0000000, FIRST_CRASH_STATUS = 0xC0000000;
@@ -278,53 +274,7 @@ void child_process::close_pipe()
 
 // ---- What it costs --------------------------------------------------------------------------------------------------
 
-// The host's records of all processes, one after the other.
-static std::vector<char> records_of_all()
-{
-    auto query = reinterpret_cast<decltype(&NtQuerySystemInformation)>(
-        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "NtQuerySystemInformation")));
-    std::vector<char> records(1 << 20);
-    ULONG size = 0;
-    if (query == nullptr ||
-        query(SystemProcessInformation, records.data(), static_cast<ULONG>(records.size()), &size) != 0)
-        size = 0;
-    records.resize(size);
-    return records;
-}
-
-// Handles are counted there on every version of the host.
-static void counts_of(DWORD pid, child_figures *figures)
-{
-    std::vector<char> records = records_of_all();
-    SYSTEM_PROCESS_INFORMATION record = {};
-    for (size_t at = 0; at + sizeof record <= records.size(); at += record.NextEntryOffset) {
-        std::memcpy(&record, records.data() + at, sizeof record);
-        if (reinterpret_cast<uintptr_t>(record.UniqueProcessId) == pid) {
-            figures->threads = static_cast<int>(record.NumberOfThreads);
-            figures->descriptors = static_cast<int>(record.HandleCount);
-        }
-        if (record.NextEntryOffset == 0)
-            break;
-    }
-}
-
-static uint64_t ms_of(const FILETIME &time)
-{
-    return (uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) / 10'000;
-}
-
 child_figures child_process::figures() const
 {
-    child_figures figures;
-    if (state_->process == nullptr)
-        return figures;
-    HANDLE process = state_->process->get();
-    PROCESS_MEMORY_COUNTERS memory = {};
-    FILETIME begin, end, kernel = {}, user = {};
-    GetProcessMemoryInfo(process, &memory, sizeof memory);
-    GetProcessTimes(process, &begin, &end, &kernel, &user);
-    counts_of(state_->pid, &figures);
-    figures.resident_bytes = memory.WorkingSetSize;
-    figures.cpu_ms = ms_of(kernel) + ms_of(user);
-    return figures;
+    return state_->process == nullptr ? child_figures{} : child_figures_of(state_->process->get(), state_->pid);
 }
