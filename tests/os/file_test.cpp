@@ -173,23 +173,26 @@ TEST_F(OsFile, NoHandlesAreLeftBehind)
 {
     folder_.write("a", "x");
     const std::string special = host_special_file(folder_), folder = folder_.path().string();
+    auto use_every_call = [&] {
+        os_file_info info;
+        uint64_t bytes = 0;
+        open(file("a"), OS_FILE_READ);
+        open(special, OS_FILE_READ);
+        open(file("none"), OS_FILE_READ);
+        os_file_stat(file("a").c_str(), 0, &info);
+        os_file_replace(file("b").c_str(), 0, "x", 1);
+        os_file_replace(special.c_str(), 0, "x", 1);
+        os_disk_space(file("a").c_str(), &bytes, &bytes);
+        os_directory_list(
+            folder.c_str(), [](void *, const char *) { return 1; }, nullptr);
+    };
     // What the host opens for good on first use is not counted.
-    open(file("a"), OS_FILE_READ);
+    use_every_call();
     size_t before = host_handle_count();
     os_file_ptr kept = open(file("a"), OS_FILE_READ);
     EXPECT_EQ(host_handle_count(), before + 1);
     kept.reset();
-    os_file_info info;
-    uint64_t bytes = 0;
-    open(file("a"), OS_FILE_READ);
-    open(special, OS_FILE_READ);
-    open(file("none"), OS_FILE_READ);
-    os_file_stat(file("a").c_str(), 0, &info);
-    os_file_replace(file("b").c_str(), 0, "x", 1);
-    os_file_replace(special.c_str(), 0, "x", 1);
-    os_disk_space(file("a").c_str(), &bytes, &bytes);
-    os_directory_list(
-        folder.c_str(), [](void *, const char *) { return 1; }, nullptr);
+    use_every_call();
     EXPECT_EQ(host_handle_count(), before);
 }
 

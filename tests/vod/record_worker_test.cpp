@@ -1,6 +1,8 @@
 // What the record worker does with a command: sessions, filtering, completing, and its thread.
 #include "tests/vod/record_fixture.h"
 
+#include "tests/support/host.h"
+
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_folder.h"
 #include "vod/record_text.h"
@@ -357,7 +359,7 @@ TEST_F(RecordAttrTest, OtherStorageIsLeftAlone)
 TEST_F(RecordAttrTest, PathsOfEitherCharacterSetFindTheirFile)
 {
     const std::string gb = "rec\\\xD6\xD0.rec", utf8 = "rec\\\xE4\xB8\xAD.rec";
-    folder.write(gb, "12345");
+    folder.write(host_name(gb), "12345");
     s_fake_index.records = {writing(gb), writing(utf8)};
     read_all(10, WANTED);
     EXPECT_EQ(log.count_containing("!stat64"), 0u);
