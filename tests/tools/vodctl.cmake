@@ -7,10 +7,6 @@ vod_add_test(vodctl_unit_test
           ${VODCTL_TESTS}/vodctl_values_test.cpp ${VODCTL_TESTS}/vodctl_recording.cpp
   LIBS vodctl_commands)
 
-# Runs the program through a shell.
-if(WIN32)
-  return()
-endif()
 vod_add_test(vodctl_test
   SOURCES ${VODCTL_TESTS}/vodctl_find_test.cpp ${VODCTL_TESTS}/vodctl_play_test.cpp
           ${VODCTL_TESTS}/vodctl_questions_test.cpp
@@ -18,5 +14,7 @@ vod_add_test(vodctl_test
           ${CMAKE_SOURCE_DIR}/tests/client/fake_service.cpp
   LIBS vodclient vod_raw_client vodjson ms vodos)
 target_compile_definitions(vodctl_test PRIVATE
-  VODCTL_HAS_MEDIA=$<IF:$<TARGET_EXISTS:media_export>,1,0>)
+  VODCTL_HAS_MEDIA=$<IF:$<TARGET_EXISTS:media_export>,1,0>
+  # Under Wine FFmpeg's pipe is told of a reader that left by the code of a wrong argument, which says nothing.
+  VODCTL_KNOWS_MP4_READERS=$<IF:$<BOOL:${WIN32}>,0,1>)
 add_dependencies(vodctl_test vodctl)
