@@ -60,10 +60,10 @@ prepare_windows() {
 # Wine's own files are made before many tests ask for them at once, and its server stays: starting it costs seconds.
 prepare_wine() {
   mkdir -p build/mingw
-  export WINEPREFIX=$PWD/build/mingw/wine WINEDEBUG=-all
+  export WINEPREFIX=$PWD/build/mingw/wine
   wine_is_ours=yes
-  wine wineboot --init >/dev/null 2>&1 || fail "Wine cannot make its folder $WINEPREFIX"
-  wineserver --persistent >/dev/null 2>&1 || true # it may run already
+  scripts/wine.sh wineboot --init >/dev/null 2>&1 || fail "Wine cannot make its folder $WINEPREFIX"
+  WINEDEBUG=-all wineserver --persistent >/dev/null 2>&1 || true # it may run already
 }
 
 end_wine() {

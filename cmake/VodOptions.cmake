@@ -27,7 +27,7 @@ if(WIN32)
   set(CMAKE_SHARED_LIBRARY_PREFIX "")
   # Tests run under Wine, which keeps its files in the build tree.
   if(CMAKE_CROSSCOMPILING)
-    set(CMAKE_CROSSCOMPILING_EMULATOR env WINEPREFIX=${CMAKE_BINARY_DIR}/wine WINEDEBUG=-all wine)
+    set(CMAKE_CROSSCOMPILING_EMULATOR env WINEPREFIX=${CMAKE_BINARY_DIR}/wine ${CMAKE_SOURCE_DIR}/scripts/wine.sh)
   endif()
 endif()
 if(VOD_LOCK_RANKS)

@@ -250,6 +250,8 @@ ORB_API int os_environment_set(const char *name, const char *value);
 ORB_API char **os_program_start(int argc, char **argv);
 /* 1 when that standard stream (0 input, 1 output, 2 errors) is a terminal, that is, when somebody looks on. */
 ORB_API int os_is_terminal(int stream);
+/* 1 when `error`, the errno of a failed write to standard output, says that the reader of that pipe has gone. */
+ORB_API int os_is_reader_gone(int error);
 /*
  * Calls `handler` when somebody asks the process to end (Ctrl-C, a request of the host's): it may only set lock-free
  * flags. Reads that block are interrupted. A second request ends the process at once.

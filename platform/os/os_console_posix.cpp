@@ -2,6 +2,7 @@
 #include "platform/os/os.h"
 
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <unistd.h>
 
@@ -13,6 +14,11 @@ char **os_program_start(int, char **argv)
 int os_is_terminal(int stream)
 {
     return isatty(stream) == 1 ? 1 : 0;
+}
+
+int os_is_reader_gone(int error)
+{
+    return error == EPIPE ? 1 : 0;
 }
 
 static std::atomic<void (*)(void)> s_interrupt_handler;

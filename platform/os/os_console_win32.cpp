@@ -3,6 +3,7 @@
 #include "platform/os/os_win32.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -75,6 +76,13 @@ int os_is_terminal(int stream)
     HANDLE console;
     DWORD mode;
     return console_mode(stream, &console, &mode) ? 1 : 0;
+}
+
+// A pipe that is being closed is ERROR_NO_DATA, which the C library makes an invalid argument of; none of ours is one.
+int os_is_reader_gone(int error)
+{
+    bool is_pipe = GetFileType(GetStdHandle(STD_OUTPUT_HANDLE)) == FILE_TYPE_PIPE;
+    return error == EPIPE || (error == EINVAL && is_pipe) ? 1 : 0;
 }
 
 static std::atomic<void (*)(void)> s_interrupt_handler;

@@ -41,7 +41,6 @@ void CrossTest::SetUp()
         if (!std::filesystem::exists(windows_path(name)))
             GTEST_SKIP() << "no " << windows_path(name) << ": build the preset mingw, or set VOD_WINDOWS_PROGRAMS";
     environment_set("WINEPREFIX", VOD_WINE_FOLDER);
-    environment_set("WINEDEBUG", "-all");
     // Names of files reach Wine in the character set of the locale.
     environment_set("LC_ALL", "C.UTF-8");
     environment_zone("UTC0");

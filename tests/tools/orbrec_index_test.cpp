@@ -365,12 +365,17 @@ TEST_F(OrbrecIndexTest, CtrlCEndsAfterTheFileAtHandAndTheNextRunDoesTheRest)
     for (int i = 0; i < FILES; i++)
         make("rec/door1_" + std::to_string(i) + "_1_20260101080000_1.rec", {.frames = 10});
     ASSERT_EQ(run("index", "rec/door1_0_1_20260101080000_1.rec").status, 0);
+    silo_ptr db = silo_opened(uri());
     child_process child;
     ASSERT_TRUE(child.start(orbrec_words("reindex --scan rec --store " + uri()),
                             {.folder = folder_.file("."), .out = folder_.file("out"), .err = folder_.file("err")}));
     while (child.is_running() && std::stoi(value("ino")) < 5)
         os_sleep(1);
+    // It cannot reach its end before it has been told.
+    trans_ptr held_up = writing(db);
     ASSERT_TRUE(child.press_ctrl_c());
+    os_sleep(100);
+    held_up.reset();
     EXPECT_EQ(child.wait(60'000), 130);
     int entered = std::stoi(value("ino"));
     EXPECT_LT(entered, FILES);

@@ -60,6 +60,28 @@ protected:
     std::atomic<int> delivered = 0;
 };
 
+TEST_F(VodctlFindTest, AReaderThatLeavesEndsItQuietly)
+{
+    constexpr int MANY = 100'000;
+    service.on(MP_CODE_SEND_CMD_CHS, [this](fake_service &self, MsLink *link, const seen_package &command) {
+        bool is_open = command.text(7).find("\"find_file\"") != std::string::npos;
+        std::string text = "<command_return name=\"find_next_file\" result=\"ok\" count=\"10\">";
+        for (int i = 0; i < 10; i++)
+            text += record_text(0);
+        delivered += is_open ? 0 : 1;
+        self.reply(link, command,
+                   is_open ? "<command_return name=\"find_file\" result=\"ok\"><session_id>5</session_id></command_return>"
+                           : text + "</command_return>");
+    });
+    child_result found = run_vodctl_into_pipe(
+        10, {"--server", "127.0.0.1:" + std::to_string(ms_listen_port()), "find", "--host", "h", "--from", "2024-05-06",
+             "--count", "10", "--limit", std::to_string(MANY), "--csv"});
+    EXPECT_EQ(found.status, 0);
+    EXPECT_EQ(found.err, "");
+    EXPECT_EQ(found.out, "start,end,");
+    EXPECT_LT(delivered, MANY / 10);
+}
+
 TEST_F(VodctlFindTest, PrintsATable)
 {
     child_result found =

@@ -1,8 +1,12 @@
 // vodctl find: recordings of the service's index.
 #include "tools/vodctl/find.h"
 
+#include "platform/os/os.h"
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace {
 struct find_progress {
@@ -10,12 +14,17 @@ struct find_progress {
     json_ref records{json_object_new_array()};
     uint64_t count = 0;
     int64_t bytes = 0;
+    int output_error = 0; // errno of the first write that failed
 };
 } // namespace
 
-static void put(const std::string &text)
+// What is found goes out page by page: who looks on sees it, and a reader that has gone is noticed.
+static void put(find_progress *progress, const std::string &text)
 {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    errno = 0;
+    bool is_put = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    if (!is_put && progress->output_error == 0)
+        progress->output_error = errno != 0 ? errno : EIO;
 }
 
 static void put_records(const find_settings &find, const std::vector<vodclient_record> &records,
@@ -24,13 +33,16 @@ static void put_records(const find_settings &find, const std::vector<vodclient_r
     progress->count += records.size();
     for (const vodclient_record &record : records)
         progress->bytes += record.size;
+    std::string text;
     if (find.format == find_format::table)
-        return put(find_table_rows(&progress->table, records));
-    for (const vodclient_record &record : records)
-        if (find.format == find_format::csv)
-            put(find_csv_row(record));
-        else
+        text = find_table_rows(&progress->table, records);
+    else if (find.format == find_format::csv)
+        for (const vodclient_record &record : records)
+            text += find_csv_row(record);
+    else
+        for (const vodclient_record &record : records)
             json_object_array_add(progress->records.get(), find_json_of(record));
+    put(progress, text);
 }
 
 // Without a device the service does not look at the channel. A page may bring more than is still wanted.
@@ -54,7 +66,8 @@ static vodclient_result read_pages(vodclient_search *search, const find_settings
 {
     std::vector<vodclient_record> records;
     bool is_over = false;
-    while (!is_over && !vodctl_is_stopped() && (find.limit == 0 || progress->count < find.limit)) {
+    while (!is_over && !vodctl_is_stopped() && progress->output_error == 0 &&
+           (find.limit == 0 || progress->count < find.limit)) {
         if (vodclient_result result = search->next(page_of(find, progress->count), find.with_open, &records, &is_over);
             !result)
             return result;
@@ -71,8 +84,8 @@ static void put_end(const vodctl_settings &settings, const find_settings &find, 
         json_add(object.get(), "count", static_cast<int64_t>(progress->count));
         json_object_object_add(object.get(), "recordings", progress->records.release());
         json_print(object.get());
+        put(progress, "");
     } else if (!settings.quiet && find.format == find_format::table) {
-        std::fflush(stdout);
         std::fprintf(stderr, "%llu recording%s, %s\n", static_cast<unsigned long long>(progress->count),
                      progress->count == 1 ? "" : "s", size_text(progress->bytes).c_str());
     }
@@ -85,12 +98,15 @@ int vodctl_find(const vodctl_settings &settings, const find_settings &find)
         return vodctl_fail(settings, result);
     find_progress progress;
     if (find.format == find_format::csv)
-        put(find_csv_head());
+        put(&progress, find_csv_head());
     if (vodclient_result result = read_pages(&search, find, &progress); !result)
         return vodctl_fail(settings, result);
     if (vodctl_is_stopped())
         return VODCTL_INTERRUPTED;
-    put_end(settings, find, &progress);
-    return std::fflush(stdout) == 0 ? VODCTL_OK
-                                    : vodctl_fail(settings, VODCTL_LOCAL_FILE, "standard output cannot be written");
+    if (progress.output_error == 0)
+        put_end(settings, find, &progress);
+    if (progress.output_error == 0 || os_is_reader_gone(progress.output_error) != 0)
+        return VODCTL_OK;
+    return vodctl_fail(settings, VODCTL_LOCAL_FILE,
+                       std::string("cannot write to standard output: ") + std::strerror(progress.output_error));
 }

@@ -1,5 +1,7 @@
 #include "tools/vodctl/output.h"
 
+#include "platform/os/os.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -62,7 +64,7 @@ class standard_output : public play_output {
     }
     uint64_t bytes_written() const override { return written_; }
     std::string error() const override { return std::strerror(error_); }
-    bool reader_has_gone() const override { return error_ == EPIPE; }
+    bool reader_has_gone() const override { return os_is_reader_gone(error_) != 0; }
 
   private:
     bool failed()

@@ -1,4 +1,5 @@
 // MP4 and Annex B, made by the media libraries.
+#include "platform/os/os.h"
 #include "tools/media_export/media_export.h"
 #include "tools/vodctl/output.h"
 
@@ -21,10 +22,14 @@ class media_output : public play_output {
     std::string error() const override { return media_export_error(object_.get()); }
     bool reader_has_gone() const override
     {
-        return to_standard_output_ && error().find(std::strerror(EPIPE)) != std::string::npos;
+        return to_standard_output_ && (ended_with(EPIPE) || ended_with(EINVAL));
     }
 
   private:
+    bool ended_with(int number) const
+    {
+        return os_is_reader_gone(number) != 0 && error().find(std::strerror(number)) != std::string::npos;
+    }
     media_export_ref object_;
     bool to_standard_output_;
 };
