@@ -44,6 +44,7 @@ struct fake_state {
     bool is_conflict = false, is_error = false, is_server = false;
     int next_fd = 1000, handles = 0;
     std::set<int> descriptors;
+    std::function<void()> on_connect;
 };
 static fake_state s_fake;
 
@@ -59,6 +60,7 @@ void fake_silo_reset()
     s_fake.failures.clear();
     s_fake.commit_answers.clear();
     s_fake.is_conflict = s_fake.is_error = s_fake.is_server = false;
+    s_fake.on_connect = nullptr;
 }
 
 std::shared_ptr<const fake_content> fake_silo_snapshot()
@@ -151,6 +153,12 @@ void fake_silo_set_server(bool is_server)
     s_fake.is_server = is_server;
 }
 
+void fake_silo_on_connect(std::function<void()> called)
+{
+    fake_lock held(s_fake.mutex);
+    s_fake.on_connect = std::move(called);
+}
+
 int fake_silo_open_handles()
 {
     fake_lock held(s_fake.mutex);
@@ -195,8 +203,18 @@ static bool passes_in(silo_transaction_t *trans, const std::string &call)
 
 // ---- Connections ----------------------------------------------------------------------------------------------------
 
+static void tell_connect()
+{
+    fake_lock held(s_fake.mutex);
+    std::function<void()> called = s_fake.on_connect;
+    held.unlock();
+    if (called)
+        called();
+}
+
 int silo_connect_fd(const char *uri)
 {
+    tell_connect();
     fake_lock held(s_fake.mutex);
     if (!passes(held, std::string("connect ") + uri))
         return -1;

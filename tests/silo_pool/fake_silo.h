@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -36,6 +37,8 @@ void fake_silo_set_conflict(bool is_conflict);
 void fake_silo_set_error(bool is_error);
 // Announcing is of use, as with a server.
 void fake_silo_set_server(bool is_server);
+// Called at the beginning of each connect, with no lock of the fake held.
+void fake_silo_on_connect(std::function<void()> called);
 // Handles and descriptors that are open.
 int fake_silo_open_handles();
 int fake_silo_open_descriptors();

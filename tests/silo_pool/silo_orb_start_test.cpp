@@ -22,6 +22,28 @@ TEST_F(StartTest, AnIndexThatIsThereStaysAsItIs)
     EXPECT_TRUE(fake_silo_calls_of({"set", "commit"}).empty());
 }
 
+TEST_F(StartTest, WhateverRevisionIsThereItIsAnIndex)
+{
+    for (const char *value : {"", "x", "0"}) {
+        fake_silo_set_content({{"rev.hi", value}});
+        EXPECT_EQ(silo_orb_initialize(), 0) << value;
+        EXPECT_EQ(fake_silo_content(), (fake_content{{"rev.hi", value}}));
+    }
+    fake_silo_set_content({{"rev.lo", "1"}, {"ino", "17"}});
+    EXPECT_EQ(silo_orb_initialize(), 0);
+    EXPECT_EQ(fake_silo_content()["ino"], "0") << "only the highest one tells";
+}
+
+TEST_F(StartTest, WithoutASecondConnectionThereIsNoIndex)
+{
+    fake_silo_set_error(true); // the checked one is not kept
+    fake_silo_fail("connect", 1, 1);
+    EXPECT_EQ(silo_orb_initialize(), -1);
+    EXPECT_EQ(fake_silo_calls_of({"connect"}).size(), 2u);
+    EXPECT_TRUE(fake_silo_calls_of({"begin"}).empty());
+    EXPECT_TRUE(clock.sleeps().empty());
+}
+
 TEST_F(StartTest, WithTheStoreDownItTriesTenTimesIn27Seconds)
 {
     fake_silo_fail("connect", 100);
@@ -144,6 +166,14 @@ TEST_F(DeleteTest, WithoutABeginTimeTheRestGoes)
     EXPECT_EQ(remove(nullptr, 5), 0);
     EXPECT_TRUE(fake_silo_calls_of({"delete bt."}).empty());
     EXPECT_FALSE(fake_silo_content().contains("f.5.host"));
+}
+
+TEST_F(DeleteTest, AnEmptyBeginTimeIsOne)
+{
+    put_made({.id = 5, .bt = ""});
+    EXPECT_EQ(remove(nullptr, 5), 0);
+    EXPECT_EQ(fake_silo_calls_of({"delete bt."}), words{"delete bt..5"});
+    EXPECT_FALSE(fake_silo_content().contains("bt..5"));
 }
 
 TEST_F(DeleteTest, AFailingStoreIsAFailure)

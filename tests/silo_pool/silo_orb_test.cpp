@@ -222,6 +222,7 @@ TEST_F(SearchTest, TheBoundsAreKeptIn31Characters)
     EXPECT_EQ(it->rt, 65535);
     EXPECT_EQ(it->ch, 3);
     EXPECT_EQ(open(nullptr, 3)->ch, -1);
+    EXPECT_EQ(open("", 3)->ch, 3) << "an empty host is one, which then is not asked for";
 }
 
 TEST_F(SearchTest, SeesTheIndexAsItWasAtItsBeginning)

@@ -1,6 +1,7 @@
 #include "platform/os/os.h"
 #include "tests/silo_pool/pool_fixture.h"
 
+#include <atomic>
 #include <thread>
 
 using words = std::vector<std::string>;
@@ -42,11 +43,27 @@ TEST_F(PoolTest, AnAddressSetBeforeTheFirstTakeWinsAndALaterOneIsIgnored)
     silo_pool_release_connection(two);
 }
 
+TEST_F(PoolTest, AnEmptyAddressIsNone)
+{
+    environment_set("ZETA_DB_SOCK", "10.0.0.1:4");
+    silo_pool_set_db_uri("first:1");
+    silo_pool_set_db_uri("");
+    silo_pool_release_connection(silo_pool_get_connection());
+    EXPECT_EQ(fake_silo_calls().front(), "connect 10.0.0.1:4");
+    environment_set("ZETA_DB_SOCK", nullptr);
+}
+
 TEST_F(PoolTest, AnAddressIsCutTo1023Bytes)
 {
     silo_pool_set_db_uri(std::string(2000, 'a').c_str());
     silo_pool_release_connection(silo_pool_get_connection());
     EXPECT_EQ(fake_silo_calls().front(), "connect " + std::string(1023, 'a'));
+    silo_pool_close();
+    fake_silo_clear_calls();
+    environment_set("ZETA_DB_SOCK", std::string(2000, 'b').c_str());
+    silo_pool_release_connection(silo_pool_get_connection());
+    EXPECT_EQ(fake_silo_calls().front(), "connect " + std::string(1023, 'b'));
+    environment_set("ZETA_DB_SOCK", nullptr);
 }
 
 TEST_F(PoolTest, PasswordsAreNotLogged)
@@ -178,6 +195,29 @@ TEST_F(PoolTest, AConnectionThatFailedIsClosed)
     EXPECT_EQ(fake_silo_calls_of({"connect"}).size(), 2u);
 }
 
+TEST_F(PoolTest, AConnectionThatIsNotFoundIsKeptAllTheSame)
+{
+    silo_connection *conn = silo_pool_get_connection();
+    silo_pool_close(); // forgets what is handed out
+    log.clear();
+    fake_silo_clear_calls();
+    silo_pool_release_connection(conn);
+    EXPECT_EQ(log.count("db uri: 127.0.0.1:12777", LOG_REFUSE), 1u) << "giving back makes the pool as well";
+    EXPECT_EQ(silo_pool_get_connection(), conn);
+    EXPECT_TRUE(connection_calls().empty());
+    silo_pool_release_connection(conn);
+}
+
+TEST_F(PoolTest, AConnectionThatIsNotFoundAndFailedIsClosed)
+{
+    silo_connection *conn = silo_pool_get_connection();
+    silo_pool_close();
+    fake_silo_set_error(true);
+    silo_pool_release_connection(conn);
+    EXPECT_EQ(fake_silo_open_handles(), 0);
+    EXPECT_EQ(fake_silo_open_descriptors(), 0);
+}
+
 TEST_F(PoolTest, NothingIsNothingGivenBack)
 {
     silo_pool_release_connection(nullptr);
@@ -223,6 +263,26 @@ TEST_F(PoolTest, ManyThreadsTakeAndGiveBack)
     EXPECT_EQ(log.count_containing("db uri: "), 1u);
 }
 
+TEST_F(PoolTest, WhoNeedsAConnectionWaitsWhileAnotherIsOpened)
+{
+    std::atomic<int> connects = 0;
+    bool came_between = false;
+    std::thread other;
+    fake_silo_on_connect([&] {
+        if (connects++ > 0)
+            return;
+        other = std::thread([] { silo_pool_release_connection(silo_pool_get_connection()); });
+        for (int i = 0; i < 100 && connects == 1; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        came_between = connects > 1;
+    });
+    silo_connection *conn = silo_pool_get_connection();
+    EXPECT_FALSE(came_between);
+    other.join();
+    EXPECT_EQ(connects, 2);
+    silo_pool_release_connection(conn);
+}
+
 TEST_F(PoolTest, AfterCloseItBeginsAnew)
 {
     silo_pool_set_db_uri("first:1");
@@ -247,8 +307,15 @@ TEST_F(PoolTest, WithoutMemoryForAConnectionTheProcessEnds)
     clock.advance(20000);
     os_exit_install(end_by_throw);
     os_fault_arm(1);
-    EXPECT_THROW(silo_pool_get_connection(), int);
+    int status = 0;
+    try {
+        silo_pool_get_connection();
+    } catch (int thrown) {
+        status = thrown;
+    }
     os_fault_disarm();
     os_exit_install(nullptr);
+    EXPECT_EQ(status, 1);
     EXPECT_EQ(log.count("malloc for new connection failed!", LOG_FATAL), 1u);
+    EXPECT_EQ(fake_silo_calls_of({"connect"}).size(), 1u) << "the record comes before the connection";
 }

@@ -21,6 +21,12 @@ static bool is_time(const DVR_TIME &time, DVR_TIME wanted)
     return memcmp(&time, &wanted, sizeof time) == 0;
 }
 
+static bool is_all_zero(const RecordFileInfo &info)
+{
+    return std::ranges::all_of(std::string_view(reinterpret_cast<const char *>(&info), sizeof info),
+                               [](char byte) { return byte == 0; });
+}
+
 static constexpr DVR_TIME NONE = {};
 
 TEST_F(FileOpsTest, ARecordIsHandedOutAsARecordFileInfo)
@@ -49,8 +55,7 @@ TEST_F(FileOpsTest, ARecordIsHandedOutAsARecordFileInfo)
     EXPECT_EQ(log.count("get next file path => 'D:\\a.orb'", LOG_TRACE), 1u);
     memset(&f, 0xff, sizeof f);
     EXPECT_EQ(silo_db_get_next_file(number, &f), -1);
-    EXPECT_TRUE(std::ranges::all_of(std::string_view(reinterpret_cast<char *>(&f), sizeof f),
-                                    [](char byte) { return byte == 0; }));
+    EXPECT_TRUE(is_all_zero(f));
     EXPECT_EQ(silo_db_find_close(number), 1);
 }
 
@@ -102,7 +107,9 @@ TEST_F(FileOpsTest, ClosingAnUnknownSearchChangesNothing)
     int32_t number = find();
     for (int32_t unknown : {0, -1, number + 1, INT32_MAX, INT32_MIN}) {
         EXPECT_EQ(silo_db_find_close(unknown), 0) << unknown;
+        memset(&f, 0xff, sizeof f);
         EXPECT_EQ(silo_db_get_next_file(unknown, &f), -1) << unknown;
+        EXPECT_TRUE(is_all_zero(f)) << unknown;
     }
     EXPECT_EQ(silo_db_find_close(number), 1);
     EXPECT_EQ(silo_db_find_close(number), 0);
@@ -148,6 +155,30 @@ TEST_F(FileOpsTest, WithoutAStoreThereIsNoSearch)
     EXPECT_EQ(find(), 0);
     EXPECT_EQ(silo_db_find_file(nullptr, 0, 0, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(silo_db_get_next_file(1, nullptr), -1);
+}
+
+TEST_F(FileOpsTest, ASearchThatCannotBeOpenedLeavesTheNumberAsItWas)
+{
+    int32_t number = -7;
+    DVR_TIME time = {2024, 1, 1, 0, 0, 0};
+    fake_silo_fail("begin read");
+    EXPECT_EQ(silo_db_find_file("dev1", 1, 0, &time, &time, &number), 0);
+    EXPECT_EQ(number, -7);
+}
+
+TEST_F(FileOpsTest, TheIndexIsAskedWithTheTimesAsTexts)
+{
+    int32_t number = 0;
+    DVR_TIME from = {2024, 3, 5, 7, 8, 9}, to = {2024, 12, 31, 23, 59, 59};
+    put_made({.id = 1, .bt = "2024-03-05 07:08:09"});
+    put_made({.id = 2, .bt = "2024-12-31 23:59:59"});
+    ASSERT_EQ(silo_db_find_file("dev1", 1, 0, &from, &to, &number), 1);
+    EXPECT_EQ(silo_db_get_next_file(number, &f), 0);
+    EXPECT_EQ(fake_silo_calls_of({"seek bt."}), words{"seek bt.2024-03-05 07:08:09."});
+    EXPECT_EQ(silo_db_get_next_file(number, &f), 0);
+    EXPECT_TRUE(is_time(f.starttime, to));
+    EXPECT_EQ(silo_db_get_next_file(number, &f), -1);
+    silo_db_find_close(number);
 }
 
 TEST_F(FileOpsTest, OpenSearchesAreLimited)

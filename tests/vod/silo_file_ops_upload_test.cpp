@@ -201,6 +201,99 @@ TEST_F(UploadRecordTest, AnotherFilesRecordIsNotTakenForOurs)
     EXPECT_EQ(log.count_containing("already exists"), 2u);
 }
 
+// What another writer may have left under our path and our id: each value alone tells that it is not ours.
+class OthersRecordTest : public UploadRecordTest, public testing::WithParamInterface<fake_content::value_type> {
+protected:
+    // Writes the other's record in the pause behind an attempt.
+    static void write(void *user, uint32_t)
+    {
+        fake_content content = {{"rev.hi", "2"}, {"rev.lo", "1"}, {"ino", "1"}};
+        content.merge(fake_content(*static_cast<fake_content *>(user)));
+        fake_silo_set_content(content);
+    }
+    // As an attempt writes it.
+    fake_content own_record()
+    {
+        EXPECT_EQ(silo_insert_upload_rec_info(&info), 1);
+        fake_content content = fake_silo_content();
+        fake_silo_set_content({{"rev.hi", "2"}, {"rev.lo", "1"}, {"ino", "0"}});
+        info.id[0] = '\0';
+        log.clear();
+        return content;
+    }
+    int insert_beside(fake_content other)
+    {
+        os_clock other_writer = {[](void *) -> uint64_t { return 1; }, [](void *) -> int64_t { return 1; }, write,
+                                 &other};
+        fake_silo_answer_commit(SILO_COMMIT_UNKNOWN, false);
+        os_clock_install(&other_writer);
+        int result = silo_insert_upload_rec_info(&info);
+        os_clock_install(nullptr);
+        return result;
+    }
+};
+
+TEST_P(OthersRecordTest, IsNotTakenForOurs)
+{
+    fake_content other = own_record();
+    auto [key, value] = GetParam();
+    ASSERT_TRUE(other.contains(key));
+    ASSERT_NE(other[key], value);
+    other[key] = value;
+    EXPECT_EQ(insert_beside(other), 0);
+    EXPECT_STREQ(info.id, "");
+    EXPECT_EQ(log.count_containing("already exists"), 2u);
+}
+INSTANTIATE_TEST_SUITE_P(Values, OthersRecordTest,
+                         testing::Values(fake_content::value_type{"f.1.path", "D:\\up\\b.mp4"},
+                                         fake_content::value_type{"f.1.bt", "2024-01-02 03:04:06"},
+                                         fake_content::value_type{"f.1.et", "2024-01-02 04:04:06"},
+                                         fake_content::value_type{"f.1.host", "dev2"},
+                                         fake_content::value_type{"f.1.ch", "4"},
+                                         fake_content::value_type{"f.1.size", "123456789012346"},
+                                         fake_content::value_type{"f.1.rt", "2"},
+                                         fake_content::value_type{"f.1.md5", "abd"}));
+
+TEST_F(OthersRecordTest, WithTheSameValuesIsOurs)
+{
+    fake_content own = own_record();
+    own["f.1.lock_level"] = "3"; // others may lock it meanwhile
+    own["f.1.lock_time"] = "2024-02-03 04:05:06";
+    EXPECT_EQ(insert_beside(own), 1);
+    EXPECT_STREQ(info.id, "1");
+    EXPECT_EQ(log.count_containing("already exists"), 0u);
+}
+
+TEST_F(OthersRecordTest, UnderAnotherIdIsNotOurs)
+{
+    fake_content moved = {{"ino", "2"}};
+    for (auto [key, value] : own_record())
+        if (key.starts_with("f.1."))
+            moved["f.2." + key.substr(4)] = value;
+    moved["p.D:\\up\\a.mp4"] = moved["bt.2024-01-02 03:04:05.2"] = "2";
+    moved["r.2"] = "2";
+    EXPECT_EQ(insert_beside(moved), 0);
+    EXPECT_EQ(log.count_containing("already exists"), 2u);
+}
+
+TEST_F(UploadRecordTest, AnAnswerLostBeforeTheStoreWentAwayIsLookedForAtTheEnd)
+{
+    fake_silo_answer_commit(SILO_COMMIT_UNKNOWN, true);
+    fake_silo_fail("begin write", 2, 1);
+    EXPECT_EQ(silo_insert_upload_rec_info(&info), 1);
+    EXPECT_STREQ(info.id, "1");
+    expect_pauses(3);
+}
+
+TEST_F(UploadRecordTest, LongTextsOfOurOwnAreRecognised)
+{
+    memset(info.devid, 'd', sizeof info.devid);
+    memset(info.md5, 'm', sizeof info.md5); // one more than searches take
+    fake_silo_answer_commit(SILO_COMMIT_UNKNOWN, true);
+    EXPECT_EQ(silo_insert_upload_rec_info(&info), 1);
+    EXPECT_STREQ(info.id, "1");
+}
+
 TEST_F(UploadRecordTest, AnAnswerLostWhileContinuingIsJustRepeated)
 {
     ASSERT_EQ(silo_insert_upload_rec_info(&info), 1);
