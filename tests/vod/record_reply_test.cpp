@@ -7,6 +7,8 @@
 #include <libxml/parser.h>
 #include <rapidcheck.h>
 
+#include <deque>
+
 class RecordReplyTest : public RecordTest {
 protected:
     // What a read of one record with this path answers.
@@ -238,6 +240,7 @@ TEST_F(RecordReplyTest, ABusyLinkIsTriedThirtyTimes)
     EXPECT_EQ(clock.sleeps(), std::vector<uint32_t>(29, 10));
     EXPECT_EQ(log.count("i == TRY_AGIAN_NUM"), 0u);
 
+    clock.clear_sleeps();
     mslink.failures.assign(30, ORB_ERROR_TRY_AGAIN);
     command(whole_find_file());
     work();
@@ -245,6 +248,7 @@ TEST_F(RecordReplyTest, ABusyLinkIsTriedThirtyTimes)
     EXPECT_EQ(log.count("try again!", LOG_SYSTEM), 59u);
     EXPECT_EQ(log.count("i == TRY_AGIAN_NUM", LOG_SYSTEM), 1u);
     EXPECT_TRUE(mslink.failures.empty());
+    EXPECT_EQ(clock.sleeps(), std::vector<uint32_t>(30, 10)) << "behind the last one too";
 }
 
 TEST_F(RecordReplyTest, ABrokenLinkIsGivenUpAtOnce)
@@ -270,6 +274,7 @@ TEST_F(RecordReplyTest, RecordsForABusyLinkAreSilentUntilTheyAreGivenUp)
     work();
     EXPECT_EQ(replies(), 1u);
     EXPECT_EQ(log.count("try again!"), 0u);
+    EXPECT_EQ(clock.sleeps(), std::vector<uint32_t>(29, 10));
     mslink.failures.assign(30, ORB_ERROR_TRY_AGAIN);
     command(next(1, 1));
     work();
@@ -281,6 +286,56 @@ TEST_F(RecordReplyTest, RecordsForABusyLinkAreSilentUntilTheyAreGivenUp)
     EXPECT_EQ(replies(), 1u);
     for (const log_line &line : log.lines())
         EXPECT_TRUE(line.level != LOG_SYSTEM || line.text == "TRY_AGIAN_NUM == j") << line.text;
+}
+
+// Threads that ask for the link table's lock.
+class table_probe {
+public:
+    ~table_probe()
+    {
+        for (std::thread &asker : askers_)
+            asker.join();
+    }
+    bool is_free_within(int ms)
+    {
+        std::atomic<bool> *had = &had_.emplace_back(false);
+        askers_.emplace_back([had] {
+            vodlinks_guard held;
+            *had = true;
+        });
+        for (int i = 0; i < ms && !*had; i++)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        return *had;
+    }
+
+private:
+    std::deque<std::atomic<bool>> had_;
+    std::vector<std::thread> askers_;
+};
+
+TEST_F(RecordReplyTest, TheTableIsHeldForEachSendAndLetGoOfBetweenThem)
+{
+    struct seen {
+        table_probe probe;
+        int held_sends = 0, free_sleeps = 0;
+    } seen;
+    os_clock clock = {[](void *) -> uint64_t { return 1; }, [](void *) -> int64_t { return 1; },
+                      [](void *user, uint32_t) {
+                          auto of = static_cast<struct seen *>(user);
+                          of->free_sleeps += of->probe.is_free_within(5000);
+                      },
+                      &seen};
+    mslink.on_send = [&] { seen.held_sends += !seen.probe.is_free_within(30); };
+    os_clock_install(&clock);
+    for (const std::string &xml : {whole_find_file(), next(1, 1)}) {
+        mslink.failures = {ORB_ERROR_TRY_AGAIN, ORB_ERROR_TRY_AGAIN};
+        command(xml);
+        work();
+    }
+    os_clock_install(nullptr);
+    EXPECT_EQ(replies(), 2u);
+    EXPECT_EQ(seen.held_sends, 6);
+    EXPECT_EQ(seen.free_sleeps, 4);
 }
 
 TEST_F(RecordPieceTest, APieceThatCannotBeSentEndsTheReply)

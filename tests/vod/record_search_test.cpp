@@ -35,6 +35,13 @@ protected:
 
 using texts = std::vector<std::string>;
 
+static void expect_time(const DVR_TIME &time, const DVR_TIME &wanted)
+{
+    for (auto field :
+         {&DVR_TIME::year, &DVR_TIME::month, &DVR_TIME::day, &DVR_TIME::hour, &DVR_TIME::minute, &DVR_TIME::second})
+        EXPECT_EQ(time.*field, wanted.*field);
+}
+
 TEST_F(RecordSearchTest, AWholeSearchIsQueuedWithWhereItsReplyGoes)
 {
     command(
@@ -50,9 +57,8 @@ TEST_F(RecordSearchTest, AWholeSearchIsQueuedWithWhereItsReplyGoes)
     EXPECT_EQ(wanted->ch, 12);
     EXPECT_EQ(wanted->filetype, 255);
     EXPECT_STREQ(wanted->host_id, "host-7");
-    EXPECT_EQ(wanted->start.year, 2026);
-    EXPECT_EQ(wanted->start.second, 5);
-    EXPECT_EQ(wanted->end.second, 59);
+    expect_time(wanted->start, {2026, 1, 2, 3, 4, 5});
+    expect_time(wanted->end, {2026, 1, 2, 3, 4, 59});
     EXPECT_EQ(wanted->success, 0);
     EXPECT_EQ(wanted->findfd, 0);
     const VodAsynRecUdata &udata = *item->udata;
@@ -96,12 +102,35 @@ TEST_F(RecordSearchTest, TimesThatAreNoneDropTheSearch)
     EXPECT_EQ(refusal_of(find_file(time("start_time") + huge + host)), (texts{range, bad_end}));
 }
 
+TEST_F(RecordSearchTest, ATimeNeedsEachOfItsSixFields)
+{
+    const texts said = {"time->year == 0xFFFF......", "!xml_to_dvr_time(node, &start)"};
+    for (const char *field : {"year", "month", "day", "hour", "minute", "second"}) {
+        std::string start = time("start_time");
+        size_t begin = start.find(std::string("<") + field), end = start.find(std::string("</") + field);
+        start.erase(begin, end + std::strlen(field) + 3 - begin);
+        EXPECT_EQ(refusal_of(find_file(start + time("end_time") + "<host_id>h</host_id>")), said) << field;
+    }
+}
+
 TEST_F(RecordSearchTest, OddSecondsAreTakenAsGivenAndOtherElementsPassedOver)
 {
-    std::string start = time("start_time", 99);
-    start.insert(start.find("<year>"), "text <zone>7</zone>");
-    EXPECT_EQ(taken<VodAsynRec_FindFile>(find_file(start + time("end_time") + "<host_id>h</host_id>")).start.second,
-              99);
+    for (int second : {99, 65534}) {
+        std::string start = time("start_time", second);
+        start.insert(start.find("<year>"), "text <zone>65535</zone>");
+        auto wanted = taken<VodAsynRec_FindFile>(find_file(start + time("end_time") + "<host_id>h</host_id>"));
+        EXPECT_EQ(wanted.start.second, second);
+    }
+}
+
+TEST_F(RecordSearchTest, WhateverStandsInATimeMustBeANumberInItsRange)
+{
+    const texts said = {"val < 0 || val > 0xFFFF", "!xml_to_dvr_time(node, &start)"};
+    for (const char *other : {"<zone>65536</zone>", "<zone>-1</zone>", "70000", "-1"}) {
+        std::string start = time("start_time");
+        start.insert(start.find("<month>"), other);
+        EXPECT_EQ(refusal_of(find_file(start + time("end_time") + "<host_id>h</host_id>")), said) << other;
+    }
 }
 
 TEST_F(RecordSearchTest, HostIdsHaveAtMost59Characters)
@@ -143,6 +172,10 @@ TEST_F(RecordSearchTest, NextFileTakesSessionCountOrBoth)
     auto no_session = taken<VodAsynRec_GetFile>(next("<count>2</count>"));
     EXPECT_EQ(no_session.findfd, 0);
     EXPECT_EQ(no_session.version, 3);
+    auto twice = taken<VodAsynRec_GetFile>(next("<session>1</session><count>2</count><session>3</session>"
+                                                "<other>9</other><count>4</count>"));
+    EXPECT_EQ(twice.findfd, 3);
+    EXPECT_EQ(twice.count, 4);
     EXPECT_EQ(refusal_of(next("")), texts{"node == NULL"});
     EXPECT_EQ(refusal_of(next("<get_recording_file_attr>1</get_recording_file_attr>")), texts{"node == NULL"});
 }
@@ -216,6 +249,49 @@ TEST_F(RecordSearchTest, CommandsCheckTheirArgumentsInOrder)
     EXPECT_EQ(xml_to_dvr_time(node, nullptr), 0);
     EXPECT_EQ(log.count("time == NULL", LOG_SYSTEM), 1u);
     xmlFreeNode(node);
+}
+
+TEST_F(RecordSearchTest, AnElementWithoutContentDropsItsCommand)
+{
+    struct row {
+        void (*handler)(VodLink *, MpPackage *, const xmlNode *);
+        const char *command, *element, *inside;
+        texts said;
+    };
+    auto find = deal_rec_event_command_find_file;
+    auto next = deal_rec_event_command_find_next_file;
+    auto close = deal_rec_event_command_findfile_close;
+    const row rows[] = {
+        {find, "find_file", "ch", nullptr, {"tmp == NULL"}},
+        {find, "find_file", "filetype", nullptr, {"tmp == NULL"}},
+        {find, "find_file", "host_id", nullptr, {"tmp == NULL"}},
+        {find, "find_file", "start_time", "year", {"tmp == NULL", "!xml_to_dvr_time(node, &start)"}},
+        {find, "find_file", "end_time", "year", {"tmp == NULL", "!xml_to_dvr_time(node, &end)"}},
+        {next, "find_next_file", "session", nullptr, {"tmp == NULL"}},
+        {next, "find_next_file", "count", nullptr, {"xml_count_content == NULL"}},
+        {next, "find_next_file", "get_recording_file_attr", nullptr, {"tmp == NULL"}},
+        {close, "findfile_close", "session", nullptr, {"tmp == NULL"}},
+    };
+    client_package package = command_package("<command/>");
+    for (const row &of : rows) {
+        log.clear();
+        xmlNode *command = xmlNewNode(nullptr, BAD_CAST "command");
+        xmlSetProp(command, BAD_CAST "name", BAD_CAST of.command);
+        xmlNode *node = xmlNewChild(command, nullptr, BAD_CAST of.element, BAD_CAST "");
+        if (of.inside != nullptr)
+            node = xmlNewChild(node, nullptr, BAD_CAST of.inside, BAD_CAST "");
+        node->type = XML_XINCLUDE_START; // a kind of node that has no content
+        of.handler(link_of(mslink), package.get(), command);
+        node->type = XML_ELEMENT_NODE;
+        xmlFreeNode(command);
+        texts said;
+        for (const log_line &line : log.lines()) {
+            EXPECT_EQ(line.level, LOG_SYSTEM);
+            said.push_back(line.text);
+        }
+        EXPECT_EQ(said, of.said) << of.command << " " << of.element;
+        EXPECT_EQ(queued(), 0u);
+    }
 }
 
 TEST_F(RecordSearchTest, APackageThatLacksIdsIsDropped)

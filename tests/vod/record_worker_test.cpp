@@ -150,6 +150,31 @@ TEST_F(RecordWorkerTest, ASessionCannotBeClosedWhileItIsRead)
     EXPECT_EQ(adt_dlist_size(s_lst_findfds), 1u);
 }
 
+TEST_F(RecordWorkerTest, ASessionThatWasReadIsFreshAndStandsLast)
+{
+    open_search();
+    open_search();
+    auto sessions = [] {
+        dlist_guard held(s_lst_findfds);
+        std::vector<VodRecFindfd *> found;
+        for (DListNode *node = adt_dlist_head(s_lst_findfds); node != nullptr; node = adt_dlist_next(node))
+            found.push_back(*static_cast<VodRecFindfd **>(adt_dlist_data(node)));
+        return found;
+    };
+    ASSERT_EQ(sessions().size(), 2u);
+    for (VodRecFindfd *session : sessions()) {
+        EXPECT_EQ(session->time, 0);
+        session->time = 77;
+    }
+    command(next(1, 1));
+    work();
+    ASSERT_EQ(sessions().size(), 2u);
+    EXPECT_EQ(sessions()[0]->findfd, 2);
+    EXPECT_EQ(sessions()[0]->time, 77);
+    EXPECT_EQ(sessions()[1]->findfd, 1);
+    EXPECT_EQ(sessions()[1]->time, 0);
+}
+
 TEST_F(RecordWorkerTest, ASessionThatCannotBeKeptIsClosedAgain)
 {
     DList *sessions = s_lst_findfds.exchange(nullptr);
@@ -244,14 +269,15 @@ TEST_F(RecordWorkerTest, SmallRecordsAreLeftOut)
         RecordFileInfo record;
         bool is_kept;
     };
-    RecordFileInfo no_month = sized(0, 1, true), no_time = sized(0, 1, true);
-    no_month.endtime.month = 0;
+    RecordFileInfo no_year = sized(0, 1, true), no_month = no_year, no_day = no_year, no_time = no_year;
+    no_year.endtime.year = no_month.endtime.month = no_day.endtime.day = 0;
     no_time.endtime.hour = no_time.endtime.minute = no_time.endtime.second = 0;
     for (const row &of :
          {row{sized(300000, 1, true), false}, row{sized(300000, 8, true), true}, row{sized(512000, 1, true), false},
           row{sized(512001, 1, true), true}, row{sized(300000, 1, false), false}, row{sized(0, 1, true), false},
           row{sized(0, 1, false), true}, row{sized(0, 8, true), true}, row{sized(0, 8, false), true},
-          row{sized(-1, 1, false), false}, row{sized(1, 9, true), false}, row{no_month, true}, row{no_time, false}}) {
+          row{sized(-1, 1, false), false}, row{sized(1, 9, true), false}, row{no_year, true}, row{no_month, true},
+          row{no_day, true}, row{no_time, false}}) {
         s_fake_index.records = {of.record};
         command(whole_find_file());
         work();
@@ -339,6 +365,21 @@ TEST_F(RecordAttrTest, AFinishedRecordIsLeftAsItIs)
     EXPECT_TRUE(says("<end_time><year>2026</year><month>01</month>"));
 }
 
+TEST_F(RecordAttrTest, HalfADateIsNoEnd)
+{
+    for (auto field : {&DVR_TIME::year, &DVR_TIME::month, &DVR_TIME::day}) {
+        RecordFileInfo half = writing("rec\\a.rec");
+        half.endtime = {2025, 1, 2, 3, 4, 5};
+        half.endtime.*field = 0;
+        s_fake_index.records = {half};
+        open_search();
+        command(next("<session>" + std::to_string(s_fake_index.last_id) + "</session>" + WANTED));
+        work();
+        EXPECT_TRUE(says("<size>1234</size>")) << reply_text();
+        EXPECT_TRUE(says(END)) << reply_text();
+    }
+}
+
 TEST_F(RecordAttrTest, AFileThatIsNotThereIsDeliveredAsItIs)
 {
     s_fake_index.records = {writing("rec\\none.rec")};
@@ -423,6 +464,19 @@ TEST_F(RecordWorkerTest, ACommandIsNotAnsweredASecondLate)
         ASSERT_TRUE(soon([&] { return replies() == i; }));
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(8)) << "ten of them, polled each second";
+}
+
+TEST_F(RecordWorkerTest, TheIdleThreadIsWokenAndDoesNotLookFromTimeToTime)
+{
+    manual_clock clock; // each sleep is noted and over at once
+    ASSERT_EQ(record_worker_start(), 1);
+    for (size_t i = 1; i <= 5; i++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10)); // it is idle by now
+        command(whole_find_file());
+        ASSERT_TRUE(soon([&] { return replies() == i; }));
+    }
+    record_worker_stop();
+    EXPECT_TRUE(clock.sleeps().empty());
 }
 
 TEST_F(RecordWorkerTest, CommandsFromManyLinksAllArrive)
