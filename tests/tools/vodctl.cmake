@@ -13,8 +13,5 @@ vod_add_test(vodctl_test
           ${VODCTL_TESTS}/vodctl_usage_test.cpp ${VODCTL_TESTS}/vodctl_process.cpp ${VODCTL_TESTS}/vodctl_recording.cpp
           ${CMAKE_SOURCE_DIR}/tests/client/fake_service.cpp
   LIBS vodclient vod_raw_client vodjson ms vodos)
-target_compile_definitions(vodctl_test PRIVATE
-  VODCTL_HAS_MEDIA=$<IF:$<TARGET_EXISTS:media_export>,1,0>
-  # Under Wine FFmpeg's pipe is told of a reader that left by the code of a wrong argument, which says nothing.
-  VODCTL_KNOWS_MP4_READERS=$<IF:$<BOOL:${WIN32}>,0,1>)
+target_compile_definitions(vodctl_test PRIVATE VODCTL_HAS_MEDIA=$<IF:$<TARGET_EXISTS:media_export>,1,0>)
 add_dependencies(vodctl_test vodctl)
