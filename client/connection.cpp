@@ -191,6 +191,14 @@ static bool claim(const std::shared_ptr<connection> &self, const vodclient_serve
     return true;
 }
 
+// The address stands in front of it already.
+static std::string connect_reason()
+{
+    std::string text = ms_connect_error();
+    size_t reason = text.rfind("cannot connect to ", 0) == 0 ? text.find(": ") : std::string::npos;
+    return reason == std::string::npos ? text : text.substr(reason + 2);
+}
+
 vodclient_result connection_open(const std::shared_ptr<connection> &self, const vodclient_server &server)
 {
     if (vodclient_result result = check_server(server); !result)
@@ -202,7 +210,7 @@ vodclient_result connection_open(const std::shared_ptr<connection> &self, const 
                               reinterpret_cast<void *>(self->number));
     if (link == nullptr)
         return {VODCLIENT_CANNOT_CONNECT, 0,
-                "cannot connect to " + server_name(server) + ": " + ms_connect_error()
+                "cannot connect to " + server_name(server) + ": " + connect_reason()
                     + "; check that the service runs there and listens on this address"};
     {
         connection_guard held(*self);

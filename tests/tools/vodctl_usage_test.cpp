@@ -78,6 +78,7 @@ TEST(VodctlUsageTest, NoServiceIsCannotConnect)
         child_result result = run_vodctl(line);
         EXPECT_EQ(result.status, 2) << result.err;
         EXPECT_EQ(result.err.rfind("vodctl: cannot connect to " + server, 0), 0u) << result.err;
+        EXPECT_EQ(result.err.rfind("cannot connect to"), std::string("vodctl: ").size()) << result.err;
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     }
 }

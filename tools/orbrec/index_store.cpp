@@ -39,7 +39,8 @@ int index_open(const store_settings &settings, index_use use, std::string *addre
     silo_pool_set_db_uri(uri.c_str());
     bool is_open = silo_connection_ptr(silo_pool_get_connection()) != nullptr;
     if (!is_open || (use == INDEX_IS_MADE && silo_orb_initialize() != 0))
-        return orbrec_fail(failed, "the index at " + *address + " cannot be opened: run orbrec -v to see why");
+        return orbrec_fail(failed, "the index at " + *address + " cannot be opened; an address is lmdb:DIR or "
+                                   "postgresql://..., and orbrec -v tells more");
     return ORBREC_OK;
 }
 
