@@ -2,6 +2,7 @@
 #include "platform/silo/silo_lmdb.h"
 
 #include "platform/silo/silo_internal.h"
+#include "platform/silo/silo_lmdb_fault.h"
 
 #include <cerrno>
 
@@ -66,9 +67,19 @@ silo_found lmdb_trans_failed(silo_transaction_t *trans, const char *doing, int e
     return SILO_ERROR;
 }
 
+int lmdb_pair_check(const MDB_val &key, const MDB_val &value)
+{
+    if (key.mv_size == 0 || key.mv_size > SILO_KEY_MAX || value.mv_size > SILO_VALUE_MAX)
+        return MDB_CORRUPTED;
+    lmdb_touch(key.mv_data, key.mv_size);
+    lmdb_touch(value.mv_data, value.mv_size);
+    return 0;
+}
+
 static int lmdb_commit(silo_transaction_t *of)
 {
     lmdb_transaction *trans = transaction_of(of);
+    lmdb_fault_scope inside(connection_of(of->db)->env);
     lmdb_cursors_end(trans);
     if (os_fault_point("mdb_txn_commit")) {
         lmdb_trans_failed(trans, "committing", ENOSPC);
@@ -95,7 +106,9 @@ static silo_found lmdb_get(silo_transaction_t *of, std::string_view key, std::st
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_val wanted = lmdb_val(key), found;
+    lmdb_fault_scope inside(connection_of(of->db)->env);
     int error = mdb_get(trans->txn, trans->dbi, &wanted, &found);
+    error = error != 0 ? error : lmdb_pair_check(wanted, found);
     if (error == 0)
         *value = lmdb_text(found);
     return error == 0 ? SILO_FOUND : error == MDB_NOTFOUND ? SILO_ABSENT : lmdb_trans_failed(trans, "reading", error);
@@ -105,6 +118,7 @@ static bool lmdb_set(silo_transaction_t *of, std::string_view key, std::string_v
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_val at = lmdb_val(key), wanted = lmdb_val(value);
+    lmdb_fault_scope inside(connection_of(of->db)->env);
     trans->changes++;
     int error = mdb_put(trans->txn, trans->dbi, &at, &wanted, 0);
     return error == 0 || lmdb_trans_failed(trans, "writing", error) == SILO_FOUND;
@@ -114,6 +128,7 @@ static bool lmdb_remove(silo_transaction_t *of, std::string_view key)
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_val at = lmdb_val(key);
+    lmdb_fault_scope inside(connection_of(of->db)->env);
     trans->changes++;
     int error = mdb_del(trans->txn, trans->dbi, &at, nullptr);
     return error == 0 || error == MDB_NOTFOUND || lmdb_trans_failed(trans, "deleting", error) == SILO_FOUND;
@@ -141,6 +156,7 @@ static bool lmdb_remove_prefix(silo_transaction_t *of, std::string_view prefix)
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_cursor *opened = nullptr;
+    lmdb_fault_scope inside(connection_of(of->db)->env);
     trans->changes++;
     int error = mdb_cursor_open(trans->txn, trans->dbi, &opened);
     std::unique_ptr<MDB_cursor, cursor_closer> cursor(opened);

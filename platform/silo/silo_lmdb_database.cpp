@@ -1,6 +1,7 @@
 // The named databases of an environment. Handles of the library's are opened once and last as long as the environment; the
 // library wants them opened by one thread at a time.
 #include "platform/silo/silo_lmdb.h"
+#include "platform/silo/silo_lmdb_fault.h"
 
 #include <memory>
 
@@ -15,6 +16,62 @@ static bool database_known(lmdb_env *env, std::string_view name, MDB_dbi *dbi)
     *dbi = found->second;
     return true;
 }
+
+// ---- Whether a database may be made beside those that are there -----------------------------------------------------
+
+static constexpr size_t RECORD_BYTES = 48; // what the library keeps of each
+static constexpr uint64_t PAGE_HEAD_BYTES = 16;
+static constexpr uint16_t FLAG_LEAF = 0x02;
+
+// The page that a pair stands on, as the library would change it: its pairs lie behind their list.
+static bool is_page_sound(const MDB_val &key, uint32_t page_bytes)
+{
+    auto address = reinterpret_cast<uintptr_t>(key.mv_data);
+    auto page = reinterpret_cast<const uint8_t *>(address - address % page_bytes);
+    uint16_t flags = wire_load<uint16_t>(page + 10), lower = wire_load<uint16_t>(page + 12),
+             upper = wire_load<uint16_t>(page + 14);
+    if (flags != FLAG_LEAF || lower < PAGE_HEAD_BYTES || lower > upper || upper > page_bytes || lower % 2 != 0)
+        return false;
+    for (uint16_t at = PAGE_HEAD_BYTES; at < lower; at = static_cast<uint16_t>(at + 2))
+        if (uint16_t place = wire_load<uint16_t>(page + at); place < upper || place >= page_bytes)
+            return false;
+    return true;
+}
+
+struct cursor_ender {
+    void operator()(MDB_cursor *cursor) const { mdb_cursor_close(cursor); }
+};
+
+static int records_check(MDB_cursor *cursor, const MDB_stat &stat)
+{
+    MDB_val key = {}, value = {};
+    size_t count = 0;
+    int error = 0;
+    while (count <= stat.ms_entries && (error = mdb_cursor_get(cursor, &key, &value, MDB_NEXT)) == 0) {
+        error = lmdb_pair_check(key, value);
+        if (error != 0 || value.mv_size != RECORD_BYTES || !is_page_sound(key, stat.ms_psize))
+            return MDB_CORRUPTED;
+        count++;
+    }
+    return error == MDB_NOTFOUND && count == stat.ms_entries ? 0 : MDB_CORRUPTED;
+}
+
+// A damaged list of databases would seem to lack ours. Writing to it would carry the damage on, and the library would
+// write where nothing is.
+static int list_check(lmdb_env *env, MDB_txn *txn)
+{
+    lmdb_fault_scope inside(env);
+    MDB_dbi list;
+    MDB_stat stat = {};
+    MDB_cursor *opened = nullptr;
+    int error = mdb_dbi_open(txn, nullptr, 0, &list);
+    error = error != 0 ? error : mdb_stat(txn, list, &stat);
+    error = error != 0 ? error : mdb_cursor_open(txn, list, &opened);
+    std::unique_ptr<MDB_cursor, cursor_ender> cursor(opened);
+    return error != 0 || stat.ms_entries == 0 ? error : records_check(opened, stat);
+}
+
+// ---- Opening --------------------------------------------------------------------------------------------------------
 
 static int database_look(MDB_txn *txn, const std::string &name, unsigned flags, MDB_dbi *dbi)
 {
@@ -61,6 +118,7 @@ static bool database_failed(lmdb_env *env, const std::string &name, int error)
 // is committed.
 static int database_open_in(lmdb_env *env, scoped_txn *txn, const std::string &name, unsigned flags, MDB_dbi *dbi)
 {
+    lmdb_fault_scope inside(env);
     int error = database_look(txn->get(), name, flags, dbi);
     error = error != 0 ? error : txn->commit();
     if (error == 0)
@@ -87,8 +145,12 @@ static database_result database_find(lmdb_env *env, const std::string &name, MDB
     if (database_known(env, name, dbi))
         return DATABASE_OPEN;
     scoped_txn txn(env, false);
-    return txn.was_begun() ? database_answer(env, name, database_open_in(env, &txn, name, 0, dbi), false)
-                           : DATABASE_FAILED;
+    if (!txn.was_begun())
+        return DATABASE_FAILED;
+    int error = database_open_in(env, &txn, name, 0, dbi);
+    if (int damage = error == MDB_NOTFOUND ? list_check(env, txn.get()) : 0; damage != 0)
+        error = damage;
+    return database_answer(env, name, error, false);
 }
 
 // The writer's turn comes first and the lock second: whoever has that turn may want the lock for another handle.

@@ -1,6 +1,7 @@
 // Environments: the registry of those that are open, and how one is opened.
 #include "platform/silo/silo_internal.h"
 #include "platform/silo/silo_lmdb.h"
+#include "platform/silo/silo_lmdb_fault.h"
 
 #include <algorithm>
 #include <mutex>
@@ -106,6 +107,7 @@ static env_ptr env_open(const lmdb_address &address, const lmdb_folder &folder)
 {
     env_ptr env(new lmdb_env);
     env->folder = address.folder;
+    lmdb_faults_watch();
     if (!os_mutex_init(&env->mutex, 0) || !os_mutex_init(&env->databases_mutex, 0))
         return LOGGED(nullptr, LOG_SYSTEM, "lmdb:%s: no lock can be made", address.folder.c_str());
     // From now on a client that could name these files would make the library lose its locks.

@@ -1,6 +1,7 @@
-// Iterators are cursors of the library. In a reading transaction they point into the map; in a writing one they stand on
-// copies, because every write may move what the library gave out.
+// Iterators are cursors of the library. In a reading transaction they point into the map; in a writing one they stand
+// on copies, because every write may move what the library gave out.
 #include "platform/silo/silo_lmdb.h"
+#include "platform/silo/silo_lmdb_fault.h"
 
 #include <algorithm>
 #include <memory>
@@ -72,11 +73,27 @@ static silo_found answer(lmdb_iterator *iter, int error, MDB_val key, MDB_val va
     return error == MDB_NOTFOUND ? SILO_ABSENT : lmdb_trans_failed(iter->trans, "reading", error);
 }
 
+// Keys go upwards: pages that say otherwise would lead a walk in a circle.
+static int step(lmdb_iterator *iter, MDB_val *key, MDB_val *value, MDB_cursor_op op, std::string_view above)
+{
+    lmdb_fault_scope inside(static_cast<lmdb_connection *>(iter->trans->db)->env);
+    int error = mdb_cursor_get(iter->cursor, key, value, op);
+    error = error != 0 ? error : lmdb_pair_check(*key, *value);
+    return error == 0 && lmdb_text(*key) < above ? MDB_CORRUPTED : error;
+}
+
+static int step_on(lmdb_iterator *iter, MDB_val *key, MDB_val *value)
+{
+    std::string_view before(iter->kv.key, iter->kv.key_len);
+    int error = step(iter, key, value, MDB_NEXT, before);
+    return error == 0 && lmdb_text(*key) == before ? MDB_CORRUPTED : error;
+}
+
 silo_found lmdb_iterator_seek(silo_iterator_t *of, std::string_view from)
 {
     lmdb_iterator *iter = iterator_of(of);
     MDB_val key = lmdb_val(from), value = {};
-    int error = mdb_cursor_get(iter->cursor, &key, &value, from.empty() ? MDB_FIRST : MDB_SET_RANGE);
+    int error = step(iter, &key, &value, from.empty() ? MDB_FIRST : MDB_SET_RANGE, from);
     return answer(iter, error, key, value);
 }
 
@@ -84,10 +101,10 @@ silo_found lmdb_iterator_seek(silo_iterator_t *of, std::string_view from)
 static int next_after(lmdb_iterator *iter, MDB_val *key, MDB_val *value)
 {
     *key = lmdb_val(iter->key);
-    int error = mdb_cursor_get(iter->cursor, key, value, MDB_SET_RANGE);
+    int error = step(iter, key, value, MDB_SET_RANGE, iter->key);
     if (error != 0 || lmdb_text(*key) != iter->key)
         return error;
-    return mdb_cursor_get(iter->cursor, key, value, MDB_NEXT);
+    return step_on(iter, key, value);
 }
 
 silo_found lmdb_iterator_next(silo_iterator_t *of)
@@ -95,7 +112,6 @@ silo_found lmdb_iterator_next(silo_iterator_t *of)
     lmdb_iterator *iter = iterator_of(of);
     MDB_val key = {}, value = {};
     bool is_moved_about = iter->trans->is_write && iter->seen_changes != owner_of(of)->changes;
-    int error = is_moved_about ? next_after(iter, &key, &value)
-                               : mdb_cursor_get(iter->cursor, &key, &value, MDB_NEXT);
+    int error = is_moved_about ? next_after(iter, &key, &value) : step_on(iter, &key, &value);
     return answer(iter, error, key, value);
 }
