@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -20,10 +21,16 @@ struct known_channel {
     uint32_t ch;
 };
 
+// Texts that are only looked for need not be copied.
+struct text_hash {
+    using is_transparent = void;
+    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
+};
+
 struct channel_memory {
     std::unordered_map<uint64_t, std::unique_ptr<id_block>> blocks; // by id / BLOCK_IDS
     std::vector<known_channel> channels;
-    std::unordered_map<std::string, uint32_t> numbers; // of a channel's text form
+    std::unordered_map<std::string, uint32_t, text_hash, std::equal_to<>> numbers; // of a channel's text form
     size_t bytes = 0;
     uint64_t witness_id = 0;
     std::string witness_path;
@@ -161,14 +168,18 @@ void silo_channels_judge(silo_channels_search *search, const uint64_t *ids, size
 
 static uint32_t channel_number(const memory_guard &, std::string_view host, uint32_t ch)
 {
-    std::string text = std::to_string(ch);
-    text.append(1, ' ').append(host);
-    auto [place, is_new] = s_memory.numbers.try_emplace(text, static_cast<uint32_t>(s_memory.channels.size()));
-    if (is_new) {
-        s_memory.channels.push_back({std::string(host), ch});
-        s_memory.bytes += 2 * (host.size() + 64);
-    }
-    return place->second;
+    char text[sizeof silo_record::host_id + 16];
+    char *end = std::to_chars(text, text + 10, ch).ptr;
+    *end++ = ' ';
+    end = std::copy_n(host.data(), std::min(host.size(), sizeof silo_record::host_id), end);
+    std::string_view key(text, static_cast<size_t>(end - text));
+    if (auto known = s_memory.numbers.find(key); known != s_memory.numbers.end())
+        return known->second;
+    auto number = static_cast<uint32_t>(s_memory.channels.size());
+    s_memory.channels.push_back({std::string(host), ch});
+    s_memory.numbers.emplace(key, number);
+    s_memory.bytes += 2 * (host.size() + 64);
+    return number;
 }
 
 static void learn_one(const memory_guard &held, const silo_learned &learned)

@@ -62,7 +62,8 @@ static bool read_beginning(silo_orb_iterator *it)
         return false;
     it->iter = silo_iterator_init(it->trans);
     it->walk->fields = silo_iterator_init(it->trans);
-    if (it->iter == nullptr || it->walk->fields == nullptr || !bound_walk(it))
+    it->walk->revisions = silo_iterator_init(it->trans);
+    if (it->iter == nullptr || it->walk->fields == nullptr || it->walk->revisions == nullptr || !bound_walk(it))
         return false;
     if (it->host_id[0] == '\0')
         return true;
@@ -115,10 +116,11 @@ void silo_orb_iterator_destroy(silo_orb_iterator *it)
 {
     if (it == nullptr)
         return;
-    if (it->walk != nullptr && it->walk->fields != nullptr)
+    if (it->walk != nullptr) {
         silo_iterator_destroy(it->walk->fields);
-    if (it->iter != nullptr)
-        silo_iterator_destroy(it->iter);
+        silo_iterator_destroy(it->walk->revisions);
+    }
+    silo_iterator_destroy(it->iter);
     silo_end_transaction(it->trans);
     silo_pool_release_connection(it->conn);
     delete it->walk;
@@ -134,7 +136,7 @@ static bool read_current(silo_orb_iterator *it, uint64_t id)
 {
     silo_record *record = &it->current;
     silo_record_clear(record);
-    if (!silo_read_number(it->trans, silo_key_revision(id), &record->revision) || record->revision < it->rev_lo ||
+    if (!silo_walk_revision(it, id, &record->revision) || record->revision < it->rev_lo ||
         record->revision > it->rev_hi || !silo_record_read_fields(it->walk->fields, id, record))
         return false;
     record->has |= SILO_HAS_REVISION;

@@ -1,5 +1,7 @@
 #include "silo_pool/silo_orb_walk.h"
 
+#include "platform/os/os_guard.h"
+#include "silo_pool/silo_record_reader.h"
 #include "silo_pool/silo_values.h"
 
 #include <algorithm>
@@ -11,7 +13,7 @@ static constexpr uint32_t ENTRIES_BEFORE_ANSWER = 2048;
 // A portion is full when a chunk smaller than this would be asked for.
 static constexpr uint32_t CHUNK_MIN = 32;
 // Records that are looked at together to learn their channels; three keys each.
-static constexpr uint32_t LEARN_MAX = 128;
+static constexpr uint32_t LEARN_MAX = 256;
 
 void silo_walk_announce(silo_orb_iterator *it, const silo_prefix *prefixes, size_t count)
 {
@@ -21,28 +23,39 @@ void silo_walk_announce(silo_orb_iterator *it, const silo_prefix *prefixes, size
 
 // ---- Entries of the by-time index -----------------------------------------------------------------------------------
 
-static int step_entry(silo_orb_iterator *it)
+struct id_collector {
+    std::string_view end; // of the walk
+    uint64_t *ids;
+    uint32_t count, wanted;
+    bool is_ended;
+};
+
+// 0 when no more are wanted, or none are left.
+static int collect_id(void *user, const silo_kv *kv)
 {
-    if (it->not_first)
-        return silo_iterator_next(it->iter);
-    it->not_first = 1;
-    return silo_iterator_seek(it->iter, it->start, std::strlen(it->start), 0);
+    auto collector = static_cast<id_collector *>(user);
+    std::string_view key(kv->key, kv->key_len);
+    collector->is_ended = !key.starts_with(SILO_PREFIX_BY_TIME) || key >= collector->end;
+    if (collector->is_ended)
+        return 0;
+    int is_id = silo_number_from_text({kv->val, kv->val_len}, &collector->ids[collector->count]);
+    collector->count += static_cast<uint32_t>(is_id);
+    return collector->count < collector->wanted;
 }
 
 static uint32_t collect_ids(silo_orb_iterator *it, uint64_t *ids, uint32_t wanted)
 {
-    const std::string_view end = it->end;
-    uint32_t count = 0;
-    while (count < wanted) {
-        const silo_kv *kv = step_entry(it) == 0 ? silo_iterator_kv(it->iter) : nullptr;
-        std::string_view key = kv == nullptr ? std::string_view() : std::string_view(kv->key, kv->key_len);
-        if (!key.starts_with(SILO_PREFIX_BY_TIME) || key >= end) {
-            it->walk->is_ended = true;
-            break;
-        }
-        count += static_cast<uint32_t>(silo_number_from_text({kv->val, kv->val_len}, &ids[count]));
+    id_collector collector = {it->end, ids, 0, wanted, false};
+    int is_at_end = 0, goes_on = 1;
+    if (!it->not_first) {
+        it->not_first = 1;
+        is_at_end = silo_iterator_seek(it->iter, it->start, std::strlen(it->start), 0);
+        goes_on = is_at_end == 0 && collect_id(&collector, silo_iterator_kv(it->iter));
     }
-    return count;
+    if (goes_on)
+        is_at_end = silo_iterator_walk(it->iter, collect_id, &collector);
+    it->walk->is_ended = is_at_end != 0 || collector.is_ended;
+    return collector.count;
 }
 
 // ---- What the store gains from knowing ahead ------------------------------------------------------------------------
@@ -91,6 +104,23 @@ static void announce_records(silo_orb_iterator *it)
     silo_walk_announce(it, keys.prefixes.data(), keys.prefixes.size());
 }
 
+// ---- Revisions ------------------------------------------------------------------------------------------------------
+
+bool silo_walk_revision(silo_orb_iterator *it, uint64_t id, uint64_t *revision)
+{
+    silo_key key = silo_key_revision(id);
+    if (it->walk->is_announced)
+        return silo_read_number(it->trans, key, revision) != 0;
+    // Walking costs less than asking: neighbours in time are neighbours in the store.
+    silo_iterator_t *revisions = it->walk->revisions;
+    if (silo_iterator_seek(revisions, key.text, key.len, 0) != 0)
+        return false;
+    const silo_kv *kv = silo_iterator_kv(revisions);
+    std::string_view value(kv->val, kv->val_len);
+    return std::string_view(kv->key, kv->key_len) == key.view() &&
+           silo_number_from_text(value.substr(0, NUMBER_TEXT_MAX), revision) != 0;
+}
+
 // ---- Records whose channel is not known yet -------------------------------------------------------------------------
 
 struct channel_read {
@@ -99,18 +129,45 @@ struct channel_read {
     uint32_t ch;
 };
 
-// False for a record that the search would refuse whatever its channel.
-static bool read_channel(silo_orb_iterator *it, uint64_t id, channel_read *read)
+static bool get_channel(silo_orb_iterator *it, uint64_t id, channel_read *read)
 {
-    uint64_t revision, ch;
-    if (!silo_read_number(it->trans, silo_key_revision(id), &revision) || revision < it->rev_lo ||
-        revision > it->rev_hi ||
-        silo_get_vstr(it->trans, silo_key_field(id, SILO_FIELD_HOST).text, read->host, sizeof read->host) < 0 ||
+    uint64_t ch;
+    if (silo_get_vstr(it->trans, silo_key_field(id, SILO_FIELD_HOST).text, read->host, sizeof read->host) < 0 ||
         !silo_read_number(it->trans, silo_key_field(id, SILO_FIELD_CH), &ch) || ch > UINT32_MAX)
         return false;
-    read->id = id;
     read->ch = static_cast<uint32_t>(ch);
     return true;
+}
+
+// The same where walking costs less than asking: neighbours in time are neighbours in the store.
+static bool walk_to_channel(silo_orb_iterator *it, uint64_t id, channel_read *read)
+{
+    silo_iterator_t *fields = it->walk->fields;
+    silo_key prefix = silo_key_record(id), first = silo_key_field(id, SILO_FIELD_CH);
+    bool has_ch = false;
+    if (silo_iterator_bound(fields, prefix.text, prefix.len) < 0)
+        return false;
+    for (int end = silo_iterator_seek(fields, first.text, first.len, 0); end == 0; end = silo_iterator_next(fields)) {
+        const silo_kv *kv = silo_iterator_kv(fields);
+        std::string_view field(kv->key + prefix.len, kv->key_len - prefix.len), value(kv->val, kv->val_len);
+        if (field == SILO_FIELD_CH)
+            has_ch = silo_number_from_text(value.substr(0, NUMBER_TEXT_MAX), &read->ch) != 0;
+        if (field < SILO_FIELD_HOST)
+            continue;
+        text_copy(read->host, value);
+        return has_ch && field == SILO_FIELD_HOST;
+    }
+    return false;
+}
+
+// False for a record that the search would refuse whatever its channel. One that is not visible may still be in the
+// making.
+static bool read_channel(silo_orb_iterator *it, uint64_t id, channel_read *read)
+{
+    uint64_t revision;
+    read->id = id;
+    return silo_walk_revision(it, id, &revision) && revision >= it->rev_lo && revision <= it->rev_hi &&
+           (it->walk->is_announced ? get_channel(it, id, read) : walk_to_channel(it, id, read));
 }
 
 static void learn(silo_orb_iterator *it, const std::vector<channel_read> &reads)

@@ -10,6 +10,7 @@ constexpr uint32_t SILO_PORTION_MAX = 256;
 
 struct silo_orb_walk {
     silo_iterator_t *fields = nullptr; // over the values of one record
+    silo_iterator_t *revisions = nullptr;
     uint64_t waiting[SILO_PORTION_MAX];
     uint32_t count = 0, next = 0;
     uint32_t portion = SILO_PORTION_FIRST;
@@ -20,5 +21,7 @@ struct silo_orb_walk {
 
 // Fetches several keys in one go where the store gains from it.
 void silo_walk_announce(silo_orb_iterator *it, const silo_prefix *prefixes, size_t count);
+// False when it is absent or no number.
+bool silo_walk_revision(silo_orb_iterator *it, uint64_t id, uint64_t *revision);
 // Puts the next ids into `waiting`; none at the end.
 void silo_walk_fill(silo_orb_iterator *it);

@@ -5,9 +5,6 @@
 
 #include <iterator>
 
-// More digits than a number has; the rest of a foreign value is not worth a look.
-static constexpr size_t NUMBER_TEXT_MAX = 63;
-
 template <auto MEMBER> static bool take_text(silo_record *record, std::string_view value)
 {
     text_copy(record->*MEMBER, value);

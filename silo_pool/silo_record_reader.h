@@ -5,6 +5,9 @@
 
 #include <cstddef>
 
+// More digits than a number has; the rest of a foreign value is not worth a look.
+constexpr size_t NUMBER_TEXT_MAX = 63;
+
 // Makes a record empty without touching all of its five kilobytes: texts end where they begin.
 void silo_record_clear(silo_record *record);
 

@@ -109,6 +109,7 @@ const silo_driver silo_pg_driver = {
     .iterator_end = pg_iterator_end,
     .seek = pg_iterator_seek,
     .next = pg_iterator_next,
+    .walk = nullptr,
     .prefetch = pg_prefetch,
     .snapshot_id = pg_snapshot_id,
 };

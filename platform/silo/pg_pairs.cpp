@@ -76,7 +76,43 @@ static constexpr size_t FETCHED_VALUE_MAX = 512;
 
 using pairs_list = std::vector<std::pair<std::string, std::string>>;
 
-static pg_statement fetch_statement(const std::string &table, const std::vector<pg_range> &ranges)
+// What is announced: single keys, sorted and once each, and ranges.
+struct announced {
+    std::vector<std::string_view> keys;
+    std::vector<pg_range> ranges;
+};
+
+static announced sort_out(const silo_prefix *prefixes, size_t count)
+{
+    announced all;
+    for (size_t i = 0; i < std::min(count, PREFIXES_MAX); i++) {
+        std::string_view text(prefixes[i].text, prefixes[i].len);
+        if (prefixes[i].exact)
+            all.keys.push_back(text);
+        else
+            all.ranges.push_back(pg_prefix_range(text));
+    }
+    std::ranges::sort(all.keys);
+    auto repeated = std::ranges::unique(all.keys);
+    all.keys.erase(repeated.begin(), repeated.end());
+    return all;
+}
+
+static std::string short_value(const char *value)
+{
+    return std::string("CASE WHEN length(") + value + ") <= " + std::to_string(FETCHED_VALUE_MAX) + " THEN " + value +
+           " END";
+}
+
+static pg_statement keys_statement(const std::string &table, const std::vector<std::string_view> &keys)
+{
+    pg_bytes_array wanted;
+    for (std::string_view key : keys)
+        wanted.add(key);
+    return {"SELECT k, " + short_value("v") + " FROM " + table + " WHERE k = ANY($1)", {wanted.value()}};
+}
+
+static pg_statement ranges_statement(const std::string &table, const std::vector<pg_range> &ranges)
 {
     pg_bytes_array low, high;
     for (const pg_range &range : ranges) {
@@ -84,10 +120,27 @@ static pg_statement fetch_statement(const std::string &table, const std::vector<
         high.add(range.high);
     }
     std::string limit = std::to_string(PREFIX_PAIRS);
-    return {"SELECT p.i::int8, t.k, CASE WHEN length(t.v) <= " + std::to_string(FETCHED_VALUE_MAX) +
-                " THEN t.v END FROM unnest($1, $2) WITH ORDINALITY AS p(low, high, i), LATERAL (SELECT k, v FROM " +
-                table + " WHERE k >= p.low AND k < p.high ORDER BY k LIMIT " + limit + ") AS t ORDER BY p.i, t.k",
+    return {"SELECT p.i::int8, t.k, " + short_value("t.v") +
+                " FROM unnest($1, $2) WITH ORDINALITY AS p(low, high, i), LATERAL (SELECT k, v FROM " + table +
+                " WHERE k >= p.low AND k < p.high ORDER BY k LIMIT " + limit + ") AS t ORDER BY p.i, t.k",
             {low.value(), high.value()}};
+}
+
+static void know_keys(pg_known *known, const std::vector<std::string_view> &keys, const pg_answer &result)
+{
+    static constexpr int ABSENT = -1;
+    std::vector<int> rows(keys.size(), ABSENT);
+    for (int row = 0, end = PQntuples(result.get()); row < end; row++) {
+        auto place = std::ranges::lower_bound(keys, pg_cell(result, row, 0));
+        if (place != keys.end() && *place == pg_cell(result, row, 0))
+            rows[static_cast<size_t>(place - keys.begin())] = row;
+    }
+    for (size_t i = 0; i < keys.size(); i++) {
+        if (rows[i] == ABSENT)
+            known->add(pg_key_range(keys[i]), {});
+        else if (!pg_cell_is_null(result, rows[i], 1))
+            known->add(pg_key_range(keys[i]), {{std::string(keys[i]), std::string(pg_cell(result, rows[i], 1))}});
+    }
 }
 
 // Takes the pairs of one range, the rows from `row` on that carry its number, and says how much of the range they show:
@@ -110,25 +163,35 @@ static int take_pairs(const pg_answer &result, int row, size_t number, pg_range 
     return row;
 }
 
+static void know_ranges(pg_known *known, std::vector<pg_range> *ranges, const pg_answer &result)
+{
+    int row = 0;
+    for (size_t i = 0; i < ranges->size(); i++) {
+        pairs_list pairs;
+        row = take_pairs(result, row, i + 1, &(*ranges)[i], &pairs);
+        known->add((*ranges)[i], pairs);
+    }
+}
+
 int pg_prefetch(silo_transaction_t *handle, const silo_prefix *prefixes, size_t count)
 {
     auto trans = static_cast<pg_transaction *>(handle);
+    const std::string &table = pg_db_of(trans)->table;
     trans->known.clear();
-    std::vector<pg_range> ranges;
-    for (size_t i = 0; i < std::min(count, PREFIXES_MAX); i++) {
-        std::string_view text(prefixes[i].text, prefixes[i].len);
-        ranges.push_back(prefixes[i].exact ? pg_key_range(text) : pg_prefix_range(text));
-    }
-    if (ranges.empty())
+    announced all = sort_out(prefixes, count);
+    std::vector<pg_statement> statements;
+    if (!all.keys.empty())
+        statements.push_back(keys_statement(table, all.keys));
+    if (!all.ranges.empty())
+        statements.push_back(ranges_statement(table, all.ranges));
+    if (statements.empty())
         return 0;
-    pg_answer result;
-    if (!pg_transaction_ask(trans, fetch_statement(pg_db_of(trans)->table, ranges), &result, "reading ahead"))
+    std::vector<pg_answer> results;
+    if (!pg_transaction_ask(trans, std::move(statements), &results, "reading ahead"))
         return -1;
-    int row = 0;
-    for (size_t i = 0; i < ranges.size(); i++) {
-        pairs_list pairs;
-        row = take_pairs(result, row, i + 1, &ranges[i], &pairs);
-        trans->known.add(ranges[i], pairs);
-    }
+    if (!all.keys.empty())
+        know_keys(&trans->known, all.keys, results.front());
+    if (!all.ranges.empty())
+        know_ranges(&trans->known, &all.ranges, results.back());
     return 0;
 }

@@ -66,6 +66,9 @@ void pg_db_fail(pg_db *db);
 std::vector<pg_statement> pg_flush_statements(pg_transaction *trans);
 // Asks for something that must see what is pending. False after the transaction has been marked as broken.
 bool pg_transaction_ask(pg_transaction *trans, const pg_statement &statement, pg_answer *result, const char *what);
+// Several questions in one round trip; a result for each.
+bool pg_transaction_ask(pg_transaction *trans, std::vector<pg_statement> statements, std::vector<pg_answer> *results,
+                        const char *what);
 
 bool pg_select_db(silo_t *db, std::string_view name);
 

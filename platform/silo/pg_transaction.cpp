@@ -135,19 +135,27 @@ static void mark_broken(pg_transaction *trans, const char *what)
     pg_db_complain(pg_db_of(trans), what);
 }
 
-bool pg_transaction_ask(pg_transaction *trans, const pg_statement &statement, pg_answer *result, const char *what)
+bool pg_transaction_ask(pg_transaction *trans, std::vector<pg_statement> statements, std::vector<pg_answer> *results,
+                        const char *what)
 {
-    std::vector<pg_statement> statements = pg_flush_statements(trans);
-    bool flushes = !statements.empty();
-    statements.push_back(statement);
-    std::vector<pg_answer> results;
-    if (pg_db_ask(pg_db_of(trans), statements, &results) != PG_ANSWERED)
+    std::vector<pg_statement> flush = pg_flush_statements(trans);
+    statements.insert(statements.begin(), flush.begin(), flush.end());
+    if (pg_db_ask(pg_db_of(trans), statements, results) != PG_ANSWERED)
         return mark_broken(trans, what), false;
-    if (flushes) {
+    results->erase(results->begin(), results->begin() + static_cast<ptrdiff_t>(flush.size()));
+    if (!flush.empty()) {
         trans->pending.clear();
         trans->is_versioned = true;
     }
-    *result = std::move(results.back());
+    return true;
+}
+
+bool pg_transaction_ask(pg_transaction *trans, const pg_statement &statement, pg_answer *result, const char *what)
+{
+    std::vector<pg_answer> results;
+    if (!pg_transaction_ask(trans, std::vector<pg_statement>{statement}, &results, what))
+        return false;
+    *result = std::move(results.front());
     return true;
 }
 

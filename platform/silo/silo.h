@@ -109,6 +109,10 @@ ORB_API int silo_iterator_bound(silo_iterator_t *iter, const char *prefix, size_
 ORB_API int silo_iterator_seek(silo_iterator_t *iter, const char *key, size_t key_len, int flag);
 /* Moves to the next key. 0, or negative at the end and on an error. */
 ORB_API int silo_iterator_next(silo_iterator_t *iter);
+/* Goes on from where the iterator stands: moves to the next key and shows it to `visit`, until that answers 0 or the walk
+ * ends. `visit` must not use the iterator. 0 where it answered 0, on whose pair the iterator then stands; negative at the
+ * end and on an error. The same as silo_iterator_next in a loop, in less time. */
+ORB_API int silo_iterator_walk(silo_iterator_t *iter, int (*visit)(void *user, const silo_kv *kv), void *user);
 /* Where the iterator stands; never NULL. Belongs to the iterator. */
 ORB_API silo_kv *silo_iterator_kv(silo_iterator_t *iter);
 /* Not 0 when the pair's key starts with the prefix. */

@@ -5,8 +5,10 @@
 
 #include "platform/silo/silo.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string_view>
 
 struct silo_driver;
@@ -41,6 +43,13 @@ struct silo_iterator_t {
     char next_bound[SILO_KEY_MAX]; // silo.cpp: becomes `bound` with the next seek
     uint32_t next_bound_len = 0;
 };
+
+// The last keys inside the bound start with it; those before it are smaller in their first bytes.
+inline bool silo_is_beyond_bound(const silo_iterator_t *iter)
+{
+    size_t length = std::min(iter->kv.key_len, iter->bound_len);
+    return length != 0 && std::memcmp(iter->kv.key, iter->bound, length) > 0;
+}
 
 // What a driver answers where a pair is looked for.
 enum silo_found { SILO_FOUND = 1, SILO_ABSENT = 0, SILO_ERROR = -1 };
@@ -80,6 +89,9 @@ struct silo_driver {
     // one, whatever was written since. kv stays good until the iterator moves, whatever is written.
     silo_found (*seek)(silo_iterator_t *iter, std::string_view key);
     silo_found (*next)(silo_iterator_t *iter);
+    // `next` again and again in a reading transaction, until `visit` answers 0 or the iterator stands beyond its bound:
+    // SILO_FOUND, standing there. nullptr: `next` itself will do.
+    silo_found (*walk)(silo_iterator_t *iter, int (*visit)(void *user, const silo_kv *kv), void *user);
 
     // As silo_prefetch. nullptr: nothing is ever gained by it.
     int (*prefetch)(silo_transaction_t *trans, const silo_prefix *prefixes, size_t count);

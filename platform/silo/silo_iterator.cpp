@@ -38,13 +38,6 @@ int silo_iterator_bound(silo_iterator_t *iter, const char *prefix, size_t prefix
     return 0;
 }
 
-// The last keys inside the bound start with it; those before it are smaller in their first bytes.
-static bool is_beyond_bound(const silo_iterator_t *iter)
-{
-    size_t length = std::min(iter->kv.key_len, iter->bound_len);
-    return length != 0 && std::memcmp(iter->kv.key, iter->bound, length) > 0;
-}
-
 // One step of the driver's; 0 where the iterator then stands on a pair inside its bound.
 template <class Step> static int move(silo_iterator_t *iter, const char *name, Step step)
 {
@@ -53,7 +46,7 @@ template <class Step> static int move(silo_iterator_t *iter, const char *name, S
         found = silo_trans_guarded(SILO_ERROR, iter->trans, step);
     else
         LOG(LOG_SYSTEM, "%s: injected failure", name);
-    if (found == SILO_FOUND && !is_beyond_bound(iter))
+    if (found == SILO_FOUND && !silo_is_beyond_bound(iter))
         return 0;
     iter->kv = END;
     return -1;
@@ -81,6 +74,30 @@ int silo_iterator_next(silo_iterator_t *iter)
         return -1;
     }
     return move(iter, "silo_iterator_next", [&] { return iter->trans->db->driver->next(iter); });
+}
+
+// For drivers that have nothing better, and for transactions that change what they walk over.
+static silo_found walk_by_steps(silo_iterator_t *iter, int (*visit)(void *user, const silo_kv *kv), void *user)
+{
+    silo_found found = SILO_FOUND;
+    do
+        found = iter->trans->db->driver->next(iter);
+    while (found == SILO_FOUND && !silo_is_beyond_bound(iter) && visit(user, &iter->kv) != 0);
+    return found;
+}
+
+int silo_iterator_walk(silo_iterator_t *iter, int (*visit)(void *user, const silo_kv *kv), void *user)
+{
+    if (iter == nullptr || visit == nullptr || iter->kv.key_len == 0)
+        return -1;
+    if (!silo_trans_is_usable(iter->trans)) {
+        iter->kv = END;
+        return -1;
+    }
+    auto walk = iter->trans->db->driver->walk;
+    if (walk == nullptr || iter->trans->is_write)
+        walk = walk_by_steps;
+    return move(iter, "silo_iterator_next", [&] { return walk(iter, visit, user); });
 }
 
 silo_kv *silo_iterator_kv(silo_iterator_t *iter)

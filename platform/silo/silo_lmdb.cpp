@@ -187,6 +187,7 @@ const silo_driver silo_lmdb_driver = {
     .iterator_end = lmdb_iterator_end,
     .seek = lmdb_iterator_seek,
     .next = lmdb_iterator_next,
+    .walk = lmdb_iterator_walk,
     .prefetch = nullptr, // everything is at hand
     .snapshot_id = lmdb_snapshot_id,
 };

@@ -107,6 +107,7 @@ silo_iterator_t *lmdb_iterator_begin(silo_transaction_t *trans);
 void lmdb_iterator_end(silo_iterator_t *iter);
 silo_found lmdb_iterator_seek(silo_iterator_t *iter, std::string_view key);
 silo_found lmdb_iterator_next(silo_iterator_t *iter);
+silo_found lmdb_iterator_walk(silo_iterator_t *iter, int (*visit)(void *user, const silo_kv *kv), void *user);
 // Ends the cursors of a writing transaction before it ends.
 void lmdb_cursors_end(lmdb_transaction *trans);
 

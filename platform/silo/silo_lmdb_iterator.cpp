@@ -115,3 +115,16 @@ silo_found lmdb_iterator_next(silo_iterator_t *of)
     int error = is_moved_about ? next_after(iter, &key, &value) : step_on(iter, &key, &value);
     return answer(iter, error, key, value);
 }
+
+silo_found lmdb_iterator_walk(silo_iterator_t *of, int (*visit)(void *user, const silo_kv *kv), void *user)
+{
+    lmdb_iterator *iter = iterator_of(of);
+    MDB_val key = {}, value = {};
+    int error = 0;
+    do {
+        error = step_on(iter, &key, &value);
+        if (error == 0)
+            kv_fill(&iter->kv, lmdb_text(key), lmdb_text(value));
+    } while (error == 0 && !silo_is_beyond_bound(of) && visit(user, &iter->kv) != 0);
+    return error == 0 ? SILO_FOUND : answer(iter, error, key, value);
+}

@@ -185,6 +185,58 @@ TEST_P(SiloIterator, LargeValuesAreWalkedOver)
     EXPECT_TRUE(everything(reading(db_)) == pairs);
 }
 
+struct seen_keys {
+    names keys;
+    size_t wanted;
+};
+
+static int see_key(void *user, const silo_kv *kv)
+{
+    auto seen = static_cast<seen_keys *>(user);
+    seen->keys.emplace_back(kv->key, kv->key_len);
+    return seen->keys.size() < seen->wanted;
+}
+
+TEST_P(SiloIterator, WalkShowsWhatNextWouldFindUntilItIsEnough)
+{
+    store({"a1", "a2", "a3", "a4", "b1"});
+    for (bool is_write : {false, true}) {
+        trans_ptr trans = is_write ? writing(db_) : reading(db_);
+        iter_ptr iter = walking(trans);
+        seen_keys seen = {{}, 2};
+        EXPECT_LT(silo_iterator_walk(iter.get(), see_key, &seen), 0) << "it stands at the end";
+        bound(iter, "a");
+        ASSERT_EQ(seek(iter, "a"), 0);
+        EXPECT_EQ(silo_iterator_walk(iter.get(), see_key, &seen), 0);
+        EXPECT_EQ(seen.keys, (names{"a2", "a3"}));
+        EXPECT_EQ(pair_of(iter), silo_pair("a3", "va3"));
+        seen.wanted = 10;
+        EXPECT_LT(silo_iterator_walk(iter.get(), see_key, &seen), 0);
+        EXPECT_EQ(seen.keys, (names{"a2", "a3", "a4"})) << "not beyond the bound";
+        EXPECT_EQ(silo_iterator_kv(iter.get())->key_len, 0u);
+        EXPECT_LT(silo_iterator_walk(iter.get(), see_key, &seen), 0);
+        bound(iter, "");
+        ASSERT_EQ(seek(iter, "a4"), 0);
+        EXPECT_LT(silo_iterator_walk(iter.get(), see_key, &seen), 0);
+        EXPECT_EQ(seen.keys.back(), "b1");
+        EXPECT_LT(silo_iterator_walk(iter.get(), nullptr, nullptr), 0);
+    }
+    EXPECT_LT(silo_iterator_walk(nullptr, see_key, nullptr), 0);
+}
+
+TEST_P(SiloIterator, WalkSeesWhatItsTransactionWroteMeanwhile)
+{
+    store({"a", "c", "e"});
+    trans_ptr trans = writing(db_);
+    iter_ptr iter = walking(trans);
+    ASSERT_EQ(seek(iter, "a"), 0);
+    put(trans, "b", "new");
+    drop(trans, "c");
+    seen_keys seen = {{}, 10};
+    EXPECT_LT(silo_iterator_walk(iter.get(), see_key, &seen), 0);
+    EXPECT_EQ(seen.keys, (names{"b", "e"}));
+}
+
 TEST_P(SiloIterator, NextGoesToTheFirstKeyAboveWhateverWasWritten)
 {
     store({"b", "d", "f", "h"});

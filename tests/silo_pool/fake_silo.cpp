@@ -420,6 +420,14 @@ int silo_iterator_next(silo_iterator_t *iter)
                   : stand_on(iter, iter->trans->content().end());
 }
 
+int silo_iterator_walk(silo_iterator_t *iter, int (*visit)(void *user, const silo_kv *kv), void *user)
+{
+    int result = silo_iterator_next(iter);
+    while (result == 0 && visit(user, &iter->kv) != 0)
+        result = silo_iterator_next(iter);
+    return result;
+}
+
 silo_kv *silo_iterator_kv(silo_iterator_t *iter)
 {
     return &iter->kv;
