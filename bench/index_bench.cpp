@@ -1,11 +1,11 @@
 // The record index over its stores, beside the same records and questions in plain LMDB with one read for each value,
 // in SQLite and in a PostgreSQL table.
 #include "bench/figure.h"
+#include "bench/index_load.h"
 #include "bench/index_peers.h"
 #include "platform/os/os.h"
 #include "silo_pool/silo_channels.h"
 #include "silo_pool/silo_orb.h"
-#include "silo_pool/silo_owners.h"
 #include "tests/silo/pg_server.h"
 #include "tests/support/temp_folder.h"
 
@@ -17,40 +17,6 @@ struct bench_plan {
     int runs = 5;
 };
 
-// ---- Ours -----------------------------------------------------------------------------------------------------------
-
-static bool put_record(silo_transaction_t *trans, const bench_record &record)
-{
-    silo_record_values values = {.path = record.path,
-                                 .bt = record.bt,
-                                 .host = record.host_id,
-                                 .ch = static_cast<uint32_t>(record.ch),
-                                 .et = record.et,
-                                 .size = record.size,
-                                 .rt = record.rt,
-                                 .md5 = record.md5,
-                                 .lock_time = "0-00-00 00:00:00",
-                                 .left_out = 0};
-    uint64_t id;
-    return silo_record_put(trans, values, {}, &id) == SILO_PUT_NEW;
-}
-
-// Records `first` to `last`, so many a transaction; a second of it.
-static double load(uint64_t first, uint64_t last, uint64_t total, int batch)
-{
-    silo_connection_ptr conn(silo_pool_get_connection());
-    bench_require(conn != nullptr, "no connection to the store");
-    stopwatch watch;
-    for (uint64_t id = first; id <= last;) {
-        silo_transaction_ptr trans(silo_begin_transaction(conn->db, SILO_WRITE));
-        bench_require(trans != nullptr, "no transaction");
-        for (int i = 0; i < batch && id <= last; i++, id++)
-            bench_require(put_record(trans.get(), bench_record_of(id, total)), "a record is not written");
-        bench_require(silo_commit(trans.get()) == 0, "a commit failed");
-    }
-    return static_cast<double>(last - first + 1) / watch.seconds();
-}
-
 static size_t ask(const bench_question &question)
 {
     silo_orb_iterator *it = silo_orb_iterator_init(question.is_one_channel ? BENCH_HOST : nullptr, BENCH_CHANNEL, 0,
@@ -61,13 +27,6 @@ static size_t ask(const bench_question &question)
         found++;
     silo_orb_iterator_destroy(it);
     return found;
-}
-
-static void use_store(const std::string &address)
-{
-    silo_pool_close();
-    silo_pool_set_db_uri(address.c_str());
-    bench_require(silo_orb_initialize() == 0, "the index is not ready");
 }
 
 // ---- Questions ------------------------------------------------------------------------------------------------------
@@ -132,8 +91,8 @@ static void embedded(const temp_folder &folder, const bench_plan &plan)
     auto plain = lmdb_peer(folder.file("plain"));
     auto sqlite = sqlite_peer(folder.path().string());
     std::string store = "lmdb:" + folder.file("store");
-    use_store(store + "?sync=0");
-    double ours = load(1, plan.records, plan.records, 1000);
+    index_use(store + "?sync=0");
+    double ours = index_load(1, plan.records, plan.records, 1000);
     double bytes = static_cast<double>(bytes_below(folder.file("store"))) / static_cast<double>(plan.records);
     figure_print({"lmdb: inserts, 1000 a commit", "records/s", ours, "plain LMDB", load_peer(plain.get(), plan.records),
                   WANTED_RATIO_AT_LEAST, 0.4});
@@ -147,11 +106,11 @@ static void embedded(const temp_folder &folder, const bench_plan &plan)
     ask_all("lmdb", plan.runs, peers);
     uint64_t next = plan.records + 1;
     figure_print({"lmdb: inserts, 1 a commit, not synced", "records/s",
-                  load(next, next + plan.single_inserts - 1, plan.records, 1)});
+                  index_load(next, next + plan.single_inserts - 1, plan.records, 1)});
     next += plan.single_inserts;
-    use_store(store);
+    index_use(store);
     figure_print({"lmdb: inserts, 1 a commit, synced", "records/s",
-                  load(next, next + plan.single_inserts - 1, plan.records, 1)});
+                  index_load(next, next + plan.single_inserts - 1, plan.records, 1)});
     silo_pool_close();
 }
 
@@ -164,14 +123,14 @@ static void server(const bench_plan &plan)
         return;
     }
     auto table = postgresql_peer(server.uri());
-    use_store(server.uri("connect_ms=10000&statement_ms=60000"));
-    double ours = load(1, plan.server_records, plan.server_records, 1000);
+    index_use(server.uri("connect_ms=10000&statement_ms=60000"));
+    double ours = index_load(1, plan.server_records, plan.server_records, 1000);
     figure_print({"PostgreSQL: inserts, 1000 a commit", "records/s", ours, "table (COPY)",
                   load_peer(table.get(), plan.server_records)});
     ask_all("PostgreSQL", plan.runs, {{"table", table.get(), {}}});
     uint64_t next = plan.server_records + 1;
     figure_print({"PostgreSQL: inserts, 1 a commit", "records/s",
-                  load(next, next + plan.single_inserts / 4, plan.server_records, 1)});
+                  index_load(next, next + plan.single_inserts / 4, plan.server_records, 1)});
     silo_pool_close();
 }
 

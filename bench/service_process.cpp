@@ -9,7 +9,8 @@ static void write_settings(const std::string &root, const service_settings &sett
 {
     std::filesystem::create_directories(root + "/etc/conf");
     std::ofstream(root + "/etc/conf/ms_config.json") << R"({"port": 0})";
-    std::ofstream(root + "/etc/conf/vod_svr.json") << R"({"fs_charset": "UTF-8", "log": {"level": 5}})";
+    const std::string store = settings.store.empty() ? "" : R"("store": ")" + settings.store + R"(", )";
+    std::ofstream(root + "/etc/conf/vod_svr.json") << "{" << store << R"("fs_charset": "UTF-8", "log": {"level": 5}})";
     std::ofstream(root + "/etc/conf/vod_config.json")
         << R"({"sleep_interval": )" << settings.sleep_interval << R"(, "max_num": )" << settings.max_num << "}";
 }

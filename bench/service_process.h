@@ -9,6 +9,7 @@
 struct service_settings {
     int sleep_interval = 5;
     int max_num = 200;
+    std::string store = {}; // address of the record index; empty: the service's own
 };
 
 class service_process {

@@ -108,7 +108,11 @@ bool raw_client::connect(uint16_t port)
 {
     asio::error_code error;
     socket_->tcp.connect({asio::ip::address_v4::loopback(), port}, error);
-    return !error;
+    if (error)
+        return false;
+    // A command behind one that is not answered does not wait for the host to acknowledge that one.
+    socket_->tcp.set_option(asio::ip::tcp::no_delay(true), error);
+    return true;
 }
 
 bool raw_client::send(std::span<const uint8_t> bytes)
