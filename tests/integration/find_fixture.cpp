@@ -32,12 +32,17 @@ static bool put_all(const std::vector<indexed_record> &records)
     return silo_commit(trans.get()) == 0;
 }
 
-bool index_fill(const std::string &folder, const std::vector<indexed_record> &records)
+bool index_fill_store(const std::string &store, const std::vector<indexed_record> &records)
 {
-    silo_pool_set_db_uri(("lmdb:" + folder).c_str());
+    silo_pool_set_db_uri(store.c_str());
     bool is_filled = silo_orb_initialize() == 0 && put_all(records);
     silo_pool_close();
     return is_filled;
+}
+
+bool index_fill(const std::string &folder, const std::vector<indexed_record> &records)
+{
+    return index_fill_store("lmdb:" + folder, records);
 }
 
 bool raw_search::login(uint16_t port, uint16_t kind)

@@ -14,7 +14,9 @@ struct indexed_record {
     uint64_t size = 1'000'000;
 };
 
-// Enters records into the index below `folder` ("lmdb:<folder>") and lets go of it.
+// Enters records into the index of a store, made ready where it is not yet, and lets go of it.
+bool index_fill_store(const std::string &store, const std::vector<indexed_record> &records);
+// Into the one below `folder` ("lmdb:<folder>").
 bool index_fill(const std::string &folder, const std::vector<indexed_record> &records);
 
 // A record-search link, byte by byte.
