@@ -21,6 +21,8 @@ static constexpr struct {
     {MDB_INCOMPATIBLE, false, "another program has laid out this database in its own way: name another folder"},
     {MDB_TXN_FULL, false, "the transaction is too big: write less at a time"},
     {ENOSPC, false, "the disk is full: make room there"},
+    // Of a write that ended early the library says no more than this.
+    {EIO, false, "the disk has too little room, or fails: look at both, and at the limit on the size of files"},
     {EFBIG, false, "the file may not grow further: raise the limit on the size of files"},
     {EACCES, false, "this account may not read and write there: change the rights of the folder and its files"},
     {EROFS, false, "it can only be read there: name a folder that can be written"},
