@@ -35,7 +35,7 @@ protected:
     uint64_t file_bytes() const { return fs::file_size(service->folder().path() / "index/data.mdb"); }
     child_result index_all(uint64_t limit = UINT64_MAX) const
     {
-        std::vector<std::string> words = {program_beside("orbrec"), "reindex", "--scan", "many", "--store", "lmdb:index"};
+        std::vector<std::string> words = {program_beside("orbrec"), "-v", "reindex", "--scan", "many", "--store", "lmdb:index"};
         return child_run(limit == UINT64_MAX ? words : limited(limit, words));
     }
     // How many the index has; nothing of it is half.
@@ -62,6 +62,7 @@ TEST_F(StoreRoom, AWriterWithoutRoomLosesNothingThatWasCommittedAndGoesOnLater)
     child_result full = index_all(file_bytes() + 16'384);
     EXPECT_EQ(full.status, 3) << full.out << full.err;
     EXPECT_NE(full.err.find("the index cannot be written"), std::string::npos) << full.err;
+    EXPECT_NE(full.err.find("limit on the size of files"), std::string::npos) << full.err;
     int left = entries();
     EXPECT_GE(left, known);
     EXPECT_LT(left, 400);
