@@ -17,6 +17,9 @@ struct bench_plan {
     int runs = 5;
 };
 
+// Of the connection that the last search used, since it was opened.
+static uint64_t s_round_trips;
+
 static size_t ask(const bench_question &question)
 {
     silo_orb_iterator *it = silo_orb_iterator_init(question.is_one_channel ? BENCH_HOST : nullptr, BENCH_CHANNEL, 0,
@@ -25,6 +28,7 @@ static size_t ask(const bench_question &question)
     size_t found = 0;
     while (silo_orb_iterator_next(it) == 0)
         found++;
+    s_round_trips = silo_round_trips(it->conn->db);
     silo_orb_iterator_destroy(it);
     return found;
 }
@@ -114,6 +118,15 @@ static void embedded(const temp_folder &folder, const bench_plan &plan)
     silo_pool_close();
 }
 
+// The pool hands out the same connection again.
+static double round_trips_per_1000(const bench_question &question)
+{
+    ask(question);
+    uint64_t before = s_round_trips;
+    size_t found = ask(question);
+    return 1000.0 * static_cast<double>(s_round_trips - before) / static_cast<double>(found);
+}
+
 static void server(const bench_plan &plan)
 {
     std::string why;
@@ -128,6 +141,13 @@ static void server(const bench_plan &plan)
     figure_print({"PostgreSQL: inserts, 1000 a commit", "records/s", ours, "table (COPY)",
                   load_peer(table.get(), plan.server_records)});
     ask_all("PostgreSQL", plan.runs, {{"table", table.get(), {}}});
+    figure_print({"PostgreSQL: round trips for 1000 records of a day",
+                  "",
+                  round_trips_per_1000(BENCH_QUESTIONS[0]),
+                  {},
+                  0,
+                  WANTED_BELOW,
+                  20});
     uint64_t next = plan.server_records + 1;
     figure_print({"PostgreSQL: inserts, 1 a commit", "records/s",
                   index_load(next, next + plan.single_inserts / 4, plan.server_records, 1)});
