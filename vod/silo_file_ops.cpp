@@ -6,6 +6,7 @@
 #include "silo_pool/silo_values.h"
 #include "vod/lock_ranks.h"
 
+#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <new>
@@ -67,12 +68,17 @@ int silo_db_init()
 
 // ---- Opening and closing --------------------------------------------------------------------------------------------
 
+static constexpr int32_t FINDINGS_TOLD_MIN = 64;
+
 static bool admit_search()
 {
     mod_guard held;
     if (mod.opened >= SILO_FINDINGS_MAX)
         return LOGGED(false, LOG_SYSTEM, "silo_db_find_file: %d searches are open", mod.opened);
     mod.opened++;
+    // Clients that forget to close theirs show long before the limit.
+    if (mod.opened >= FINDINGS_TOLD_MIN && std::has_single_bit(static_cast<uint32_t>(mod.opened)))
+        LOG(LOG_REFUSE, "silo_db_find_file: %d searches are open", mod.opened);
     return true;
 }
 

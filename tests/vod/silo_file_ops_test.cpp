@@ -205,6 +205,18 @@ TEST_F(FileOpsTest, OpenSearchesAreLimited)
         silo_db_find_close(number);
 }
 
+TEST_F(FileOpsTest, OpenSearchesAreToldAtEachDoublingFrom64)
+{
+    std::vector<int32_t> open;
+    for (int i = 0; i < 300; i++)
+        open.push_back(find());
+    for (int count : {64, 128, 256})
+        EXPECT_EQ(log.count("silo_db_find_file: " + std::to_string(count) + " searches are open", LOG_REFUSE), 1u);
+    EXPECT_EQ(log.count_containing("searches are open"), 3u);
+    for (int32_t number : open)
+        silo_db_find_close(number);
+}
+
 TEST_F(FileOpsTest, InitialisesTheIndex)
 {
     fake_silo_set_content({});
