@@ -21,6 +21,9 @@ if(NOT WIN32)
     SOURCES store_postgres_test.cpp ${CMAKE_SOURCE_DIR}/tests/silo/pg_proxy.cpp ${store_service}
     LIBS silo_pg_server ${store_libs} LABELS integration TIMEOUT 300)
   add_dependencies(store_postgres_test vod_svr)
+  vod_add_test(store_damage_posix_test SOURCES store_damage_posix_test.cpp ${store_service} LIBS ${store_libs}
+    LABELS integration TIMEOUT 300)
+  add_dependencies(store_damage_posix_test vod_svr)
   if(TARGET orbrec)
     vod_add_test(store_room_posix_test SOURCES store_room_posix_test.cpp ${store_service}
       LIBS ${store_libs} LABELS integration TIMEOUT 300)

@@ -82,7 +82,8 @@ TEST_F(StoreSessions, UnknownOnesGetNoReplyInBulkAndHarmNobody)
     std::deque<raw_search> links;
     connect(links, 3);
     int session = find_answer(links[0]);
-    for (int i = 0; i < rounds(500); i++)
+    uint64_t before = service->figures().resident_bytes;
+    for (int i = 0; i < rounds(4000); i++)
         for (int unknown : {0, -1, 2147483647, -2147483647 - 1, session + 1 + i}) {
             links[1].command(find_next_xml(unknown, 10));
             links[2].close_search(unknown);
@@ -90,6 +91,9 @@ TEST_F(StoreSessions, UnknownOnesGetNoReplyInBulkAndHarmNobody)
     EXPECT_EQ(names_in(links[1].next(session, 5)).size(), 5u) << "the first answer is that of the known one";
     EXPECT_EQ(names_in(links[2].next(session, 5)).size(), 5u);
     EXPECT_GE(said("node == NULL"), 1u);
+    if (!MEMORY_IS_SANITIZED && !THREADS_ARE_SANITIZED) {
+        EXPECT_LT(service->figures().resident_bytes, before + (16u << 20)) << "40,000 commands do not pile up";
+    }
 }
 
 TEST_F(StoreSessions, CountsBeyondReasonDeliverWhatIsThere)
@@ -131,4 +135,33 @@ TEST_F(StoreSessions, LinksThatReadAndCloseEachOthersLeaveNothingBehind)
     EXPECT_EQ(read_on(search, find_answer(search), 100).names.size(), 300u);
     search.disconnect();
     EXPECT_TRUE(service->settles(before));
+}
+
+// Places of readers outlive a process that is killed; there are 8192 in all.
+TEST_F(StoreSessions, ThoseOfKilledServicesTakeNoPlaceFromLaterOnes)
+{
+    const int kills = rounds(10);
+    for (int i = 0; i < kills; i++) {
+        std::deque<raw_search> links;
+        connect(links, 1);
+        ASSERT_EQ(forget(links, OPEN_MAX), OPEN_MAX) << i;
+        service->end_now();
+        ASSERT_TRUE(service->start()) << i;
+    }
+    raw_search search;
+    ASSERT_TRUE(search.login(service->port()));
+    EXPECT_EQ(read_on(search, find_answer(search), 100).names.size(), 300u);
+    EXPECT_EQ(said("every place for a reader is taken"), 0u);
+}
+
+TEST_F(StoreSessions, ManyOpenOnesAreToldAsTheyBecomeMore)
+{
+    std::deque<raw_search> links;
+    connect(links, 2);
+    ASSERT_EQ(forget(links, 63), 63);
+    EXPECT_EQ(said("searches are open"), 0u);
+    ASSERT_EQ(forget(links, 200), 200);
+    for (int count : {64, 128, 256})
+        EXPECT_EQ(said("silo_db_find_file: " + std::to_string(count) + " searches are open"), 1u) << count;
+    EXPECT_EQ(said("searches are open"), 3u);
 }
