@@ -2,6 +2,7 @@
 vod_add_test(silo_file_ops_test SOURCES silo_file_ops_test.cpp silo_file_ops_upload_test.cpp
   LIBS vod_service silo_pool fake_silo)
 vod_add_test(silo_file_ops_number_test SOURCES silo_file_ops_number_test.cpp LIBS silo_pool fake_silo)
+vod_add_test(silo_file_ops_log_test SOURCES silo_file_ops_log_test.cpp LIBS silo_pool fake_silo)
 
 # Over the real stores.
 add_executable(silo_insert_program silo_insert_program.cpp)
