@@ -54,12 +54,20 @@ static bool bound_walk(silo_orb_iterator *it)
     return silo_iterator_bound(it->iter, it->start, same) == 0;
 }
 
+// A store that failed has said so itself.
+static bool no_bounds(const silo_orb_iterator *it)
+{
+    if (silo_proxy_error(it->conn->db) != 0)
+        return false;
+    return LOGGED(false, LOG_SYSTEM, "silo_orb_iterator_init: get rev.hi or rev.lo error, the index is not made yet");
+}
+
 static bool read_beginning(silo_orb_iterator *it)
 {
     announce_beginning(it);
     if (!silo_read_number(it->trans, silo_key_text(SILO_KEY_REV_HI), &it->rev_hi) ||
         !silo_read_number(it->trans, silo_key_text(SILO_KEY_REV_LO), &it->rev_lo))
-        return false;
+        return no_bounds(it);
     it->iter = silo_iterator_init(it->trans);
     it->walk->fields = silo_iterator_init(it->trans);
     it->walk->revisions = silo_iterator_init(it->trans);

@@ -1,3 +1,4 @@
+#include "platform/os/os.h"
 #include "tests/silo_pool/index_fixture.h"
 
 using SearchTest = IndexTest;
@@ -300,6 +301,8 @@ TEST_F(SearchTest, WithoutBoundsOfRevisionsThereIsNoSearch)
             fake_silo_erase(key);
             EXPECT_EQ(open(), nullptr) << key;
         }
+    EXPECT_EQ(log.count("silo_orb_iterator_init: get rev.hi or rev.lo error, the index is not made yet", LOG_SYSTEM),
+              8u);
 }
 
 TEST_F(SearchTest, AStoreThatFailsOnTheWayEndsTheSearch)
