@@ -33,8 +33,6 @@ constexpr obstacle OBSTACLES[] = {
      [](const fs::path &root) { write_file(root / "index/data.mdb", std::string(20'000, 'x')); },
      [](const fs::path &root) { fs::remove(root / "index/data.mdb"); },
      "data.mdb there is no store's file: move it away, or name another folder"},
-    {"AFolderForItsFile", "lmdb:index", [](const fs::path &root) { fs::create_directories(root / "index/data.mdb"); },
-     [](const fs::path &root) { fs::remove(root / "index/data.mdb"); }, "lmdb:index: opening: "},
     {"AHalfFile", "lmdb:index",
      [](const fs::path &root) {
          ASSERT_TRUE(index_fill((root / "index").string(), numbered_records(100)));

@@ -80,6 +80,7 @@ TEST_F(StorePostgres, AnEmptyServerThatComesLaterServesOnceItsIndexIsMade)
     raw_search search;
     ASSERT_TRUE(search.login(service->port()));
     EXPECT_EQ(find_answer(search), 0) << "there is no index yet";
+    EXPECT_EQ(said("the index is not made yet"), 1u);
     fill(2);
     EXPECT_EQ(read_on(search, find_answer(search), 10).names.size(), 2u);
 }
@@ -130,7 +131,7 @@ TEST_F(StorePostgres, AServerThatIsKilledEndsTheSearchAndNothingElse)
 TEST_F(StorePostgres, AServerThatFallsSilentHoldsUpSearchesAloneAndNotForEver)
 {
     fill(1000);
-    serve(server_.uri(PATIENT));
+    serve(server_.uri("connect_ms=10000&statement_ms=10000"));
     ASSERT_TRUE(service->start());
     raw_search reader, opener;
     ASSERT_TRUE(reader.login(service->port()) && opener.login(service->port()));
@@ -146,7 +147,7 @@ TEST_F(StorePostgres, AServerThatFallsSilentHoldsUpSearchesAloneAndNotForEver)
     EXPECT_NE(text.find("result=\"end\""), std::string::npos) << text;
     EXPECT_LT(names_in(text).size(), 990u);
     EXPECT_NE(opener.reply(STORE_REPLY_MS).find("name=\"find_file\" result=\"error\""), std::string::npos);
-    EXPECT_GE(said("the server did not answer for 20000 ms"), 1u);
+    EXPECT_GE(said("the server did not answer for 10000 ms"), 1u);
     EXPECT_GE(said("the others had to wait"), 2u);
     server_.go_on();
     session = find_in_the_end(opener);

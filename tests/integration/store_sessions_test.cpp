@@ -115,8 +115,12 @@ TEST_F(StoreSessions, CountsBeyondReasonDeliverWhatIsThere)
 // Several links open, read, share and close the same sessions at the same time, and some of them just go.
 TEST_F(StoreSessions, LinksThatReadAndCloseEachOthersLeaveNothingBehind)
 {
-    child_figures before = service->figures();
-    for (int round = 0; round < rounds(40); round++) {
+    child_figures before = {};
+    for (int round = 0; round < rounds(80); round++) {
+        // A host may keep something for each lock that was ever waited for.
+        if (round == rounds(80) / 2) {
+            before = service->figures();
+        }
         std::deque<raw_search> links;
         connect(links, 4);
         std::vector<int> sessions;
