@@ -34,8 +34,8 @@ struct id_collector {
 static int collect_id(void *user, const silo_kv *kv)
 {
     auto collector = static_cast<id_collector *>(user);
-    std::string_view key(kv->key, kv->key_len);
-    collector->is_ended = !key.starts_with(SILO_PREFIX_BY_TIME) || key >= collector->end;
+    // All keys from the first one up to the end begin as these two do.
+    collector->is_ended = std::string_view(kv->key, kv->key_len) >= collector->end;
     if (collector->is_ended)
         return 0;
     int is_id = silo_number_from_text({kv->val, kv->val_len}, &collector->ids[collector->count]);

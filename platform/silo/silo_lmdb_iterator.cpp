@@ -73,27 +73,32 @@ static silo_found answer(lmdb_iterator *iter, int error, MDB_val key, MDB_val va
     return error == MDB_NOTFOUND ? SILO_ABSENT : lmdb_trans_failed(iter->trans, "reading", error);
 }
 
-// Keys go upwards: pages that say otherwise would lead a walk in a circle.
-static int step(lmdb_iterator *iter, MDB_val *key, MDB_val *value, MDB_cursor_op op, std::string_view above)
+static int move(lmdb_iterator *iter, MDB_val *key, MDB_val *value, MDB_cursor_op op)
 {
     lmdb_fault_scope inside(static_cast<lmdb_connection *>(iter->trans->db)->env);
     int error = mdb_cursor_get(iter->cursor, key, value, op);
-    error = error != 0 ? error : lmdb_pair_check(*key, *value);
-    return error == 0 && lmdb_text(*key) < above ? MDB_CORRUPTED : error;
+    return error != 0 ? error : lmdb_pair_check(*key, *value);
+}
+
+// Keys go upwards: pages that say otherwise would lead a walk in a circle.
+static int move_to(lmdb_iterator *iter, MDB_val *key, MDB_val *value, MDB_cursor_op op, std::string_view from)
+{
+    int error = move(iter, key, value, op);
+    return error == 0 && lmdb_text(*key) < from ? MDB_CORRUPTED : error;
 }
 
 static int step_on(lmdb_iterator *iter, MDB_val *key, MDB_val *value)
 {
     std::string_view before(iter->kv.key, iter->kv.key_len);
-    int error = step(iter, key, value, MDB_NEXT, before);
-    return error == 0 && lmdb_text(*key) == before ? MDB_CORRUPTED : error;
+    int error = move(iter, key, value, MDB_NEXT);
+    return error == 0 && lmdb_text(*key) <= before ? MDB_CORRUPTED : error;
 }
 
 silo_found lmdb_iterator_seek(silo_iterator_t *of, std::string_view from)
 {
     lmdb_iterator *iter = iterator_of(of);
     MDB_val key = lmdb_val(from), value = {};
-    int error = step(iter, &key, &value, from.empty() ? MDB_FIRST : MDB_SET_RANGE, from);
+    int error = move_to(iter, &key, &value, from.empty() ? MDB_FIRST : MDB_SET_RANGE, from);
     return answer(iter, error, key, value);
 }
 
@@ -101,7 +106,7 @@ silo_found lmdb_iterator_seek(silo_iterator_t *of, std::string_view from)
 static int next_after(lmdb_iterator *iter, MDB_val *key, MDB_val *value)
 {
     *key = lmdb_val(iter->key);
-    int error = step(iter, key, value, MDB_SET_RANGE, iter->key);
+    int error = move_to(iter, key, value, MDB_SET_RANGE, iter->key);
     if (error != 0 || lmdb_text(*key) != iter->key)
         return error;
     return step_on(iter, key, value);
