@@ -60,6 +60,7 @@ void raw_search::command(const std::string &xml, uint32_t id)
 std::string raw_search::reply(uint32_t ms)
 {
     std::string whole;
+    pieces_.clear();
     for (;;) {
         std::vector<uint8_t> bytes = client_.receive_code(17, ms);
         MpPackage package;
@@ -70,6 +71,7 @@ std::string raw_search::reply(uint32_t ms)
         if (info == nullptr || data == nullptr)
             return {};
         whole.append(data, data + size);
+        pieces_.push_back(size);
         if (wire_load<uint32_t>(info + 8) + 1 == wire_load<uint32_t>(info + 4))
             break;
     }

@@ -26,6 +26,8 @@ public:
     void command(const std::string &xml, uint32_t id = 9);
     // The next reply's text, put together from its pieces and without its zero; empty when none came.
     std::string reply(uint32_t ms = 5000);
+    // The bytes of each piece of the last reply.
+    const std::vector<size_t> &pieces() const { return pieces_; }
     std::string ask(const std::string &xml)
     {
         command(xml);
@@ -40,6 +42,7 @@ public:
 
 private:
     raw_client client_;
+    std::vector<size_t> pieces_;
 };
 
 std::string find_file_xml(const std::string &host, int channel, int type, const std::string &begin = "00:00:00",

@@ -204,6 +204,18 @@ TEST_F(SearchTest, OtherKeysAroundTheIndexAreNoRecords)
     EXPECT_EQ(found(), (ids{1}));
 }
 
+TEST_F(SearchTest, TheLastKeyItselfIsTooLate)
+{
+    put_made({.id = 1});
+    const char *at = "2024-01-01 00:00:00";
+    fake_silo_put("bt.2024-01-01 00:00:00.Y", "1"); // after all ids
+    EXPECT_EQ(found(nullptr, -1, 0, at, at), (ids{1, 1}));
+    fake_silo_put("bt.2024-01-01 00:00:00.Z", "1");
+    EXPECT_EQ(found(nullptr, -1, 0, at, at), (ids{1, 1}));
+    fake_silo_put("bt.2024-01-01 00:00:00.", "1"); // before all ids
+    EXPECT_EQ(found(nullptr, -1, 0, at, at), (ids{1, 1, 1}));
+}
+
 TEST_F(SearchTest, TwoEntriesOfOneRecordGiveItTwice)
 {
     put_made({.id = 1});
