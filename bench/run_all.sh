@@ -1,5 +1,5 @@
 #!/bin/bash
-# Runs every bench and prints one line for each figure, then how many missed what is wanted of them. About three minutes.
+# Runs every bench and prints one line for each figure, then how many missed what is wanted of them. About five minutes.
 #
 #   bench/run_all.sh [build folder]
 #
