@@ -79,14 +79,18 @@ int lmdb_pair_check(const MDB_val &key, const MDB_val &value)
 static int lmdb_commit(silo_transaction_t *of)
 {
     lmdb_transaction *trans = transaction_of(of);
-    lmdb_fault_scope inside(connection_of(of->db)->env);
     lmdb_cursors_end(trans);
     if (os_fault_point("mdb_txn_commit")) {
         lmdb_trans_failed(trans, "committing", ENOSPC);
         return SILO_COMMIT_FAILED;
     }
-    // Whatever the answer, the library's part of the transaction is over.
-    int error = mdb_txn_commit(std::exchange(trans->txn, nullptr));
+    // Whatever the answer, the library's part of the transaction is over; without one it keeps the writer's turn.
+    MDB_txn *txn = trans->txn;
+    int error = lmdb_guarded([&] {
+        int answer = mdb_txn_commit(txn);
+        trans->txn = nullptr;
+        return answer;
+    });
     if (error == 0)
         return 0;
     lmdb_trans_failed(trans, "committing", error);
@@ -106,9 +110,10 @@ static silo_found lmdb_get(silo_transaction_t *of, std::string_view key, std::st
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_val wanted = lmdb_val(key), found;
-    lmdb_fault_scope inside(connection_of(of->db)->env);
-    int error = mdb_get(trans->txn, trans->dbi, &wanted, &found);
-    error = error != 0 ? error : lmdb_pair_check(wanted, found);
+    int error = lmdb_guarded([&] {
+        int answer = mdb_get(trans->txn, trans->dbi, &wanted, &found);
+        return answer != 0 ? answer : lmdb_pair_check(wanted, found);
+    });
     if (error == 0)
         *value = lmdb_text(found);
     return error == 0 ? SILO_FOUND : error == MDB_NOTFOUND ? SILO_ABSENT : lmdb_trans_failed(trans, "reading", error);
@@ -118,9 +123,8 @@ static bool lmdb_set(silo_transaction_t *of, std::string_view key, std::string_v
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_val at = lmdb_val(key), wanted = lmdb_val(value);
-    lmdb_fault_scope inside(connection_of(of->db)->env);
     trans->changes++;
-    int error = mdb_put(trans->txn, trans->dbi, &at, &wanted, 0);
+    int error = lmdb_guarded([&] { return mdb_put(trans->txn, trans->dbi, &at, &wanted, 0); });
     return error == 0 || lmdb_trans_failed(trans, "writing", error) == SILO_FOUND;
 }
 
@@ -128,9 +132,8 @@ static bool lmdb_remove(silo_transaction_t *of, std::string_view key)
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_val at = lmdb_val(key);
-    lmdb_fault_scope inside(connection_of(of->db)->env);
     trans->changes++;
-    int error = mdb_del(trans->txn, trans->dbi, &at, nullptr);
+    int error = lmdb_guarded([&] { return mdb_del(trans->txn, trans->dbi, &at, nullptr); });
     return error == 0 || error == MDB_NOTFOUND || lmdb_trans_failed(trans, "deleting", error) == SILO_FOUND;
 }
 
@@ -156,11 +159,10 @@ static bool lmdb_remove_prefix(silo_transaction_t *of, std::string_view prefix)
 {
     lmdb_transaction *trans = transaction_of(of);
     MDB_cursor *opened = nullptr;
-    lmdb_fault_scope inside(connection_of(of->db)->env);
     trans->changes++;
     int error = mdb_cursor_open(trans->txn, trans->dbi, &opened);
     std::unique_ptr<MDB_cursor, cursor_closer> cursor(opened);
-    error = error != 0 ? error : remove_all(cursor.get(), prefix);
+    error = error != 0 ? error : lmdb_guarded([&] { return remove_all(opened, prefix); });
     return error == 0 || lmdb_trans_failed(trans, "deleting", error) == SILO_FOUND;
 }
 

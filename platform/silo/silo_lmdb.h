@@ -113,7 +113,7 @@ void lmdb_cursors_end(lmdb_transaction *trans);
 
 // Logged; the transaction or its connection is marked as lost where it is.
 silo_found lmdb_trans_failed(silo_transaction_t *trans, const char *doing, int error);
-// 0, or that a pair the library gave out is none that the store can hold. Inside a lmdb_fault_scope.
+// 0, or that a pair the library gave out is none that the store can hold. Inside lmdb_guarded.
 int lmdb_pair_check(const MDB_val &key, const MDB_val &value);
 
 inline MDB_val lmdb_val(std::string_view bytes)

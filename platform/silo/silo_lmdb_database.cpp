@@ -58,17 +58,18 @@ static int records_check(MDB_cursor *cursor, const MDB_stat &stat)
 
 // A damaged list of databases would seem to lack ours. Writing to it would carry the damage on, and the library would
 // write where nothing is.
-static int list_check(lmdb_env *env, MDB_txn *txn)
+static int list_check(MDB_txn *txn)
 {
-    lmdb_fault_scope inside(env);
     MDB_dbi list;
     MDB_stat stat = {};
     MDB_cursor *opened = nullptr;
-    int error = mdb_dbi_open(txn, nullptr, 0, &list);
+    int error = lmdb_guarded([&] { return mdb_dbi_open(txn, nullptr, 0, &list); });
     error = error != 0 ? error : mdb_stat(txn, list, &stat);
     error = error != 0 ? error : mdb_cursor_open(txn, list, &opened);
     std::unique_ptr<MDB_cursor, cursor_ender> cursor(opened);
-    return error != 0 || stat.ms_entries == 0 ? error : records_check(opened, stat);
+    if (error != 0 || stat.ms_entries == 0)
+        return error;
+    return lmdb_guarded([&] { return records_check(opened, stat); });
 }
 
 // ---- Opening --------------------------------------------------------------------------------------------------------
@@ -118,9 +119,8 @@ static bool database_failed(lmdb_env *env, const std::string &name, int error)
 // is committed.
 static int database_open_in(lmdb_env *env, scoped_txn *txn, const std::string &name, unsigned flags, MDB_dbi *dbi)
 {
-    lmdb_fault_scope inside(env);
-    int error = database_look(txn->get(), name, flags, dbi);
-    error = error != 0 ? error : txn->commit();
+    int error = lmdb_guarded([&] { return database_look(txn->get(), name, flags, dbi); });
+    error = error != 0 ? error : lmdb_guarded([&] { return txn->commit(); });
     if (error == 0)
         env->databases.emplace(name, *dbi);
     return error;
@@ -148,7 +148,7 @@ static database_result database_find(lmdb_env *env, const std::string &name, MDB
     if (!txn.was_begun())
         return DATABASE_FAILED;
     int error = database_open_in(env, &txn, name, 0, dbi);
-    if (int damage = error == MDB_NOTFOUND ? list_check(env, txn.get()) : 0; damage != 0)
+    if (int damage = error == MDB_NOTFOUND ? list_check(txn.get()) : 0; damage != 0)
         error = damage;
     return database_answer(env, name, error, false);
 }

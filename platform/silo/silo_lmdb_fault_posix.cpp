@@ -1,5 +1,3 @@
-#include "platform/silo/silo_internal.h"
-#include "platform/silo/silo_lmdb.h"
 #include "platform/silo/silo_lmdb_fault.h"
 
 #include <csignal>
@@ -7,15 +5,15 @@
 #include <mutex>
 #include <utility>
 
-static thread_local lmdb_env *t_reading;
+static thread_local lmdb_fault_scope *t_scope;
 
-lmdb_fault_scope::lmdb_fault_scope(lmdb_env *env) : before_(std::exchange(t_reading, env))
+lmdb_fault_scope::lmdb_fault_scope() : before_(std::exchange(t_scope, this))
 {
 }
 
 lmdb_fault_scope::~lmdb_fault_scope()
 {
-    t_reading = before_;
+    t_scope = before_;
 }
 
 void lmdb_touch(const void *bytes, size_t size)
@@ -42,15 +40,12 @@ static void hand_on(int signal, siginfo_t *info, void *context)
         raise(signal);
 }
 
-// The fault is one of the library's instructions, which holds nothing then that the end of the transaction does not undo,
-// as with its assertions. All code on the way has tables for unwinding at every instruction.
+// The library holds nothing then that the end of the transaction does not undo, as with its assertions.
 static void fault_arrived(int signal, siginfo_t *info, void *context)
 {
-    lmdb_env *env = info->si_code > 0 ? std::exchange(t_reading, nullptr) : nullptr;
-    if (env == nullptr)
+    if (t_scope == nullptr || info->si_code <= 0)
         return hand_on(signal, info, context);
-    lmdb_report("reading", env->folder, MDB_CORRUPTED);
-    throw silo_damage();
+    siglongjmp(t_scope->place, 1);
 }
 
 void lmdb_faults_watch()
@@ -59,7 +54,7 @@ void lmdb_faults_watch()
     std::call_once(s_once, [] {
         struct sigaction action = {};
         action.sa_sigaction = fault_arrived;
-        // The handler may be left by its exception: the signal must not stay blocked.
+        // The handler is left by a jump: the signal must not stay blocked.
         action.sa_flags = static_cast<int>(SA_SIGINFO | SA_NODEFER);
         for (size_t i = 0; i < std::size(SIGNALS); i++) {
             sigaction(SIGNALS[i], nullptr, &s_before[i]);

@@ -75,9 +75,10 @@ static silo_found answer(lmdb_iterator *iter, int error, MDB_val key, MDB_val va
 
 static int move(lmdb_iterator *iter, MDB_val *key, MDB_val *value, MDB_cursor_op op)
 {
-    lmdb_fault_scope inside(static_cast<lmdb_connection *>(iter->trans->db)->env);
-    int error = mdb_cursor_get(iter->cursor, key, value, op);
-    return error != 0 ? error : lmdb_pair_check(*key, *value);
+    return lmdb_guarded([&] {
+        int error = mdb_cursor_get(iter->cursor, key, value, op);
+        return error != 0 ? error : lmdb_pair_check(*key, *value);
+    });
 }
 
 // Keys go upwards: pages that say otherwise would lead a walk in a circle.
