@@ -18,7 +18,8 @@ static int64_t to_ms(const timespec &time)
 
 uint64_t os_host_tick_ms()
 {
-    return static_cast<uint64_t>(to_ms(host_time(CLOCK_MONOTONIC)));
+    timespec now = host_time(CLOCK_MONOTONIC);
+    return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec + 500'000) / 1'000'000;
 }
 
 int64_t os_host_wall_ms()

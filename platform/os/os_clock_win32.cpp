@@ -30,7 +30,7 @@ uint64_t os_host_tick_ms()
     auto count = static_cast<uint64_t>(counter.QuadPart);
     uint64_t frequency = counter_frequency();
     // In two steps: the count times 1000 overflows after some months of a fast counter.
-    return count / frequency * 1000 + count % frequency * 1000 / frequency;
+    return count / frequency * 1000 + (count % frequency * 1000 + frequency / 2) / frequency;
 }
 
 int64_t os_host_wall_ms()

@@ -1,9 +1,26 @@
 #include "platform/os/os.h"
 #include "tests/support/manual_clock.h"
 
+#include <chrono>
 #include <ctime>
 #include <gtest/gtest.h>
+#include <thread>
 #include <vector>
+
+TEST(OsClock, TickIsTheNearestMillisecondOfTheMonotonicClock)
+{
+    auto nearest = [] {
+        auto passed = std::chrono::steady_clock::now().time_since_epoch();
+        return static_cast<uint64_t>((std::chrono::nanoseconds(passed).count() + 500'000) / 1'000'000);
+    };
+    for (int i = 0; i < 200; i++) {
+        uint64_t before = nearest(), tick = os_tick(), after = nearest();
+        EXPECT_LE(before, tick);
+        EXPECT_LE(tick, after);
+        // Both halves of a millisecond come.
+        std::this_thread::sleep_for(std::chrono::microseconds(300));
+    }
+}
 
 TEST(OsClock, TickGoesOnWithTheHost)
 {
