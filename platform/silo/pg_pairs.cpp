@@ -93,8 +93,7 @@ static announced sort_out(const silo_prefix *prefixes, size_t count)
             all.ranges.push_back(pg_prefix_range(text));
     }
     std::ranges::sort(all.keys);
-    auto repeated = std::ranges::unique(all.keys);
-    all.keys.erase(repeated.begin(), repeated.end());
+    all.keys.erase(std::unique(all.keys.begin(), all.keys.end()), all.keys.end());
     return all;
 }
 
