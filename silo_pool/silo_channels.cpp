@@ -36,9 +36,10 @@ struct channel_memory {
     std::string witness_path;
 };
 
-// All guarded by the mutex, which is a leaf: nothing is taken inside it.
+// All guarded by the mutex, which is a leaf: nothing is taken inside it. The memory is never freed: the record worker may
+// still be at work when the process ends.
 static std::mutex s_memory_mutex;
-static channel_memory s_memory;
+static auto &s_memory = *new channel_memory;
 static uint32_t s_memory_epoch = 1;
 static uint32_t s_memory_pool_life;
 static size_t s_memory_limit = 64u << 20;

@@ -13,8 +13,8 @@ struct waiting_commands {
 // A connection is held and released under the lock: otherwise the two could overtake each other.
 static std::mutex s_mutex;
 // Guarded by s_mutex. A handle of the message service names one connection for ever, so it serves as a key after its
-// end.
-static std::unordered_map<MsLink *, waiting_commands> s_waiting;
+// end. Never freed: the worker may still be at work when the process ends.
+static auto &s_waiting = *new std::unordered_map<MsLink *, waiting_commands>;
 
 void record_pressure_enter(MsLink *mslink)
 {

@@ -13,7 +13,7 @@
 static std::mutex s_writers_mutex;
 // Guarded by s_writers_mutex. By the names of an address's hosts; forgotten when there are more than a process ever
 // uses.
-static std::map<std::string, size_t> s_writers;
+static auto &s_writers = *new std::map<std::string, size_t>; // never freed: threads may outlive the end of main
 static constexpr size_t WRITERS_MAX = 64;
 
 static std::string writers_key(const pg_address &address)
