@@ -8,10 +8,13 @@ static constexpr int PAGES_MAX = 1000;
 
 service_settings store_settings(const std::string &store, uint16_t port)
 {
+    std::string quoted;
+    for (char one : store)
+        quoted += one == '\\' ? "\\\\" : std::string(1, one);
     service_settings made;
     made.ms_config = "{\"port\": " + std::to_string(port) + "}";
     made.svr_config =
-        R"({"fs_charset": "UTF-8", "store": ")" + store + R"(", "log": {"level": 2, "stderr": 1}})";
+        R"({"fs_charset": "UTF-8", "store": ")" + quoted + R"(", "log": {"level": 2, "stderr": 1}})";
     return made;
 }
 
