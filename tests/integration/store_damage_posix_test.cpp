@@ -67,6 +67,11 @@ private:
 
 class StoreDamage : public StoreServiceTest, public testing::WithParamInterface<uint32_t> {
 protected:
+    void SetUp() override
+    {
+        if (THREADS_ARE_SANITIZED)
+            GTEST_SKIP() << "the runtime of the thread checker stands between a fault and its handler";
+    }
     // Whatever is found: there is an answer, and an end.
     void search_all(int round)
     {
