@@ -127,30 +127,34 @@ TEST_P(IndexStoreTest, DamagedPairsArePassedBy)
 
 TEST_P(IndexStoreTest, AHundredOpenSearchesKeepTheirViewWhileWritersGoOn)
 {
-    std::atomic<bool> is_over = false;
-    std::atomic<int> written = 0;
-    std::vector<std::thread> writers;
-    for (uint32_t n = 0; n < 2; n++)
-        writers.emplace_back([&, n] {
-            index_writer work(100 + n);
-            for (int i = 0; !is_over && i < 3000; i++, written++)
-                change([&](silo_transaction_t *trans) {
-                    uint64_t id = 0;
-                    return upload(trans, &work, std::to_string(n) + work.path(), &id);
-                });
-        });
     struct open_search {
         silo_orb_iterator *it;
         search_wish wish;
     };
     std::vector<open_search> open;
     index_writer work(5);
-    for (int i = 0; i < 100; i++) {
-        while (written < i)
-            std::this_thread::yield();
+    auto open_one = [&] {
         search_wish wish = work.wish();
         open.push_back({begin_search(wish), wish});
         EXPECT_NE(open.back().it, nullptr);
+    };
+    open_one();
+    std::atomic<bool> is_over = false;
+    std::atomic<int> written = 0;
+    std::vector<std::thread> writers;
+    for (uint32_t n = 0; n < 2; n++)
+        writers.emplace_back([&, n] {
+            index_writer writer(100 + n);
+            for (int i = 0; !is_over && i < 3000; i++, written++)
+                change([&](silo_transaction_t *trans) {
+                    uint64_t id = 0;
+                    return upload(trans, &writer, std::to_string(n) + writer.path(), &id);
+                });
+        });
+    for (int i = 1; i < 100; i++) {
+        while (written < i)
+            std::this_thread::yield();
+        open_one();
     }
     std::vector<size_t> sizes;
     for (auto &[it, wish] : open) {

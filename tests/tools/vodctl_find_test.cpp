@@ -41,7 +41,7 @@ protected:
         service.on(MP_CODE_SEND_CMD_CHS, [this, total](fake_service &self, MsLink *link, const seen_package &command) {
             if (command.text(7).find("\"find_file\"") != std::string::npos)
                 return self.reply(link, command,
-                                  "<command_return name=\"find_file\" result=\"" + result +
+                                  std::string("<command_return name=\"find_file\" result=\"") + result.load() +
                                       "\"><session_id>5</session_id></command_return>");
             if (command.text(7).find("\"find_next_file\"") == std::string::npos)
                 return;
@@ -56,7 +56,7 @@ protected:
     }
     seen_package command(size_t i) { return service.seen(MP_CODE_SEND_CMD_CHS).at(i); }
     fake_service service;
-    std::string result = "ok";
+    std::atomic<const char *> result = "ok"; // read by the service's threads
     std::atomic<int> delivered = 0;
 };
 
@@ -70,7 +70,8 @@ TEST_F(VodctlFindTest, AReaderThatLeavesEndsItQuietly)
             text += record_text(0);
         delivered += is_open ? 0 : 1;
         self.reply(link, command,
-                   is_open ? "<command_return name=\"find_file\" result=\"ok\"><session_id>5</session_id></command_return>"
+                   is_open ? "<command_return name=\"find_file\" result=\"ok\"><session_id>5</session_id>"
+                             "</command_return>"
                            : text + "</command_return>");
     });
     child_result found = run_vodctl_into_pipe(
