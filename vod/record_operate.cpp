@@ -25,11 +25,33 @@ static bool session_add(VodRecFindfd *session)
     return adt_dlist_push_back(sessions, &session) != nullptr;
 }
 
-static bool session_open(int32_t findfd)
+static MsLink *caller_of(const VodOperateRecItem *item)
+{
+    return item->udata == nullptr ? nullptr : item->udata->mslink;
+}
+
+// Empty when the client has gone meanwhile.
+static void caller_name(const VodOperateRecItem *item, char (&name)[RECORD_PEER_NAME])
+{
+    if (!mslink_peer_name(caller_of(item), name, sizeof name))
+        name[0] = '\0';
+}
+
+// A client that finds its search closed or read by another is to be told from the log who it was.
+static void tell_of_others(const VodRecFindfd *session, const VodOperateRecItem *item, const char *what)
+{
+    char name[RECORD_PEER_NAME];
+    caller_name(item, name);
+    LOG(LOG_REFUSE, "the session %d of %s is %s by %s", session->findfd, session->owner_name, what, name);
+}
+
+static bool session_open(int32_t findfd, const VodOperateRecItem *item)
 {
     auto session = static_cast<VodRecFindfd *>(std::calloc(1, sizeof(VodRecFindfd)));
     if (session != nullptr) {
         session->findfd = findfd;
+        session->owner = caller_of(item);
+        caller_name(item, session->owner_name);
         if (session_add(session))
             return true;
     }
@@ -75,7 +97,7 @@ static int operate_find_file(VodOperateRecItem *item)
     auto opit = static_cast<VodAsynRec_FindFile *>(item->param);
     opit->success = silo_db_find_file(opit->host_id, opit->ch, opit->filetype, &opit->start, &opit->end, &opit->findfd);
     if (opit->success)
-        opit->success = session_open(opit->findfd);
+        opit->success = session_open(opit->findfd, item);
     return 1;
 }
 
@@ -87,6 +109,8 @@ static int operate_find_close(VodOperateRecItem *item)
     VodRecFindfd *session = session_take(opit->findfd);
     if (session == nullptr)
         return LOGGED(0, LOG_SYSTEM, "node == NULL");
+    if (session->owner != caller_of(item))
+        tell_of_others(session, item, "closed");
     std::free(session);
     opit->success = silo_db_find_close(opit->findfd);
     return 1;
@@ -182,6 +206,10 @@ static int operate_get_file(VodOperateRecItem *item)
     VodRecFindfd *session = session_take(opit->findfd);
     if (session == nullptr)
         return LOGGED(0, LOG_SYSTEM, "node == NULL");
+    if (session->owner != caller_of(item) && !session->is_shared_told) {
+        session->is_shared_told = 1;
+        tell_of_others(session, item, "read");
+    }
     read_records(opit);
     session_give_back(session);
     return 1;

@@ -2,6 +2,7 @@
 
 #include "platform/os/os.h"
 
+#include <cstdio>
 #include <cstring>
 
 fake_ms_state s_fake_ms;
@@ -114,6 +115,12 @@ int mslink_destroy(MsLink *link)
     link->destroyed = true;
     link->udata = nullptr;
     return s_fake_ms.destroy_result;
+}
+
+int mslink_peer_name(MsLink *link, char *buffer, size_t size)
+{
+    return link != nullptr && !link->peer_name.empty() &&
+           std::snprintf(buffer, size, "%s", link->peer_name.c_str()) < static_cast<int>(size);
 }
 
 int mslink_hold_reading(MsLink *link, int hold)

@@ -25,6 +25,7 @@ struct MsLink {
     std::atomic<void *> udata = nullptr;
     std::atomic<bool> destroyed = false, timed_out = false;
     std::atomic<int> holds = 0; // how often its reading was held, less how often it was let go on
+    std::string peer_name; // empty: none is known; set before it is used
     std::mutex mutex;
     std::vector<sent_package> sent;
     std::deque<uint32_t> failures; // error numbers of the next sends; 0 succeeds

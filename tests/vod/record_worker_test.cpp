@@ -135,6 +135,35 @@ TEST_F(RecordWorkerTest, SessionsOutliveTheirLinkAndBelongToAll)
     EXPECT_EQ(s_fake_index.open_count(), 0u);
 }
 
+TEST_F(RecordWorkerTest, WhoReadsOrClosesTheSessionOfAnotherIsTold)
+{
+    s_fake_index.records = {fake_record("a.rec"), fake_record("b.rec"), fake_record("c.rec")};
+    mslink.peer_name = "10.0.0.1:1000";
+    open_search();
+    command(next(1, 1));
+    work();
+    EXPECT_EQ(log.count_containing("the session 1 of"), 0u);
+    MsLink other;
+    other.peer_name = "10.0.0.2:2000";
+    read(other, res_package(0x8006, ""));
+    read(other, command_package(next(1, 1)));
+    read(other, command_package(next(1, 1)));
+    work();
+    EXPECT_EQ(log.count("the session 1 of 10.0.0.1:1000 is read by 10.0.0.2:2000", LOG_REFUSE), 1u);
+    read(other, command_package(close(1)));
+    work();
+    EXPECT_EQ(log.count("the session 1 of 10.0.0.1:1000 is closed by 10.0.0.2:2000", LOG_REFUSE), 1u);
+    EXPECT_EQ(s_fake_index.open_count(), 0u);
+}
+
+TEST_F(RecordWorkerTest, ItsOwnerClosesASessionWithoutAWord)
+{
+    open_search();
+    command(close(1));
+    work();
+    EXPECT_EQ(log.count_containing("the session 1 of"), 0u);
+}
+
 TEST_F(RecordWorkerTest, ASessionCannotBeClosedWhileItIsRead)
 {
     s_fake_index.records = {fake_record("a.rec")};
