@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the libraries that Debian has no mingw packages of, for Windows x64: static, from Debian's own source packages,
-# into a cache folder outside the checkout. What is there in the version that Debian has now is left alone.
+# into a cache folder outside the checkout. What was built from the version that Debian has now, by the recipe that stands
+# here now, is left alone. A recipe installs into a folder of its own, which goes into the prefix when it is whole.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 . scripts/common.sh
@@ -28,7 +29,11 @@ esac
 host=x86_64-w64-mingw32
 toolchain=$PWD/cmake/mingw-toolchain.cmake
 jobs=$(nproc)
+export DESTDIR=$cache/staged # of the recipe that runs; every install goes there first
+staged=$DESTDIR$prefix
 mkdir -p "$cache/sources" "$cache/logs" "$prefix/lib/pkgconfig" "$prefix/include" "$prefix/stamps"
+exec 9>"$cache/lock"
+flock 9 # two runs at once would build over each other
 
 # ---- Debian's source packages, through lists of our own: the machine's configuration stays as it is -------------------
 
@@ -56,7 +61,9 @@ Suites: $3
 Components: main
 Signed-By: /usr/share/keyrings/debian-archive-keyring.gpg
 TEXT
-  with_sources "$1" apt-get update -qq || fail "Debian's lists of sources cannot be fetched; is the network there?"
+  with_sources "$1" apt-get update -qq && return
+  compgen -G "$cache/lists-$1/*_Sources*" >/dev/null || fail "Debian's lists of sources cannot be fetched; is the network there?"
+  say "Debian's lists of sources cannot be fetched; those of an earlier run are used"
 }
 
 source_version() {
@@ -93,18 +100,62 @@ unpack_source() {
 
 # ---- Building -------------------------------------------------------------------------------------------------------------
 
-# build PACKAGE FUNCTION: runs FUNCTION in the unpacked source unless this version was built by this very recipe.
+# What a library was built from and by: the source's version, the recipe with all it calls, the compiler, and the same of
+# the libraries that it was built on.
+# stamp_of VERSION RECIPE [PACKAGE...]
+stamp_of() {
+  local version=$1 recipe=$2
+  shift 2
+  {
+    declare -f "$recipe" cmake_static install_staged
+    cat "$toolchain"
+    "$host-gcc-posix" --version
+    [ $# -eq 0 ] || (cd "$prefix/stamps" && cat "$@")
+  } | sha256sum | sed "s/^\(.\{16\}\).*/$version \1/"
+}
+
+# Takes out of the prefix what an earlier build of the package put there.
+take_out() {
+  local package=$1 list=$prefix/stamps/$1.files
+  [ ! -f "$list" ] || (cd "$prefix" && xargs -r -d '\n' rm -f <"$list")
+  rm -f "$list"
+}
+
+# The stamp goes first and comes last, so that a prefix left in the middle is built again.
+put_in() {
+  local package=$1 stamp=$2
+  rm -f "$prefix/stamps/$package"
+  take_out "$package"
+  (cd "$staged" && find . \( -type f -o -type l \)) >"$prefix/stamps/$package.files"
+  # The shared runtime is none of ours.
+  find "$staged" -name '*.pc' -exec sed -i 's/ -lgcc_s\b//g' {} +
+  cp -a "$staged/." "$prefix/"
+  printf '%s\n' "$stamp" >"$prefix/stamps/$package"
+}
+
+# build PACKAGE RECIPE [PACKAGE...]: runs RECIPE in the unpacked source unless it was built by this very recipe from this
+# version, on the further packages as they are now.
 build() {
   local package=$1 recipe=$2 version stamp folder log=$cache/logs/$1.log
+  shift 2
   version=$(source_version "$package")
   [ -n "$version" ] || fail "Debian has no source package $package"
-  stamp="$version $(declare -f "$recipe" cmake_static | sha256sum | cut -c 1-16)"
+  stamp=$(stamp_of "$version" "$recipe" "$@")
   [ "$(cat "$prefix/stamps/$package" 2>/dev/null)" = "$stamp" ] && return
   say "building $package $version for Windows"
   folder=$(unpack_source "$package")
+  rm -rf "$DESTDIR"
+  mkdir -p "$staged/lib/pkgconfig" "$staged/include"
   (cd "$folder" && "$recipe") >"$log" 2>&1 || { tail -n 40 "$log" >&2; fail "$package did not build; see $log"; }
-  printf '%s\n' "$stamp" >"$prefix/stamps/$package"
-  rm -rf "$cache/sources/$package"
+  put_in "$package" "$stamp"
+  rm -rf "$cache/sources/$package" "$DESTDIR"
+}
+
+# install_staged FOLDER FILE...: for sources whose own installing knows no Windows.
+install_staged() {
+  local folder=$1
+  shift
+  cp "$@" "$staged/$folder/"
 }
 
 # cmake_static SOURCE [OPTION...]
@@ -154,14 +205,16 @@ build_lmdb() {
   sed -i 's/OpenProcess(env->me_pidquery, /OpenProcess(env->me_pidquery | SYNCHRONIZE, /' "$folder/mdb.c"
   "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/mdb.c" -o mdb.o &&
     "$host-gcc-posix" -O2 -DNDEBUG -c "$folder/midl.c" -o midl.o &&
-    "$host-ar" rcs "$prefix/lib/liblmdb.a" mdb.o midl.o &&
-    cp "$folder/lmdb.h" "$prefix/include/" &&
+    "$host-ar" rcs liblmdb.a mdb.o midl.o &&
+    install_staged lib liblmdb.a &&
+    install_staged include "$folder/lmdb.h" &&
     printf 'prefix=%s\nName: liblmdb\nDescription: ordered key-value store\nVersion: %s\nLibs: -L${prefix}/lib -llmdb -lntdll -ladvapi32\nCflags: -I${prefix}/include\n' \
-      "$prefix" "$(source_version lmdb | sed 's/-.*//')" >"$prefix/lib/pkgconfig/lmdb.pc"
+      "$prefix" "$(source_version lmdb | sed 's/-.*//')" >"$staged/lib/pkgconfig/lmdb.pc"
 }
 
 # Of PostgreSQL only what programs talk to servers with, without encryption: on Windows such servers stand in the same
-# network. What its own recipe calls libpq.a leads to a DLL.
+# network. What its own recipe calls libpq.a leads to a DLL. Its stand-ins for POSIX mutexes bear the names of those that
+# the compiler's runtime has; one set can be linked, and both are a pointer that starts as null, so the runtime's serve.
 build_libpq() {
   ./configure --host="$host" --prefix="$prefix" --without-readline --without-zlib --without-icu --without-openssl \
     CC="$host-gcc-posix" AR="$host-ar" RANLIB="$host-ranlib" &&
@@ -169,12 +222,12 @@ build_libpq() {
     make -j "$jobs" -C src/port libpgport_shlib.a &&
     make -j "$jobs" -C src/common libpgcommon_shlib.a &&
     make -j "$jobs" -C src/interfaces/libpq libpq.a &&
-    rm -f "$prefix/lib/libpq.a" src/interfaces/libpq/libpqrc.o &&
-    "$host-ar" rcs "$prefix/lib/libpq.a" src/interfaces/libpq/*.o &&
-    cp src/port/libpgport_shlib.a "$prefix/lib/libpgport.a" &&
-    cp src/common/libpgcommon_shlib.a "$prefix/lib/libpgcommon.a" &&
-    cp src/interfaces/libpq/libpq-fe.h src/include/postgres_ext.h src/include/pg_config_ext.h "$prefix/include/" &&
-    cat >"$prefix/lib/pkgconfig/libpq.pc" <<TEXT
+    rm -f src/interfaces/libpq/libpqrc.o src/interfaces/libpq/pthread-win32.o &&
+    "$host-ar" rcs "$staged/lib/libpq.a" src/interfaces/libpq/*.o &&
+    cp src/port/libpgport_shlib.a "$staged/lib/libpgport.a" &&
+    cp src/common/libpgcommon_shlib.a "$staged/lib/libpgcommon.a" &&
+    install_staged include src/interfaces/libpq/libpq-fe.h src/include/postgres_ext.h src/include/pg_config_ext.h &&
+    cat >"$staged/lib/pkgconfig/libpq.pc" <<TEXT
 Name: libpq
 Description: PostgreSQL's client library
 Version: 15
@@ -243,25 +296,19 @@ TEXT
   if [ -f /usr/share/common-licenses/GPL-2 ]; then cp /usr/share/common-licenses/GPL-2 "$folder/GPL-2.txt"; fi
 }
 
-# The shared runtime is none of ours.
-tidy_descriptions() {
-  sed -i 's/ -lgcc_s\b//g' "$prefix"/lib/pkgconfig/*.pc
-}
-
 install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_WINDOWS[@]}"
 update_source_lists bookworm "bookworm bookworm-updates" bookworm-security
 build json-c build_json_c
 build libxml2 build_libxml2
 build fmtlib build_fmtlib
-build spdlog build_spdlog
+build spdlog build_spdlog fmtlib
 build googletest build_googletest
 build rapidcheck build_rapidcheck
 build lmdb build_lmdb
 build postgresql-15 build_libpq
 build x264 build_x264
 build x265 build_x265
-build ffmpeg build_ffmpeg
-tidy_descriptions
+build ffmpeg build_ffmpeg x264 x265
 copy_headers
 copy_licences
 printf '%s\n' "$prefix"
