@@ -29,11 +29,10 @@ esac
 host=x86_64-w64-mingw32
 toolchain=$PWD/cmake/mingw-toolchain.cmake
 jobs=$(nproc)
-export DESTDIR=$cache/staged # of the recipe that runs; every install goes there first
-staged=$DESTDIR$prefix
-mkdir -p "$cache/sources" "$cache/logs" "$prefix/lib/pkgconfig" "$prefix/include" "$prefix/stamps"
+mkdir -p "$cache"
 exec 9>"$cache/lock"
 flock 9 # two runs at once would build over each other
+. scripts/build_cache.sh
 
 # ---- Debian's source packages, through lists of our own: the machine's configuration stays as it is -------------------
 
@@ -100,55 +99,10 @@ unpack_source() {
 
 # ---- Building -------------------------------------------------------------------------------------------------------------
 
-# What a library was built from and by: the source's version, the recipe with all it calls, the compiler, and the same of
-# the libraries that it was built on.
-# stamp_of VERSION RECIPE [PACKAGE...]
-stamp_of() {
-  local version=$1 recipe=$2
-  shift 2
-  {
-    declare -f "$recipe" cmake_static install_staged
-    cat "$toolchain"
-    "$host-gcc-posix" --version
-    [ $# -eq 0 ] || (cd "$prefix/stamps" && cat "$@")
-  } | sha256sum | sed "s/^\(.\{16\}\).*/$version \1/"
-}
-
-# Takes out of the prefix what an earlier build of the package put there.
-take_out() {
-  local package=$1 list=$prefix/stamps/$1.files
-  [ ! -f "$list" ] || (cd "$prefix" && xargs -r -d '\n' rm -f <"$list")
-  rm -f "$list"
-}
-
-# The stamp goes first and comes last, so that a prefix left in the middle is built again.
-put_in() {
-  local package=$1 stamp=$2
-  rm -f "$prefix/stamps/$package"
-  take_out "$package"
-  (cd "$staged" && find . \( -type f -o -type l \)) >"$prefix/stamps/$package.files"
-  # The shared runtime is none of ours.
-  find "$staged" -name '*.pc' -exec sed -i 's/ -lgcc_s\b//g' {} +
-  cp -a "$staged/." "$prefix/"
-  printf '%s\n' "$stamp" >"$prefix/stamps/$package"
-}
-
-# build PACKAGE RECIPE [PACKAGE...]: runs RECIPE in the unpacked source unless it was built by this very recipe from this
-# version, on the further packages as they are now.
-build() {
-  local package=$1 recipe=$2 version stamp folder log=$cache/logs/$1.log
-  shift 2
-  version=$(source_version "$package")
-  [ -n "$version" ] || fail "Debian has no source package $package"
-  stamp=$(stamp_of "$version" "$recipe" "$@")
-  [ "$(cat "$prefix/stamps/$package" 2>/dev/null)" = "$stamp" ] && return
-  say "building $package $version for Windows"
-  folder=$(unpack_source "$package")
-  rm -rf "$DESTDIR"
-  mkdir -p "$staged/lib/pkgconfig" "$staged/include"
-  (cd "$folder" && "$recipe") >"$log" 2>&1 || { tail -n 40 "$log" >&2; fail "$package did not build; see $log"; }
-  put_in "$package" "$stamp"
-  rm -rf "$cache/sources/$package" "$DESTDIR"
+build_inputs() {
+  declare -f cmake_static install_staged
+  cat "$toolchain"
+  "$host-gcc-posix" --version
 }
 
 # install_staged FOLDER FILE...: for sources whose own installing knows no Windows.
@@ -296,6 +250,11 @@ TEXT
   if [ -f /usr/share/common-licenses/GPL-2 ]; then cp /usr/share/common-licenses/GPL-2 "$folder/GPL-2.txt"; fi
 }
 
+# The shared runtime is none of ours.
+tidy_descriptions() {
+  sed -i 's/ -lgcc_s\b//g' "$prefix"/lib/pkgconfig/*.pc
+}
+
 install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_WINDOWS[@]}"
 update_source_lists bookworm "bookworm bookworm-updates" bookworm-security
 build json-c build_json_c
@@ -309,6 +268,7 @@ build postgresql-15 build_libpq
 build x264 build_x264
 build x265 build_x265
 build ffmpeg build_ffmpeg x264 x265
+tidy_descriptions
 copy_headers
 copy_licences
 printf '%s\n' "$prefix"
