@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and runs every test: natively, then as Windows programs. Ends with the summary.
+# Installs what is missing, builds, and runs the tests natively; with --all as Windows programs too. Ends with the summary.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 . scripts/common.sh
 
 usage() {
   cat <<'TEXT'
-usage: ./test.sh [--no-windows] [--preset NAME] [--only PATTERN] [--jobs N]
+usage: ./test.sh [--all] [--sanitizers] [--preset NAME] [--threads] [--only PATTERN] [--jobs N]
 
-  --no-windows    leave out the second half: the Windows build, its tests under Wine, and those between both hosts
-  --preset NAME   one build only: debug (which the first half is), asan (address and undefined behaviour),
-                  tsan (data races), release, coverage, mingw (which the second half is)
+Without arguments: the native suite (preset debug).
+  --all           adds the Windows build, its tests under Wine, and those between both hosts
+  --sanitizers    the native suite under address and undefined-behaviour sanitizers instead (preset asan), and once more
+                  the tests that start threads under the one for data races (preset tsan)
+  --preset NAME   one build only: debug, asan, tsan, release, coverage, mingw (the Windows programs)
+  --threads       of a --preset only the tests that start threads; nothing else is built
   --only PATTERN  only tests whose name matches this regular expression
   --jobs N        tests that run at once (default: one for each processor)
 
@@ -24,22 +27,27 @@ wrong_arguments() {
   exit 64
 }
 
-presets=(debug mingw) only=. jobs=$(nproc)
+all=no sanitizers=no preset="" threads=no only=. jobs=$(nproc)
 while [ $# -gt 0 ]; do
   case "$1" in
-    --no-windows) presets=(debug); shift ;;
-    --preset) presets=("${2:-}"); shift 2 || wrong_arguments "--preset wants a name" ;;
+    --all) all=yes; shift ;;
+    --sanitizers) sanitizers=yes; shift ;;
+    --threads) threads=yes; shift ;;
+    --preset) preset=${2:-}; shift 2 || wrong_arguments "--preset wants a name" ;;
     --only) only=${2:-}; shift 2 || wrong_arguments "--only wants a pattern" ;;
     --jobs) jobs=${2:-}; shift 2 || wrong_arguments "--jobs wants a number" ;;
     -h | --help) usage; exit 0 ;;
     *) wrong_arguments "unknown argument $1" ;;
   esac
 done
-case "${presets[0]}" in
-  debug | asan | tsan | release | coverage | mingw) ;;
-  *) wrong_arguments "no such preset: ${presets[0]}" ;;
+case "$preset" in
+  "") [ "$threads" = no ] || wrong_arguments "--threads goes with --preset" ;;
+  debug | asan | tsan | release | coverage | mingw)
+    [ "$all$sanitizers" = nono ] || wrong_arguments "--preset names one build; leave out --all and --sanitizers" ;;
+  *) wrong_arguments "no such preset: $preset" ;;
 esac
 [[ "$jobs" =~ ^[1-9][0-9]*$ ]] || wrong_arguments "--jobs wants a number, not $jobs"
+[ -n "$only" ] || wrong_arguments "--only wants a pattern"
 
 log=$(mktemp)
 trap 'rm -f "$log"; end_wine' EXIT
@@ -89,6 +97,7 @@ summarise() {
   fi
 }
 
+# Tests of both hosts together are left to test_cross.
 test_preset() {
   local preset=$1 stages=""
   if [ "$preset" = mingw ]; then
@@ -102,22 +111,40 @@ test_preset() {
   summarise "$preset"
 }
 
+# Only the programs whose tests start threads are built.
+test_threads() {
+  local preset=$1 stages=""
+  stage build build_preset "$preset" thread_tests
+  stage tests run_tests "$preset, threads" "$preset" --label-regex threads
+  summarise "$preset"
+}
+
 # Programs of one host against those of the other.
 test_cross() {
-  local stages=""
-  stage tests run_tests cross debug --label-regex '^cross$'
+  local native=$1 stages=""
+  stage tests run_tests cross "$native" --label-regex '^cross$'
   summarise cross
 }
 
+# Before anything is configured: what is found decides what is built.
 install_packages "${PACKAGES_BUILD[@]}" "${PACKAGES_TEST[@]}"
-case "${presets[*]}" in *mingw*) install_packages "${PACKAGES_WINDOWS[@]}" ;; esac
-for preset in "${presets[@]}"; do
-  test_preset "$preset"
-done
-[ ${#presets[@]} -eq 1 ] || test_cross
+[ "$all" = no ] && [ "$preset" != mingw ] || install_packages "${PACKAGES_WINDOWS[@]}"
+
+native=debug
+[ "$sanitizers" = no ] || native=asan
+if [ "$threads" = yes ]; then
+  test_threads "$preset"
+else
+  test_preset "${preset:-$native}"
+fi
+[ "$sanitizers" = no ] || test_threads tsan
+if [ "$all" = yes ]; then
+  test_preset mingw
+  test_cross "$native"
+fi
+
 [ "$total" -gt 0 ] || fail "no test has a name that matches $only"
 printf '\n'
 printf '%s\n' "${summary[@]}"
-[ ${#presets[@]} -eq 1 ] || printf '%s%% tests passed, %s tests failed out of %s\n' \
-  $(((total - failed) * 100 / total)) "$failed" "$total"
+printf '%s%% tests passed, %s tests failed out of %s\n' $(((total - failed) * 100 / total)) "$failed" "$total"
 [ "$passed" = yes ]

@@ -1,16 +1,24 @@
-# vod_add_test(<name> SOURCES <files> LIBS <targets> [LABELS <labels>] [FIXTURES <fixtures>] [SERIAL])
-# One test program; every test case in it becomes a test of its own, so that they run in parallel.
+# vod_add_test(<name> SOURCES <files> LIBS <targets> [LABELS <labels>] [FIXTURES <fixtures>] [SERIAL] [THREADS])
+# One test program; every test case in it becomes a test of its own, so that they run in parallel. THREADS: its tests, or
+# programs of ours that they start, have several threads; the target thread_tests builds all of those.
 include(GoogleTest)
 
+add_custom_target(thread_tests)
+
 function(vod_add_test name)
-  cmake_parse_arguments(ARG "SERIAL" "TIMEOUT" "SOURCES;LIBS;LABELS;FIXTURES" ${ARGN})
+  cmake_parse_arguments(ARG "SERIAL;THREADS" "TIMEOUT" "SOURCES;LIBS;LABELS;FIXTURES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE vod_settings ${ARG_LIBS} vod_test_support)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
   set(properties TIMEOUT ${ARG_TIMEOUT})
+  if(ARG_THREADS)
+    list(APPEND ARG_LABELS threads)
+    add_dependencies(thread_tests ${name})
+  endif()
   if(ARG_LABELS)
+    list(JOIN ARG_LABELS "+" ARG_LABELS) # gtest_discover_tests takes no lists as values
     list(APPEND properties LABELS "${ARG_LABELS}")
   endif()
   if(ARG_FIXTURES)

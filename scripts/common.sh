@@ -41,11 +41,15 @@ install_packages() {
     fail "not all packages could be installed: ${missing[*]}"
 }
 
-# Configures a preset when that was not done yet, and builds the named targets of it (all without names).
+# The compiler's cache takes what another checkout of the same sources compiled.
+export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
+
+# Configures a preset, since a package may have come since the last time, and builds the named targets of it (all without
+# names).
 build_preset() {
   local preset=$1
   shift
   say "building ($preset)"
-  [ -f "build/$preset/build.ninja" ] || cmake --preset "$preset" >/dev/null || fail "cmake --preset $preset failed"
+  cmake --preset "$preset" >/dev/null || fail "cmake --preset $preset failed"
   cmake --build --preset "$preset" ${1:+--target "$@"} || fail "the build failed; the first error above is the cause"
 }
