@@ -1,7 +1,11 @@
 #include "tools/vod_svr/svr_settings.h"
 
 #include "platform/json/json.h"
-#include "platform/os/os.h"
+#include "platform/os/os_guard.h"
+#include "tools/vod_svr/known_keys.h"
+
+#include <algorithm>
+#include <iterator>
 
 static constexpr char SVR_CONFIG[] = "etc\\conf\\vod_svr.json";
 static constexpr size_t STORE_ADDRESS_MAX = 1023;
@@ -19,35 +23,45 @@ static void log_settings_read(json_object *log, svr_settings *settings)
 }
 
 // The libraries take a file that they cannot read for a missing one. Here that would drop limits, access rules among
-// them, that somebody wrote down: the process rather does not start.
-static bool config_is_usable(const char *name, std::string *error)
+// them, that somebody wrote down: the process rather does not start. A key that stands twice or that nobody reads is
+// told, whatever it is.
+static bool config_look(const char *name, svr_settings *settings, std::string *error)
 {
-    os_file_info info;
-    std::string path = std::string("etc\\conf\\") + name;
-    if (!os_file_stat(path.c_str(), 0, &info))
+    json_file_report report;
+    std::string path = std::string("etc\\conf\\") + name, shown = std::string("etc/conf/") + name;
+    json_ref config(json_object_from_file_told(path.c_str(), &report));
+    if (!report.is_there)
         return true;
-    json_ref config(json_object_from_file_ex(path.c_str()));
-    if (config != nullptr && json_object_is_type(config.get(), json_type_object))
-        return true;
-    *error = std::string("etc/conf/") + name + " is no JSON object; correct it or take it away";
-    return false;
+    if (!json_object_is_type(config.get(), json_type_object)) {
+        std::string why = *report.error == '\0' ? "it is another value" : report.error;
+        *error = shown + " is no JSON object (" + why + "); correct it or take it away";
+        return false;
+    }
+    if (*report.repeated != '\0')
+        settings->findings.push_back("\"" + std::string(report.repeated) + "\" stands twice in " + shown +
+                                     ", the last one counts");
+    std::ranges::copy(key_findings(name, config.get()), std::back_inserter(settings->findings));
+    return true;
+}
+
+static void svr_config_read(json_object *config, svr_settings *settings)
+{
+    if (const char *charset = json_object_get_field_string(config, "fs_charset"))
+        settings->fs_charset = charset;
+    if (const char *store = json_object_get_field_string(config, "store"))
+        settings->store = store;
+    json_object *log = nullptr;
+    if (json_object_object_get_ex(config, "log", &log))
+        log_settings_read(log, settings);
 }
 
 bool svr_settings_read(svr_settings *settings, std::string *error)
 {
     for (const char *name : {"vod_svr.json", "ms_config.json", "vod_config.json"})
-        if (!config_is_usable(name, error))
+        if (!config_look(name, settings, error))
             return false;
-    json_ref config(json_object_from_file_ex(SVR_CONFIG));
-    if (config == nullptr)
-        return true;
-    if (const char *charset = json_object_get_field_string(config.get(), "fs_charset"))
-        settings->fs_charset = charset;
-    if (const char *store = json_object_get_field_string(config.get(), "store"))
-        settings->store = store;
-    json_object *log = nullptr;
-    if (json_object_object_get_ex(config.get(), "log", &log))
-        log_settings_read(log, settings);
+    if (json_ref config(json_object_from_file_ex(SVR_CONFIG)); config != nullptr)
+        svr_config_read(config.get(), settings);
     if (settings->log_level < 1 || settings->log_level > 5) {
         *error = "log.level in etc/conf/vod_svr.json must be 1 to 5";
         return false;
@@ -87,5 +101,7 @@ bool svr_settings_apply(const svr_settings &settings, std::string *error)
         *error = "the log cannot be opened: " + settings.log_file + "; see log.file in etc/conf/vod_svr.json";
         return false;
     }
+    for (const std::string &finding : settings.findings)
+        LOG(LOG_SYSTEM, "%s", finding.c_str());
     return true;
 }

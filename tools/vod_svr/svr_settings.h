@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 struct svr_settings {
     std::string fs_charset = "GB18030"; // of names in the host's file system
@@ -16,6 +17,8 @@ struct svr_settings {
     std::string log_file; // empty: none
     uint64_t log_file_bytes = 10u << 20;
     int log_file_count = 5;
+    // What stands in the three files without effect, a line of words each; to be logged once there is a log.
+    std::vector<std::string> findings;
 };
 
 // False when one of the three files is there but cannot be used; `error` then says what to change. A missing file gives
