@@ -12,7 +12,7 @@ bool frame_peek(file_window *window, int64_t offset, int64_t end, found_frame *f
         return false;
     std::span<const uint8_t> bytes =
         window_bytes(window, offset, AVFILTER_FRAME_HEAD_SIZE, std::max(window->peek_bytes, LARGE_FRAMES_PEEK));
-    found_frame found = {.offset = offset, .header = {}};
+    found_frame found = {.offset = offset, .header = {}, .uncounted_bytes = 0};
     if (bytes.size() < AVFILTER_FRAME_HEAD_SIZE || !frame_header_load(bytes.data(), &found.header) ||
         found.end() > end)
         return false;
@@ -31,13 +31,37 @@ static bool frame_is_followed(file_window *window, const found_frame &frame, int
     return static_cast<int64_t>(bytes.size()) >= wanted && frame_id_matches(bytes.data(), wanted);
 }
 
+static bool has_escaped_message(file_window *window, const found_frame &frame)
+{
+    const int64_t video = frame.offset + AVFILTER_FRAME_HEAD_SIZE;
+    return message_is_escaped(window_bytes(window, video, MESSAGE_BYTES_MAX, MESSAGE_BYTES_MAX));
+}
+
+// Whether the frame is good, and where it ends: behind a message that needed escape bytes somewhat later than its header
+// says. The message is only looked at where the header's end leads to no whole identifier.
+static bool frame_settle_end(file_window *window, found_frame *frame, int64_t end)
+{
+    // A time takes one, by the rule of the coders two; a third costs nothing.
+    static constexpr int64_t UNCOUNTED_MAX = 3;
+    const int64_t left = end - frame->end();
+    const bool is_followed = frame_is_followed(window, *frame, end);
+    if (is_followed && (left == 0 || left >= static_cast<int64_t>(sizeof(FRAME_ID))))
+        return true;
+    const int64_t extra_max = left > 0 && has_escaped_message(window, *frame) ? std::min(left, UNCOUNTED_MAX) : 0;
+    for (frame->uncounted_bytes = 1; frame->uncounted_bytes <= extra_max; frame->uncounted_bytes++)
+        if (frame_is_followed(window, *frame, end))
+            return true;
+    frame->uncounted_bytes = 0;
+    return is_followed;
+}
+
 bool frame_next(file_window *window, const frame_area &area, found_frame *frame)
 {
     const int64_t start_limit = std::min(area.start_limit, area.start + RESYNC_MAX);
     int64_t offset = area.start;
     while (offset >= 0 && offset < start_limit && !window->failed) {
         found_frame found;
-        if (frame_peek(window, offset, area.end, &found) && frame_is_followed(window, found, area.end)) {
+        if (frame_peek(window, offset, area.end, &found) && frame_settle_end(window, &found, area.end)) {
             *frame = found;
             return true;
         }

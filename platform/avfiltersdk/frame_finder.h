@@ -11,7 +11,8 @@ constexpr int64_t RESYNC_MAX = 64 << 20;
 struct found_frame {
     int64_t offset;
     frame_header header;
-    int64_t bytes() const { return AVFILTER_FRAME_HEAD_SIZE + int64_t{header.payload_bytes}; }
+    int64_t uncounted_bytes; // escape bytes of an absolute-time message, which the header leaves out
+    int64_t bytes() const { return AVFILTER_FRAME_HEAD_SIZE + int64_t{header.payload_bytes} + uncounted_bytes; }
     int64_t end() const { return offset + bytes(); }
     bool is_key() const { return header.type == AVFRAME_TYPE_KEY; }
 };
@@ -23,7 +24,8 @@ struct frame_area {
 
 enum frame_order { ORDER_TIME, ORDER_NUMBER };
 
-// The frame header at exactly `offset`, plausible and with room for its frame before `end`; what follows is not looked at.
+// The frame header at exactly `offset`, plausible and with room for its frame before `end`; what follows is not looked
+// at, so bytes that the header does not count are not known yet.
 bool frame_peek(file_window *window, int64_t offset, int64_t end, found_frame *frame);
 // The first good frame of the area. False also when a read fails, which the window then tells.
 bool frame_next(file_window *window, const frame_area &area, found_frame *frame);

@@ -1,5 +1,6 @@
 #include "platform/avfiltersdk/frame_format.h"
 
+#include "comm_func/orb_userdata.h"
 #include "platform/os/os_guard.h"
 
 #include <algorithm>
@@ -150,4 +151,22 @@ void frame_header_store(uint8_t *bytes, const frame_header &header)
     wire_store(bytes + 24, header.audio_frames);
     wire_store(bytes + 26, header.audio_frame_bytes);
     bytes[28] = header.audio_coder;
+}
+
+static bool has_escape(std::span<const uint8_t> bytes)
+{
+    static constexpr uint8_t ESCAPED[] = {0, 0, 3};
+    return !std::ranges::search(bytes, ESCAPED).empty();
+}
+
+bool message_is_escaped(std::span<const uint8_t> video)
+{
+    for (int mode : {AVMODE_H264, AVMODE_H265}) {
+        uint8_t flag[8];
+        const auto flag_bytes = static_cast<size_t>(get_userdata_flag(mode, flag, nullptr));
+        flag[flag_bytes] = sizeof(SeiAbsTimeUserData); // behind the flag stands the size of what follows
+        if (video.size() > flag_bytes && std::equal(flag, flag + flag_bytes + 1, video.begin()))
+            return has_escape(video.first(std::min<size_t>(video.size(), MESSAGE_BYTES_MAX)).subspan(flag_bytes));
+    }
+    return false;
 }

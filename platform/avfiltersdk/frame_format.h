@@ -4,6 +4,7 @@
 #include "platform/avfiltersdk/avfilterwriter.h"
 
 #include <cstdint>
+#include <span>
 
 constexpr uint32_t FRAME_ID = 0xE5020000; // in the file 00 00 02 E5, see docs/recording-format.md
 constexpr int64_t FRAMES_OFFSET = AVFILTER_FILE_HEAD_SIZE;
@@ -38,6 +39,11 @@ bool file_header_is_readable(const file_header &header);
 bool frame_header_load(const uint8_t *bytes, frame_header *header);
 void frame_header_store(uint8_t *bytes, const frame_header &header);
 bool frame_id_matches(const uint8_t *bytes, int64_t available);
+
+// The absolute-time message at the start of a key frame's video, with the escape bytes that it can need.
+constexpr int64_t MESSAGE_BYTES_MAX = 28;
+// Whether `video` begins with one that needed escape bytes: its writer leaves these out of the frame's sizes.
+bool message_is_escaped(std::span<const uint8_t> video);
 
 bool utc_time_is_zero(const AVUtcTime &time);
 // Seconds since 1970 of the fields as if they were UTC; 0 when they are all zero or no date.

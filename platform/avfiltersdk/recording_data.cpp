@@ -46,7 +46,7 @@ static int64_t delivered_bytes(const recording *rec, const found_frame &frame)
     uint8_t out[HEAD_WITH_ABS_TIME_MAX];
     if (!gets_abs_time(rec, frame))
         return frame.bytes();
-    return frame.header.payload_bytes + int64_t{add_abs_time(rec, frame, head, out)};
+    return frame.bytes() - AVFILTER_FRAME_HEAD_SIZE + add_abs_time(rec, frame, head, out);
 }
 
 static bool add_head_with_abs_time(delivery *out, const found_frame &frame)
