@@ -66,6 +66,19 @@ TEST_P(MediaTest, WhatArrivesDecodesToTheFramesThatWereImported)
     }
 }
 
+TEST_P(MediaTest, ASavedRecordingWithInsertedTimeIsSound)
+{
+    // A second whose time needs escape bytes in the message.
+    ASSERT_EQ(orbrec(service.folder(), "import --start '2026-03-02 03:12:00' film.mp4 -o escaped.rec").status, 0);
+    name = "escaped.rec";
+    play_into("timed.rec", {"--abs-time"});
+    tool_result verify = orbrec(service.folder(), "verify --decode timed.rec");
+    EXPECT_EQ(verify.status, 0) << verify.out;
+    EXPECT_NE(verify.out.find("75 frames"), std::string::npos) << verify.out;
+    json_result facts = json_of(orbrec(service.folder(), "info --json timed.rec").out);
+    EXPECT_EQ(json_int(facts, "frames"), FRAMES);
+}
+
 TEST_P(MediaTest, InsertedTimeAndSeeksLeaveVideoThatDecodes)
 {
     play_into("timed.mp4", {"--abs-time"});

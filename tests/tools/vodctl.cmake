@@ -5,7 +5,7 @@ vod_add_test(vodctl_unit_test
   SOURCES ${VODCTL_TESTS}/vodctl_find_text_test.cpp ${VODCTL_TESTS}/vodctl_frame_counter_test.cpp
           ${VODCTL_TESTS}/vodctl_state_text_test.cpp
           ${VODCTL_TESTS}/vodctl_values_test.cpp ${VODCTL_TESTS}/vodctl_recording.cpp
-  LIBS vodctl_commands)
+  LIBS vodctl_commands orb_userdata)
 
 vod_add_test(vodctl_test
   SOURCES ${VODCTL_TESTS}/vodctl_find_test.cpp ${VODCTL_TESTS}/vodctl_play_test.cpp

@@ -2,6 +2,9 @@
 
 #include "tests/tools/vodctl_recording.h"
 
+#include "comm_func/orb_userdata.h"
+#include "platform/os/os_guard.h"
+
 #include <gtest/gtest.h>
 #include <rapidcheck.h>
 
@@ -109,4 +112,39 @@ TEST(FrameCounterTest, ThePiecesDoNotMatter)
         RC_ASSERT(flow(&counter, recording_frames_bytes(0, 9, extra), piece) ==
                   with_head(recording_frames_bytes(0, limit, extra)));
     });
+}
+
+// A key frame that was given a time on its way, as the service gives it.
+static byte_list frame_with_time(uint32_t number, uint32_t seconds)
+{
+    byte_list frame = recording_frame_bytes(number), timed(frame.size() + 64);
+    const int size = add_new_abstime_sei(21, frame.data(), static_cast<int>(frame.size()), timed.data(),
+                                         static_cast<int>(timed.size()), seconds);
+    timed.resize(static_cast<size_t>(size));
+    return timed;
+}
+
+TEST(FrameCounterTest, TrueSizesCountTheEscapeBytesOfAnInsertedTime)
+{
+    static constexpr uint32_t NEEDS_AN_ESCAPE = 0x69A50100;
+    byte_list damage(40, 0xAB), plain = recording_frame_bytes(1), timed = frame_with_time(0, NEEDS_AN_ESCAPE);
+    byte_list expected_timed = timed;
+    const auto size = static_cast<uint32_t>(timed.size() - 32);
+    ASSERT_EQ(wire_load<uint32_t>(timed.data() + 4), size - 1);
+    wire_store(expected_timed.data() + 4, size);
+    wire_store(expected_timed.data() + 20, size);
+    byte_list frames, expected;
+    for (const byte_list *part : {&timed, &plain, &damage, &timed, &plain}) {
+        frames.insert(frames.end(), part->begin(), part->end());
+        const byte_list &kept = part == &timed ? expected_timed : *part;
+        expected.insert(expected.end(), kept.begin(), kept.end());
+    }
+    for (size_t piece : {1, 7, 100, 10'000}) {
+        frame_counter counter({}, frame_sizes::true_ones), untouched({});
+        EXPECT_EQ(flow(&counter, frames, piece), with_head(expected)) << piece;
+        EXPECT_EQ(counter.totals().frames, 4u);
+        EXPECT_EQ(flow(&untouched, frames, piece), with_head(frames)) << piece;
+    }
+    frame_counter limited({.frames_max = 1}, frame_sizes::true_ones);
+    EXPECT_EQ(flow(&limited, frames, 100), with_head(expected_timed));
 }

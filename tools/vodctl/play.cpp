@@ -1,5 +1,5 @@
 // vodctl play: one recording from the service into a file or a pipe.
-#include "platform/os/os.h"
+#include "platform/os/os_guard.h"
 #include "tools/vodctl/frame_counter.h"
 #include "tools/vodctl/output.h"
 #include "tools/vodctl/progress.h"
@@ -10,6 +10,12 @@
 #include <limits>
 
 enum class play_end { running, complete, limit, interrupted, write_failed };
+
+// Only a saved recording has sizes, and without inserted time those that came are true.
+static frame_sizes sizes_of(const play_settings &play)
+{
+    return play.insert_abstime && play.format == play_format::rec ? frame_sizes::true_ones : frame_sizes::as_they_came;
+}
 
 namespace {
 struct play_run {
@@ -24,7 +30,7 @@ struct play_run {
     play_end end = play_end::running;
 
     play_run(const vodctl_settings &of_settings, const play_settings &of_play)
-        : settings(of_settings), play(of_play), counter({of_play.frames_max, of_play.duration_ms})
+        : settings(of_settings), play(of_play), counter({of_play.frames_max, of_play.duration_ms}, sizes_of(of_play))
     {
     }
 };
@@ -63,7 +69,7 @@ static vodclient_result set_position(play_run &run)
     if (play.reverse)
         return reverse(run);
     if (play.seek_percent)
-        return run.session.seek_percent(*play.seek_percent);
+        return run.session.seek_percent(*run.play.seek_percent);
     if (play.seek_ms)
         return run.session.seek_ms(*play.seek_ms);
     return play.seek_kilobyte ? run.session.seek_kilobyte(*play.seek_kilobyte) : vodclient_result{};
@@ -127,12 +133,26 @@ static vodclient_result receive(play_run &run)
     return {};
 }
 
+// With inserted time a saved recording is longer than its header says: totals that are there are made true.
+static bool write_totals(play_run &run)
+{
+    static constexpr uint64_t TOTALS_OFFSET = 80;
+    recording_head head;
+    if (sizes_of(run.play) == frame_sizes::as_they_came || !run.counter.recording(&head)
+        || (head.total_size == 0 && head.frame_count == 0))
+        return true;
+    uint8_t totals[2 * sizeof(uint32_t)];
+    wire_store(totals, static_cast<uint32_t>(std::min<uint64_t>(run.output->bytes_written(), UINT32_MAX)));
+    wire_store(totals + sizeof(uint32_t), static_cast<uint32_t>(run.counter.totals().frames));
+    return run.output->rewrite(TOTALS_OFFSET, totals);
+}
+
 static void finish_output(play_run &run)
 {
     auto write = [&run](byte_span bytes) { return run.output->write(bytes); };
     if (run.end == play_end::write_failed)
         return;
-    if (!run.counter.end(write) || !run.output->finish())
+    if (!run.counter.end(write) || !write_totals(run) || !run.output->finish())
         run.end = play_end::write_failed;
 }
 
