@@ -112,7 +112,7 @@ struct vodclient_event {
 
 enum vodclient_control_code {
     VODCLIENT_PLAY = 1,
-    VODCLIENT_SEEK_PERCENT = 12,
+    VODCLIENT_SEEK_PERCENT = 12, // of the bytes
     VODCLIENT_GET_PERCENT = 13,
     VODCLIENT_GET_TOTAL_FRAMES = 16,
     VODCLIENT_GET_TOTAL_SECONDS = 17,
@@ -157,6 +157,7 @@ class ORB_API vodclient_playback {
     vodclient_result control(int code, int32_t value, int32_t *reply) noexcept;
 
     vodclient_result play() noexcept { return control(VODCLIENT_PLAY, 0, nullptr); }
+    // A percentage of a recording's bytes. Where its middle in time is, info().total_seconds tells: use seek_ms.
     vodclient_result seek_percent(int32_t percent) noexcept
     {
         return control(VODCLIENT_SEEK_PERCENT, percent, nullptr);

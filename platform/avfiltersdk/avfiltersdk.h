@@ -134,7 +134,7 @@ ORB_API int AVFilterGetData(void *handle, int kind, void *buffer, int size, AVFr
  * there is none before) and, forwards, the next data starts there; after a frame-number seek it starts at that very
  * frame. Targets past the end seek to the end (bytes) or the last key frame (times). After a byte seek kind 0 goes on at
  * that very byte, so that an interrupted download continues where it stopped; frames go on at the key frame at or before
- * the same share of the range's time, because whoever plays from half of the bytes means the middle. 0 on success.
+ * it. Half of the bytes need not be half of the time: whoever wants that seeks by time. 0 on success.
  */
 ORB_API int AVFilterSetCommond(void *handle, int command, const void *record, int record_size);
 

@@ -25,7 +25,7 @@ struct recording {
     int64_t stop_ms;       // -1: to the end
     play_range range;
     // Where the next data comes from. After a byte seek stored data starts at that very byte, and frames at the key frame
-    // at or before the same share of the time, which is only looked for when frames are asked for.
+    // at or before it, which is only looked for when frames are asked for.
     int64_t position;
     bool is_byte_target;
     bool is_undelivered; // the frame at the position was not delivered since a seek: reverse play begins with it
@@ -50,8 +50,7 @@ bool recording_seek_abs_time(recording *rec, int64_t seconds);
 bool recording_seek_number(recording *rec, int32_t number_in_range);
 bool recording_seek_bytes(recording *rec, int64_t offset_in_range);
 void recording_set_position(recording *rec, int64_t position, bool is_undelivered);
-// Turns the target of a byte seek into the key frame at or before the same share of the time: whoever asks for half of a
-// recording's bytes means the middle of what it shows. False when the file cannot be read.
+// Turns the target of a byte seek into the key frame at or before it. False when the file cannot be read.
 bool recording_settle_byte_target(recording *rec);
 
 // Data, see AVFilterGetData: bytes written, 0 at the end, below 0 on failure.

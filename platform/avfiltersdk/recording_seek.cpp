@@ -93,29 +93,7 @@ bool recording_seek_bytes(recording *rec, int64_t offset_in_range)
     return true;
 }
 
-// From the first frame to the end of the last, which lasts as long as the others do on average.
-static int64_t range_duration_ms(const play_range &range)
-{
-    const int64_t between = int64_t{range.last.header.time_stamp} - range.first.header.time_stamp;
-    const int64_t steps = int64_t{range.last.header.number} - range.first.header.number;
-    return between <= 0 || steps <= 0 ? 0 : between + between / steps;
-}
-
-// The key frame at or before the time that is the same share of the range as `position` is of its bytes.
-static int64_t key_position_of_share(recording *rec, int64_t position)
-{
-    const play_range &range = rec->range;
-    int64_t offset = position - range.start, span = range.end - range.start;
-    const int64_t duration_ms = range_duration_ms(range);
-    if (duration_ms == 0 || span <= 0)
-        return key_position(rec, position);
-    // So that the product below fits; what is lost is far less than a frame.
-    for (; span > INT32_MAX; span >>= 1)
-        offset >>= 1;
-    return find_time(rec, recording_time_ms(rec, range.first.header.time_stamp) + offset * duration_ms / span);
-}
-
 bool recording_settle_byte_target(recording *rec)
 {
-    return !rec->is_byte_target || take_position(rec, key_position_of_share(rec, rec->position));
+    return !rec->is_byte_target || take_position(rec, key_position(rec, rec->position));
 }

@@ -1,5 +1,6 @@
 // Every control code over the network: the reply's text, and what it does to the stream.
 #include "tests/integration/service_fixture.h"
+#include "tests/tools/vodctl_process.h"
 
 #include "platform/os/os.h"
 
@@ -129,6 +130,22 @@ TEST_F(ControlTest, HalfOfAnEvenRecordingIsHalfOfItsTime)
     EXPECT_EQ(frames[0].time_stamp, made.key_at(made.frames.back().time_stamp / 2).time_stamp);
 }
 
+TEST_F(ControlTest, HalfOfABusyBeginningIsAShareOfTheBytesAndVodctlAsksForTheTime)
+{
+    made_recording uneven = make("uneven.rec", {.frames = 100, .key_bytes = 2000, .delta_bytes = 2000, .busy_frames = 50});
+    vodclient_playback playback;
+    ASSERT_TRUE(playback.open(service.server(), request_of("rec/uneven.rec")));
+    ASSERT_TRUE(playback.start());
+    ASSERT_TRUE(playback.seek_percent(50));
+    std::string stream;
+    ASSERT_TRUE(play_behind_mark(playback, &stream));
+    EXPECT_TRUE(stream == bytes_from(uneven, uneven.frames[25]));
+    child_result result = run_vodctl({"--server", "127.0.0.1:" + std::to_string(service.port()), "play",
+                                      "rec/uneven.rec", "-o", "half.rec", "--seek-percent", "50"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(file_of("half.rec") == uneven.header + bytes_from(uneven, uneven.frames[50]));
+}
+
 TEST_F(ControlTest, ASeekInTheMiddleOfAStreamGoesOnFromTheMark)
 {
     made_recording big = make("big.rec", package_plan(300));
@@ -143,7 +160,7 @@ TEST_F(ControlTest, ASeekInTheMiddleOfAStreamGoesOnFromTheMark)
         while (event.type != VODCLIENT_EVENT_SEEK_DONE);
         ASSERT_TRUE(playback.next(&event, 10'000));
         int64_t wanted = static_cast<int64_t>(big.bytes().size()) * percent / 100;
-        EXPECT_EQ(std::string(reinterpret_cast<const char *>(event.data), event.size), big.key_at_share(wanted).bytes);
+        EXPECT_EQ(std::string(reinterpret_cast<const char *>(event.data), event.size), big.key_at_byte(wanted).bytes);
     }
     std::string rest;
     EXPECT_TRUE(play_to_end(playback, &rest));

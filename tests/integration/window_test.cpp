@@ -74,7 +74,7 @@ TEST_F(WindowTest, AFullWindowHoldsUpNoCommand)
     EXPECT_EQ(package->marker, 0xEE);
     package = session.data();
     ASSERT_TRUE(package);
-    EXPECT_EQ(package->bytes, made.key_at_share(static_cast<int64_t>(made.bytes().size()) / 2).bytes);
+    EXPECT_EQ(package->bytes, made.key_at_byte(static_cast<int64_t>(made.bytes().size()) / 2).bytes);
 }
 
 TEST_F(WindowTest, EveryCommandIsAnsweredWhileDataFlows)

@@ -35,12 +35,13 @@ const made_frame &made_recording::key_at(uint32_t time_stamp) const
     return *found;
 }
 
-const made_frame &made_recording::key_at_share(int64_t offset) const
+const made_frame &made_recording::key_at_byte(int64_t offset) const
 {
-    const auto size = static_cast<int64_t>(bytes().size()) - AVFILTER_FILE_HEAD_SIZE;
-    const auto steps = static_cast<int64_t>(frames.size()) - 1;
-    const int64_t between = int64_t{frames.back().time_stamp} - frames.front().time_stamp;
-    return key_at(steps == 0 ? 0 : static_cast<uint32_t>(offset * (between + between / steps) / size));
+    const made_frame *found = &frames.front();
+    for (const made_frame &frame : frames)
+        if (frame.is_key() && frame.offset - AVFILTER_FILE_HEAD_SIZE <= offset)
+            found = &frame;
+    return *found;
 }
 
 std::string recording_name(const std::string &host, int channel, const AVUtcTime &start, const std::string &tag)
@@ -117,7 +118,8 @@ void recording_grower::add_frame()
     const auto index = static_cast<uint32_t>(made_.frames.size());
     const bool is_key = index % static_cast<uint32_t>(plan_.gop) == 0;
     const uint32_t seed = plan_.seed * 1000003 + index;
-    const int bytes = is_key ? plan_.key_bytes : plan_.delta_bytes;
+    const int busy = index < static_cast<uint32_t>(plan_.busy_frames) ? 10 : 1;
+    const int bytes = busy * (is_key ? plan_.key_bytes : plan_.delta_bytes);
     const std::string video =
         make_access_unit(plan_.video_mode, is_key, bytes + static_cast<int>(seed % 7) * bytes / 50, seed);
     const std::string audio(plan_.audio ? AUDIO_BYTES : 0, '\x55');

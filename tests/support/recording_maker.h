@@ -18,6 +18,7 @@ struct recording_plan {
     uint32_t first_time_stamp = 0;
     uint32_t seed = 1;    // another one gives other sizes and bytes
     bool finished = true; // false: as a crash of the recorder would leave the file
+    int busy_frames = 0;  // the first so many are ten times as large
 };
 
 struct made_frame {
@@ -35,9 +36,8 @@ struct made_recording {
     std::string bytes() const; // the whole file
     // The key frame at or before a time stamp, the first frame where there is none.
     const made_frame &key_at(uint32_t time_stamp) const;
-    // The key frame at or before the time that is the same share of the recording as `offset`, counted from the first
-    // frame, is of the frames' bytes: where a byte seek goes.
-    const made_frame &key_at_share(int64_t offset) const;
+    // The key frame at or before a byte counted from the first frame, the first frame where there is none.
+    const made_frame &key_at_byte(int64_t offset) const;
 };
 
 // "host_1_20260101080000_x.rec": the name that carries the start time.

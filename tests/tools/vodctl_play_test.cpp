@@ -132,8 +132,10 @@ TEST_F(VodctlPlayTest, SeeksAndReverseSendTheirControlCodeAndKeepOnlyWhatFollows
         std::vector<std::string> options;
         const char *code, *value;
     };
-    const row rows[] = {{{"--seek-percent", "50"}, "12", "50"},
-                        {{"--seek-percent", "0"}, "12", "0"},
+    // A percent is asked for as a time: the recording has four seconds.
+    const row rows[] = {{{"--seek-percent", "50"}, "25", "2000"},
+                        {{"--seek-percent", "0"}, "25", "0"},
+                        {{"--seek-percent", "100"}, "25", "4000"},
                         {{"--seek-time", "0:01:02.5"}, "25", "62500"},
                         {{"--seek-byte", "64"}, "30", "64"},
                         {{"--reverse"}, "24", "4"},
@@ -163,7 +165,7 @@ TEST_F(VodctlPlayTest, ARefusedSeekIsARefusal)
     });
     child_result result = run({"play", "x", "-o", "out.rec", "--seek-percent", "50"});
     EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("refused control code 12"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("refused control code 25"), std::string::npos) << result.err;
 }
 
 TEST_F(VodctlPlayTest, LimitsEndAtAFramesBorder)

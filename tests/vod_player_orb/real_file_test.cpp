@@ -114,7 +114,7 @@ TEST_F(OrbRealFileTest, PercentSeekStartsAtItsKeyFrame)
     ask([&] { return vod_orbplayer_set_play_pos(player, 60); });
     auto offset = static_cast<int64_t>(made.bytes().size() * 60 / 100);
     // The library counts from the first frame.
-    EXPECT_TRUE(stream_until_end() == frames_from(made, made.key_at_share(offset).number));
+    EXPECT_TRUE(stream_until_end() == frames_from(made, made.key_at_byte(offset).number));
 }
 
 TEST_F(OrbRealFileTest, SeekPastTheEndIsTheEndAndSeekBelowTheStartIsTheStart)

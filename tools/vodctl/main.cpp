@@ -58,7 +58,7 @@ static void declare_play(command_line *line)
     play->add_option("FILE", line->play.file, "the recording as the service names it, UTF-8")->required();
     play->add_option("-o,--output", line->play.output, "where to write it; \"-\" is standard output")->required();
     play->add_option("--format", line->format, "rec (as recorded), annexb (bare video) or mp4; by the extension of -o");
-    auto *percent = play->add_option("--seek-percent", line->seek_percent, "begin at this part of the recording")
+    auto *percent = play->add_option("--seek-percent", line->seek_percent, "begin at this part of the recording's time")
                         ->check(CLI::Range(0, 100));
     auto *time =
         play->add_option("--seek-time", line->seek_time, "begin at this time, seconds or hh:mm:ss")->excludes(percent);

@@ -51,6 +51,12 @@ static int32_t clamp_to_int32(int64_t value)
     return static_cast<int32_t>(std::clamp<int64_t>(value, 0, std::numeric_limits<int32_t>::max()));
 }
 
+// A percent is one of the time. That of the service's own control code is one of the bytes, which a busy hour has more of.
+static int32_t percent_ms(const play_run &run)
+{
+    return clamp_to_int32(int64_t{run.info.total_seconds} * 10 * *run.play.seek_percent);
+}
+
 // Reverse play begins at the end, or where a seek option says.
 static vodclient_result reverse(play_run &run)
 {
@@ -59,7 +65,7 @@ static vodclient_result reverse(play_run &run)
     // The service adds 999 ms to a second, which reaches the last frame of the last one.
     if (!run.play.seek_percent)
         return run.session.reverse_from_second(clamp_to_int32(std::min<int64_t>(run.info.total_seconds, 2'000'000)));
-    return run.session.reverse_from_ms(clamp_to_int32(int64_t{run.info.total_seconds} * 10 * *run.play.seek_percent));
+    return run.session.reverse_from_ms(percent_ms(run));
 }
 
 static vodclient_result set_position(play_run &run)
@@ -69,7 +75,7 @@ static vodclient_result set_position(play_run &run)
     if (play.reverse)
         return reverse(run);
     if (play.seek_percent)
-        return run.session.seek_percent(*run.play.seek_percent);
+        return run.session.seek_ms(percent_ms(run));
     if (play.seek_ms)
         return run.session.seek_ms(*play.seek_ms);
     return play.seek_kilobyte ? run.session.seek_kilobyte(*play.seek_kilobyte) : vodclient_result{};
