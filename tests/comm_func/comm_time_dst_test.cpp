@@ -38,6 +38,19 @@ TEST(SummerTime, TheHourThatComesTwiceIsTakenOnceOfEachKind)
     EXPECT_EQ(commtime_to_time_t_ex(&twice, 0), 1730615400);
 }
 
+TEST(SummerTime, TheHourThatComesTwiceDoesNotDependOnWhatWasConvertedBefore)
+{
+    const CommTime twice = {2024, 11, 3, 1, 30, 0}, skipped = {2024, 3, 10, 2, 30, 0};
+    for (const CommTime &before : {s_winter, s_summer, s_winter}) {
+        commtime_to_time_t(&before);
+        EXPECT_EQ(commtime_to_time_t(&twice), 1730615400);
+        EXPECT_EQ(strtime_to_time_t("2024-11-03 01:30:00"), 1730615400);
+        EXPECT_EQ(commtime_to_local_absseconds(&twice), 1730615400);
+        EXPECT_EQ(commtime_to_absseconds(&twice), 1730615400 - 5 * 3600);
+        EXPECT_EQ(commtime_to_time_t(&skipped), 1710052200);
+    }
+}
+
 TEST(SummerTime, AbssecondsTakeTheOffsetOfStandardTime)
 {
     // The breakdown of UTC is read back as standard time, so in summer the offset stays five hours.
@@ -53,8 +66,8 @@ TEST(SummerTime, RecordsSurviveSecondsAndBack)
         CommTime time = {}, again = {};
         RC_ASSERT(time_t_to_commtime(seconds, &time) == 1);
         int32_t back = commtime_to_time_t(&time);
-        // In the hour that comes twice either instant is right.
-        RC_ASSERT(back == seconds || back == seconds - 3600 || back == seconds + 3600);
+        // The hour that comes twice is taken for the later one, which is standard time.
+        RC_ASSERT(back == seconds || back == seconds + 3600);
         RC_ASSERT(time_t_to_commtime(back, &again) == 1);
         RC_ASSERT(again == time);
     }));

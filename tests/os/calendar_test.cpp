@@ -1,8 +1,7 @@
-#include "tests/os/calendar_fixture.h"
+#include "tests/os/calendar_nights.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <rapidcheck.h>
 #include <thread>
 
 TEST_F(OsCalendar, MktimeReadsLocalTime)
@@ -81,17 +80,6 @@ TEST_F(OsCalendar, InstantsOutsideTheCalendarAreRefused)
     EXPECT_EQ(os_gmtime(0, nullptr), 0);
 }
 
-TEST_F(OsCalendar, LocalTimeAndBackIsTheSameInstant)
-{
-    rc::check("os_mktime of os_localtime", [] {
-        // From the second day on: the first hours of 1970 are before 1970 in some zones.
-        const int64_t seconds = *rc::gen::inRange<int64_t>(86400, 32535000000);
-        struct tm parts = {};
-        RC_ASSERT(os_localtime(seconds, &parts) == 1);
-        RC_ASSERT(os_mktime(&parts) == seconds);
-    });
-}
-
 // The American rule is the one that every host takes out of TZ.
 static constexpr char NEW_YORK[] = "EST5EDT,M3.2.0,M11.1.0";
 
@@ -109,15 +97,69 @@ TEST_F(OsCalendar, SummerTimeIsDecidedByTheZoneWhenNotGiven)
     EXPECT_EQ(os_mktime(&second), 1730615400);
 }
 
-TEST_F(OsCalendar, LocalTimeAndBackIsTheSameInstantWithSummerTimeToo)
+static const night_time s_new_york_nights[] = {
+    // The hour that comes twice, and the minutes around it.
+    {NEW_YORK, parts_of(2024, 11, 3, 0, 59, 59), 1730609999},
+    {NEW_YORK, parts_of(2024, 11, 3, 1, 0, 0), 1730613600},
+    {NEW_YORK, parts_of(2024, 11, 3, 1, 30, 0), 1730615400},
+    {NEW_YORK, parts_of(2024, 11, 3, 1, 59, 59), 1730617199},
+    {NEW_YORK, parts_of(2024, 11, 3, 2, 0, 0), 1730617200},
+    // The hour that is skipped.
+    {NEW_YORK, parts_of(2024, 3, 10, 1, 59, 59), 1710053999},
+    {NEW_YORK, parts_of(2024, 3, 10, 2, 0, 0), 1710050400},
+    {NEW_YORK, parts_of(2024, 3, 10, 2, 30, 0), 1710052200},
+    {NEW_YORK, parts_of(2024, 3, 10, 3, 0, 0), 1710054000},
+};
+static const night_time s_shanghai_nights[] = {
+    {SHANGHAI, parts_of(2024, 11, 3, 1, 30, 0), 1730568600},
+    {SHANGHAI, parts_of(2024, 3, 10, 2, 30, 0), 1710009000},
+};
+
+TEST_F(OsCalendar, TheHourThatComesTwiceIsStandardTimeWhateverWasConvertedBefore)
+{
+    answers_are_the_same_after_any_other(s_new_york_nights);
+    answers_are_the_same_after_any_other(s_shanghai_nights);
+}
+
+TEST_F(OsCalendar, ThreadsGetTheSameAnswersForBothNights)
+{
+    threads_get_the_same_answers(s_new_york_nights);
+    threads_get_the_same_answers(s_shanghai_nights);
+}
+
+TEST_F(OsCalendar, TheSkippedHourIsPutRight)
 {
     zone_set(NEW_YORK);
-    rc::check("os_mktime of os_localtime", [] {
-        const int64_t seconds = *rc::gen::inRange<int64_t>(86400, 32535000000);
-        struct tm parts = {};
-        RC_ASSERT(os_localtime(seconds, &parts) == 1);
-        RC_ASSERT(os_mktime(&parts) == seconds);
-    });
+    struct tm skipped = parts_of(2024, 3, 10, 2, 30, 0);
+    os_mktime(&skipped);
+    EXPECT_EQ(skipped.tm_hour, 1);
+    EXPECT_EQ(skipped.tm_min, 30);
+    EXPECT_EQ(skipped.tm_isdst, 0);
+}
+
+TEST_F(OsCalendar, AKindOfTimeThatIsAskedForIsTakenFromTheNearestSeason)
+{
+    zone_set(NEW_YORK);
+    EXPECT_EQ(seconds_of(parts_of(2024, 7, 1, 12, 0, 0, 0)), 1719849600 + 3600);
+    EXPECT_EQ(seconds_of(parts_of(2024, 1, 1, 12, 0, 0, 1)), 1704128400 - 3600);
+    EXPECT_EQ(seconds_of(parts_of(2024, 11, 3, 20, 0, 0, 1)), 1730682000 - 3600);
+    EXPECT_EQ(seconds_of(parts_of(2024, 3, 10, 2, 30, 0, 0)), 1710055800);
+    EXPECT_EQ(seconds_of(parts_of(2024, 3, 10, 2, 30, 0, 1)), 1710052200);
+    zone_set(SHANGHAI);
+    EXPECT_EQ(seconds_of(parts_of(2024, 7, 1, 12, 0, 0, 1)), 1719806400);
+}
+
+TEST_F(OsCalendar, LocalTimeAndBackIsTheSameInstant)
+{
+    // From the second day on: the first hours of 1970 are before 1970 in some zones.
+    every_instant_comes_back(SHANGHAI, 86400, 32535000000);
+    every_instant_comes_back(NEW_YORK, 86400, 32535000000);
+}
+
+TEST_F(OsCalendar, InstantsOfTheHourThatComesTwiceComeBackInStandardTime)
+{
+    every_instant_comes_back(NEW_YORK, 1730605000, 1730621000);
+    every_instant_comes_back(NEW_YORK, 1710045000, 1710060000);
 }
 
 TEST_F(OsCalendar, NeverChangesTheZone)
