@@ -54,8 +54,9 @@ void lmdb_faults_watch()
     std::call_once(s_once, [] {
         struct sigaction action = {};
         action.sa_sigaction = fault_arrived;
-        // The handler is left by a jump: the signal must not stay blocked.
-        action.sa_flags = static_cast<int>(SA_SIGINFO | SA_NODEFER);
+        // The handler is left by a jump: the signal must not stay blocked. A handler of the host's that this one hands on
+        // to may need its own stack, because the ordinary one is used up.
+        action.sa_flags = static_cast<int>(SA_SIGINFO | SA_NODEFER | SA_ONSTACK);
         for (size_t i = 0; i < std::size(SIGNALS); i++) {
             sigaction(SIGNALS[i], nullptr, &s_before[i]);
             sigaction(SIGNALS[i], &action, nullptr);
