@@ -1,70 +1,71 @@
 #include "silo_pool/silo_channels.h"
 
 #include "platform/os/os_guard.h"
+#include "silo_pool/silo_channel_memory.h"
 #include "silo_pool/silo_pool.h"
 #include "silo_pool/silo_record.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <memory>
-#include <mutex>
 #include <new>
-#include <unordered_map>
 
-// Ids are handed out one after the other, so neighbours share a block.
-static constexpr size_t BLOCK_IDS = 4096;
-using id_block = std::array<uint32_t, BLOCK_IDS>; // channel number + 1; 0: not known
-
-struct known_channel {
-    std::string host;
-    uint32_t ch;
-};
-
-// Texts that are only looked for need not be copied.
-struct text_hash {
-    using is_transparent = void;
-    size_t operator()(std::string_view text) const { return std::hash<std::string_view>()(text); }
-};
-
-struct channel_memory {
-    std::unordered_map<uint64_t, std::unique_ptr<id_block>> blocks; // by id / BLOCK_IDS
-    std::vector<known_channel> channels;
-    std::unordered_map<std::string, uint32_t, text_hash, std::equal_to<>> numbers; // of a channel's text form
-    size_t bytes = 0;
-    uint64_t witness_id = 0;
-    std::string witness_path;
-};
-
-// All guarded by the mutex, which is a leaf: nothing is taken inside it. The memory is never freed: the record worker may
-// still be at work when the process ends.
 static std::mutex s_memory_mutex;
+// Guarded by s_memory_mutex, all of them.
 static auto &s_memory = *new channel_memory;
 static uint32_t s_memory_epoch = 1;
 static uint32_t s_memory_pool_life;
 static size_t s_memory_limit = 64u << 20;
+static uint64_t s_memory_trust_ms = SILO_TRUST_SECONDS * uint64_t{1000};
 
-struct memory_guard : std::lock_guard<std::mutex> {
-    memory_guard() : std::lock_guard<std::mutex>(s_memory_mutex) {}
-};
+memory_guard::memory_guard() : std::lock_guard<std::mutex>(s_memory_mutex) {}
 
-static void forget(const memory_guard &)
+channel_memory &silo_memory(const memory_guard &)
+{
+    return s_memory;
+}
+
+// ---- Forgetting -----------------------------------------------------------------------------------------------------
+
+void silo_memory_forget(const memory_guard &)
 {
     s_memory = {};
     s_memory_epoch++;
 }
 
+uint32_t silo_memory_epoch(const memory_guard &held)
+{
+    bool is_of_another_store = s_memory_pool_life != silo_pool_life();
+    bool is_too_old = !s_memory.channels.empty() && os_tick() - s_memory.begun_tick >= s_memory_trust_ms;
+    if (is_of_another_store || is_too_old)
+        silo_memory_forget(held);
+    s_memory_pool_life = silo_pool_life();
+    return s_memory_epoch;
+}
+
 void silo_channels_forget()
 {
     memory_guard held;
-    forget(held);
+    silo_memory_forget(held);
 }
 
 void silo_channels_set_limit(size_t bytes)
 {
     memory_guard held;
     s_memory_limit = bytes;
-    forget(held);
+    silo_memory_forget(held);
+}
+
+void silo_channels_set_trust(uint32_t seconds)
+{
+    memory_guard held;
+    s_memory_trust_ms = seconds * uint64_t{1000};
+    silo_memory_forget(held);
+}
+
+uint32_t silo_channels_trust()
+{
+    memory_guard held;
+    return static_cast<uint32_t>(s_memory_trust_ms / 1000);
 }
 
 size_t silo_channels_bytes()
@@ -73,53 +74,23 @@ size_t silo_channels_bytes()
     return s_memory.bytes;
 }
 
-// ---- Whether the index is still the one that was learned from -------------------------------------------------------
-
-struct witness {
-    uint64_t id = 0;
-    std::string path;
-    uint32_t epoch = 0;
-};
-
-static witness current_witness()
+// Only where the search had anything to do with what is remembered now. True when it was forgotten.
+static bool forget_changed(const silo_channels_search &search)
 {
     memory_guard held;
-    if (s_memory_pool_life != silo_pool_life()) {
-        forget(held);
-        s_memory_pool_life = silo_pool_life();
-    }
-    return {s_memory.witness_id, s_memory.witness_path, s_memory_epoch};
-}
-
-std::string silo_channels_witness_key()
-{
-    memory_guard held;
-    return std::string(silo_key_field(s_memory.witness_id, SILO_FIELD_PATH).view());
-}
-
-static bool witness_holds(silo_transaction_t *trans, const witness &seen)
-{
-    if (seen.id == 0)
-        return true;
-    uint64_t last_id;
-    if (!silo_read_number(trans, silo_key_text(SILO_KEY_INO), &last_id) || last_id < seen.id)
+    if (search.epoch != s_memory_epoch)
         return false;
-    char path[sizeof silo_record::path];
-    int length = silo_get_vstr(trans, silo_key_field(seen.id, SILO_FIELD_PATH).text, path, sizeof path);
-    return length >= 0 && seen.path == std::string_view(path, static_cast<size_t>(length));
+    silo_memory_forget(held);
+    return true;
 }
 
-void silo_channels_begin(silo_transaction_t *trans, silo_channels_search *search)
+void silo_channels_changed(silo_channels_search *search, uint64_t id)
 {
-    witness seen = current_witness();
-    bool holds = witness_holds(trans, seen);
-    memory_guard held;
-    bool is_same_epoch = s_memory_epoch == seen.epoch;
-    if (!holds && is_same_epoch)
-        forget(held);
-    // In an epoch that began meanwhile this snapshot has not been compared with anything: it stays without memory.
-    search->epoch = is_same_epoch ? s_memory_epoch : 0;
-    search->verdicts.clear();
+    bool is_news = forget_changed(*search);
+    search->epoch = 0;
+    if (is_news)
+        LOG(LOG_REFUSE, "record index: record %llu is not the one it was; what searches remembered is forgotten",
+            static_cast<unsigned long long>(id));
 }
 
 // ---- Asking ---------------------------------------------------------------------------------------------------------
@@ -134,35 +105,36 @@ static silo_verdict judge_channel(const memory_guard &, silo_channels_search *se
     return verdict;
 }
 
-static void judge_all(const memory_guard &held, silo_channels_search *search, const uint64_t *ids, size_t count,
-                      silo_verdict *verdicts)
+static void judge_all(const memory_guard &held, silo_channels_search *search, const uint64_t *ids,
+                      const uint32_t *moments, size_t count, silo_verdict *verdicts)
 {
     const id_block *block = nullptr;
     uint64_t block_number = 0;
     for (size_t i = 0; i < count; i++) {
-        if (block == nullptr || ids[i] / BLOCK_IDS != block_number) {
-            block_number = ids[i] / BLOCK_IDS;
+        if (block == nullptr || ids[i] / SILO_BLOCK_IDS != block_number) {
+            block_number = ids[i] / SILO_BLOCK_IDS;
             auto found = s_memory.blocks.find(block_number);
             block = found == s_memory.blocks.end() ? nullptr : found->second.get();
         }
-        uint32_t number = block == nullptr ? 0 : (*block)[ids[i] % BLOCK_IDS];
-        if (number != 0)
-            verdicts[i] = judge_channel(held, search, number - 1);
+        known_id known = block == nullptr ? known_id{} : block->ids[ids[i] % SILO_BLOCK_IDS];
+        if (known.number != 0)
+            verdicts[i] = known.moment == moments[i] ? judge_channel(held, search, known.number - 1) : SILO_MOVED;
     }
 }
 
-void silo_channels_judge(silo_channels_search *search, const uint64_t *ids, size_t count, silo_verdict *verdicts)
+void silo_channels_judge(silo_channels_search *search, const uint64_t *ids, const uint32_t *moments, size_t count,
+                         silo_verdict *verdicts)
 {
     std::fill_n(verdicts, count, SILO_UNKNOWN);
     memory_guard held;
-    if (search->epoch != s_memory_epoch)
+    if (search->epoch != silo_memory_epoch(held))
         return;
     try {
         search->verdicts.resize(s_memory.channels.size(), SILO_UNKNOWN);
     } catch (const std::bad_alloc &) {
         return;
     }
-    judge_all(held, search, ids, count, verdicts);
+    judge_all(held, search, ids, moments, count, verdicts);
 }
 
 // ---- Learning -------------------------------------------------------------------------------------------------------
@@ -185,38 +157,42 @@ static uint32_t channel_number(const memory_guard &, std::string_view host, uint
 
 static void learn_one(const memory_guard &held, const silo_learned &learned)
 {
+    if (learned.moment == 0)
+        return;
     uint32_t number = channel_number(held, learned.host, learned.ch);
-    auto &block = s_memory.blocks[learned.id / BLOCK_IDS];
+    auto &block = s_memory.blocks[learned.id / SILO_BLOCK_IDS];
     if (block == nullptr) {
         block = std::make_unique<id_block>();
         s_memory.bytes += sizeof(id_block) + 64;
     }
-    (*block)[learned.id % BLOCK_IDS] = number + 1;
+    block->ids[learned.id % SILO_BLOCK_IDS] = {number + 1, learned.moment};
+    block->first = std::min(block->first, learned.moment);
+    block->last = std::max(block->last, learned.moment);
+    s_memory.greatest_id = std::max(s_memory.greatest_id, learned.id);
 }
 
-static void learn_all(const memory_guard &held, const silo_learned *learned, size_t count,
-                      std::string_view witness_path)
+static void learn_all(const memory_guard &held, uint64_t snapshot, const silo_learned *learned, size_t count)
 {
-    auto greatest = std::max_element(learned, learned + count, [](auto &a, auto &b) { return a.id < b.id; });
-    if (greatest->id > s_memory.witness_id) {
-        s_memory.witness_path = witness_path;
-        s_memory.witness_id = greatest->id;
+    if (s_memory.channels.empty()) {
+        s_memory.begun_tick = os_tick();
+        s_memory.snapshot = snapshot;
     }
+    if (s_memory.snapshot != snapshot)
+        s_memory.snapshot = 0;
     for (size_t i = 0; i < count; i++)
         learn_one(held, learned[i]);
 }
 
-void silo_channels_learn(const silo_channels_search &search, const silo_learned *learned, size_t count,
-                         std::string_view witness_path)
+void silo_channels_learn(const silo_channels_search &search, const silo_learned *learned, size_t count)
 {
     memory_guard held;
-    if (count == 0 || search.epoch != s_memory_epoch)
+    if (search.epoch != silo_memory_epoch(held) || s_memory_trust_ms == 0)
         return;
     try {
-        learn_all(held, learned, count, witness_path);
+        learn_all(held, search.snapshot, learned, count);
     } catch (const std::bad_alloc &) {
-        forget(held);
+        silo_memory_forget(held);
     }
     if (s_memory.bytes > s_memory_limit)
-        forget(held);
+        silo_memory_forget(held);
 }

@@ -1,6 +1,7 @@
 #include "silo_pool/silo_orb.h"
 
 #include "platform/os/os_guard.h"
+#include "silo_pool/silo_moment.h"
 #include "silo_pool/silo_orb_walk.h"
 #include "silo_pool/silo_owners.h"
 #include "silo_pool/silo_record_reader.h"
@@ -8,6 +9,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <vector>
 
 static constexpr int32_t ANY_TYPE = 65535;
 
@@ -35,14 +37,36 @@ static void set_filter(silo_orb_iterator *it, const char *host_id, int32_t ch, i
     it->ch = ch;
 }
 
+// What the search may ask the memory for, and what it has to look at before.
+static void ask_memory(silo_orb_iterator *it, const char *bt, const char *et)
+{
+    silo_channels_search *wish = &it->walk->channels;
+    wish->host = it->host_id;
+    wish->ch = it->ch;
+    wish->from = silo_moment(bt);
+    wish->to = silo_moment(et) == 0 ? UINT32_MAX : silo_moment(et);
+    // A server's number tells only of those who change it. Announcing nothing asks which kind of store this is.
+    it->walk->is_announced = silo_prefetch(it->trans, nullptr, 0) != 1;
+    wish->snapshot = it->walk->is_announced ? 0 : silo_snapshot_id(it->trans);
+    silo_channels_choose(wish);
+}
+
 // In one go what the next lines read one by one.
 static void announce_beginning(silo_orb_iterator *it)
 {
-    std::string witness = silo_channels_witness_key();
-    auto whole = [](std::string_view key) { return silo_prefix{key.data(), static_cast<uint32_t>(key.size()), 1}; };
-    const silo_prefix prefixes[] = {whole(SILO_KEY_REV_HI), whole(SILO_KEY_REV_LO), whole(SILO_KEY_INO),
-                                    whole(witness)};
-    silo_walk_announce(it, prefixes, it->host_id[0] == '\0' ? 2 : 4);
+    if (!it->walk->is_announced)
+        return;
+    std::vector<silo_key> keys;
+    keys.reserve(3 + 3 * it->walk->channels.witnesses.size());
+    for (std::string_view key : {SILO_KEY_REV_HI, SILO_KEY_REV_LO, SILO_KEY_INO})
+        keys.push_back(silo_key_text(key));
+    for (const silo_witness &witness : it->walk->channels.witnesses)
+        for (std::string_view field : {SILO_FIELD_BT, SILO_FIELD_CH, SILO_FIELD_HOST})
+            keys.push_back(silo_key_field(witness.id, field));
+    std::vector<silo_prefix> prefixes;
+    for (const silo_key &key : keys)
+        prefixes.push_back({key.text, key.len, 1});
+    silo_walk_announce(it, prefixes.data(), it->host_id[0] == '\0' ? 2 : prefixes.size());
 }
 
 // The walk stays between the first key and the last one: beyond what both start with nothing need be read ahead.
@@ -62,8 +86,10 @@ static bool no_bounds(const silo_orb_iterator *it)
     return LOGGED(false, LOG_SYSTEM, "silo_orb_iterator_init: get rev.hi or rev.lo error, the index is not made yet");
 }
 
-static bool read_beginning(silo_orb_iterator *it)
+static bool read_beginning(silo_orb_iterator *it, const char *bt, const char *et)
 {
+    if (it->host_id[0] != '\0')
+        ask_memory(it, bt, et);
     announce_beginning(it);
     if (!silo_read_number(it->trans, silo_key_text(SILO_KEY_REV_HI), &it->rev_hi) ||
         !silo_read_number(it->trans, silo_key_text(SILO_KEY_REV_LO), &it->rev_lo))
@@ -73,11 +99,8 @@ static bool read_beginning(silo_orb_iterator *it)
     it->walk->revisions = silo_iterator_init(it->trans);
     if (it->iter == nullptr || it->walk->fields == nullptr || it->walk->revisions == nullptr || !bound_walk(it))
         return false;
-    if (it->host_id[0] == '\0')
-        return true;
-    it->walk->channels.host = it->host_id;
-    it->walk->channels.ch = it->ch;
-    silo_channels_begin(it->trans, &it->walk->channels);
+    if (it->host_id[0] != '\0')
+        silo_channels_begin(it->trans, &it->walk->channels);
     return true;
 }
 
@@ -107,7 +130,7 @@ static silo_orb_iterator *begin_search(const char *host_id, int32_t ch, int32_t 
     if (it->trans == nullptr)
         return nullptr;
     set_filter(it.get(), host_id, ch, file_type, bt, et);
-    return read_beginning(it.get()) ? it.release() : nullptr;
+    return read_beginning(it.get(), bt, et) ? it.release() : nullptr;
 }
 
 silo_orb_iterator *silo_orb_iterator_init(const char *host_id, int32_t ch, int32_t file_type, const char *bt,

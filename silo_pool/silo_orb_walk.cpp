@@ -1,6 +1,7 @@
 #include "silo_pool/silo_orb_walk.h"
 
 #include "platform/os/os_guard.h"
+#include "silo_pool/silo_moment.h"
 #include "silo_pool/silo_record_reader.h"
 #include "silo_pool/silo_values.h"
 
@@ -23,39 +24,59 @@ void silo_walk_announce(silo_orb_iterator *it, const silo_prefix *prefixes, size
 
 // ---- Entries of the by-time index -----------------------------------------------------------------------------------
 
-struct id_collector {
-    std::string_view end; // of the walk
+// Ids with their begin times, silo_moment.
+struct entries {
     uint64_t *ids;
-    uint32_t count, wanted;
-    bool is_ended;
+    uint32_t *moments;
+    uint32_t count;
 };
 
-// 0 when no more are wanted, or none are left.
-static int collect_id(void *user, const silo_kv *kv)
+struct entry_collector {
+    std::string_view end; // of the walk
+    entries found;
+    uint32_t wanted;
+    bool wants_moments, is_ended;
+    silo_moment_reader moments;
+};
+
+// "bt.<time>.<id>"
+static std::string_view time_of_key(std::string_view key)
 {
-    auto collector = static_cast<id_collector *>(user);
-    // All keys from the first one up to the end begin as these two do.
-    collector->is_ended = std::string_view(kv->key, kv->key_len) >= collector->end;
-    if (collector->is_ended)
-        return 0;
-    int is_id = silo_number_from_text({kv->val, kv->val_len}, &collector->ids[collector->count]);
-    collector->count += static_cast<uint32_t>(is_id);
-    return collector->count < collector->wanted;
+    key.remove_prefix(SILO_PREFIX_BY_TIME.size());
+    return key.substr(0, key.rfind('.'));
 }
 
-static uint32_t collect_ids(silo_orb_iterator *it, uint64_t *ids, uint32_t wanted)
+// 0 when no more are wanted, or none are left.
+static int collect_entry(void *user, const silo_kv *kv)
 {
-    id_collector collector = {it->end, ids, 0, wanted, false};
+    auto collector = static_cast<entry_collector *>(user);
+    entries &found = collector->found;
+    // All keys from the first one up to the end begin as these two do.
+    std::string_view key(kv->key, kv->key_len);
+    collector->is_ended = key >= collector->end;
+    if (collector->is_ended)
+        return 0;
+    if (!silo_number_from_text({kv->val, kv->val_len}, &found.ids[found.count]))
+        return 1;
+    if (collector->wants_moments)
+        found.moments[found.count] = collector->moments.read(time_of_key(key));
+    return ++found.count < collector->wanted;
+}
+
+// How many there are; no more at the end of the walk.
+static uint32_t collect_entries(silo_orb_iterator *it, const entries &room, uint32_t wanted)
+{
+    entry_collector collector = {it->end, room, wanted, it->host_id[0] != '\0', false, {}};
     int is_at_end = 0, goes_on = 1;
     if (!it->not_first) {
         it->not_first = 1;
         is_at_end = silo_iterator_seek(it->iter, it->start, std::strlen(it->start), 0);
-        goes_on = is_at_end == 0 && collect_id(&collector, silo_iterator_kv(it->iter));
+        goes_on = is_at_end == 0 && collect_entry(&collector, silo_iterator_kv(it->iter));
     }
     if (goes_on)
-        is_at_end = silo_iterator_walk(it->iter, collect_id, &collector);
+        is_at_end = silo_iterator_walk(it->iter, collect_entry, &collector);
     it->walk->is_ended = is_at_end != 0 || collector.is_ended;
-    return collector.count;
+    return collector.found.count;
 }
 
 // ---- What the store gains from knowing ahead ------------------------------------------------------------------------
@@ -81,13 +102,12 @@ static void announce_channels(silo_orb_iterator *it, const std::vector<uint64_t>
 {
     if (!it->walk->is_announced || ids.empty())
         return;
-    announcement keys(ids.size() * 3 + 1);
+    announcement keys(ids.size() * 3);
     for (uint64_t id : ids) {
         keys.add(silo_key_revision(id), true);
         keys.add(silo_key_field(id, SILO_FIELD_HOST), true);
         keys.add(silo_key_field(id, SILO_FIELD_CH), true);
     }
-    keys.add(silo_key_field(*std::ranges::max_element(ids), SILO_FIELD_PATH), true);
     silo_walk_announce(it, keys.prefixes.data(), keys.prefixes.size());
 }
 
@@ -125,6 +145,7 @@ bool silo_walk_revision(silo_orb_iterator *it, uint64_t id, uint64_t *revision)
 
 struct channel_read {
     uint64_t id;
+    uint32_t moment;
     char host[sizeof silo_record::host_id];
     uint32_t ch;
 };
@@ -170,55 +191,83 @@ static bool read_channel(silo_orb_iterator *it, uint64_t id, channel_read *read)
            (it->walk->is_announced ? get_channel(it, id, read) : walk_to_channel(it, id, read));
 }
 
+// Whether the record itself has the begin that its by-time entry says, and not the one that is remembered.
+static bool has_moved(silo_orb_iterator *it, uint64_t id, uint32_t moment)
+{
+    char bt[sizeof silo_record::bt];
+    int length = silo_get_vstr(it->trans, silo_key_field(id, SILO_FIELD_BT).text, bt, sizeof bt);
+    return length >= 0 && silo_moment({bt, static_cast<size_t>(length)}) == moment;
+}
+
 static void learn(silo_orb_iterator *it, const std::vector<channel_read> &reads)
 {
     std::vector<silo_learned> learned;
-    uint64_t greatest = 0;
-    for (const channel_read &read : reads) {
-        learned.push_back({read.id, read.host, read.ch});
-        greatest = std::max(greatest, read.id);
-    }
-    char path[sizeof silo_record::path];
-    int length = silo_get_vstr(it->trans, silo_key_field(greatest, SILO_FIELD_PATH).text, path, sizeof path);
-    if (length >= 0)
-        silo_channels_learn(it->walk->channels, learned.data(), learned.size(), {path, static_cast<size_t>(length)});
+    for (const channel_read &read : reads)
+        learned.push_back({read.id, read.moment, read.host, read.ch});
+    silo_channels_learn(it->walk->channels, learned.data(), learned.size());
 }
 
-static void judge_unknown(silo_orb_iterator *it, const uint64_t *ids, uint32_t count, silo_verdict *verdicts)
+static silo_verdict judge_read(silo_orb_iterator *it, const channel_read &read)
 {
-    std::vector<uint64_t> unknown;
-    for (uint32_t i = 0; i < count; i++)
-        if (verdicts[i] == SILO_UNKNOWN)
-            unknown.push_back(ids[i]);
-    if (unknown.empty())
-        return;
-    announce_channels(it, unknown);
+    return silo_channel_matches(it->walk->channels, read.host, read.ch) ? SILO_MATCHES : SILO_DIFFERS;
+}
+
+static void read_unknown(silo_orb_iterator *it, const entries &some, silo_verdict *verdicts)
+{
     std::vector<channel_read> reads;
     channel_read read;
-    for (uint32_t i = 0; i < count; i++) {
-        if (verdicts[i] != SILO_UNKNOWN)
+    for (uint32_t i = 0; i < some.count; i++) {
+        bool is_elsewhere = verdicts[i] == SILO_MOVED;
+        if (verdicts[i] != SILO_UNKNOWN && !is_elsewhere)
             continue;
         verdicts[i] = SILO_DIFFERS;
-        if (!read_channel(it, ids[i], &read))
+        if (is_elsewhere && has_moved(it, some.ids[i], some.moments[i]))
+            silo_channels_changed(&it->walk->channels, some.ids[i]);
+        if (!read_channel(it, some.ids[i], &read))
             continue;
-        if (silo_channel_matches(it->walk->channels, read.host, read.ch))
-            verdicts[i] = SILO_MATCHES;
+        verdicts[i] = judge_read(it, read);
+        read.moment = is_elsewhere ? 0 : some.moments[i]; // of two entries the other one is the record's
         reads.push_back(read);
     }
     learn(it, reads);
 }
 
+static void judge_unknown(silo_orb_iterator *it, const entries &some, silo_verdict *verdicts)
+{
+    std::vector<uint64_t> unknown;
+    for (uint32_t i = 0; i < some.count; i++)
+        if (verdicts[i] == SILO_UNKNOWN || verdicts[i] == SILO_MOVED)
+            unknown.push_back(some.ids[i]);
+    if (unknown.empty())
+        return;
+    announce_channels(it, unknown);
+    read_unknown(it, some, verdicts);
+}
+
+// Once more where it turns out that the memory was not to be relied on.
+static void judge_entries(silo_orb_iterator *it, const entries &found, silo_verdict *verdicts)
+{
+    silo_channels_search *channels = &it->walk->channels;
+    bool had_memory = false;
+    do {
+        had_memory = channels->epoch != 0;
+        silo_channels_judge(channels, found.ids, found.moments, found.count, verdicts);
+        for (uint32_t from = 0; from < found.count; from += LEARN_MAX) {
+            entries some = {found.ids + from, found.moments + from, std::min(found.count - from, LEARN_MAX)};
+            judge_unknown(it, some, verdicts + from);
+        }
+    } while (had_memory && channels->epoch == 0);
+}
+
 // Moves those of the search's channel to the front; how many there are.
-static uint32_t keep_matching(silo_orb_iterator *it, uint64_t *ids, uint32_t count)
+static uint32_t keep_matching(silo_orb_iterator *it, const entries &found)
 {
     silo_verdict verdicts[SILO_PORTION_MAX];
-    silo_channels_judge(&it->walk->channels, ids, count, verdicts);
-    for (uint32_t from = 0; from < count; from += LEARN_MAX)
-        judge_unknown(it, ids + from, std::min(count - from, LEARN_MAX), verdicts + from);
+    judge_entries(it, found, verdicts);
     uint32_t kept = 0;
-    for (uint32_t i = 0; i < count; i++)
+    for (uint32_t i = 0; i < found.count; i++)
         if (verdicts[i] == SILO_MATCHES)
-            ids[kept++] = ids[i];
+            found.ids[kept++] = found.ids[i];
     return kept;
 }
 
@@ -227,14 +276,14 @@ static uint32_t keep_matching(silo_orb_iterator *it, uint64_t *ids, uint32_t cou
 void silo_walk_fill(silo_orb_iterator *it)
 {
     silo_orb_walk *walk = it->walk;
-    uint32_t looked_at = 0;
+    uint32_t looked_at = 0, moments[SILO_PORTION_MAX];
     walk->count = walk->next = 0;
     while (!walk->is_ended && walk->count + CHUNK_MIN <= walk->portion &&
            (walk->count == 0 || looked_at < ENTRIES_BEFORE_ANSWER)) {
-        uint64_t *ids = walk->waiting + walk->count;
-        uint32_t found = collect_ids(it, ids, walk->portion - walk->count);
-        looked_at += found;
-        walk->count += it->host_id[0] == '\0' ? found : keep_matching(it, ids, found);
+        entries found = {walk->waiting + walk->count, moments, 0};
+        found.count = collect_entries(it, found, walk->portion - walk->count);
+        looked_at += found.count;
+        walk->count += it->host_id[0] == '\0' ? found.count : keep_matching(it, found);
     }
     walk->portion = SILO_PORTION_MAX;
     announce_records(it);

@@ -7,6 +7,7 @@
 #include "platform/vca/vca.h"
 #include "vod/access.h"
 #include "vod/download_session.h"
+#include "vod/index_settings.h"
 #include "vod/link_table.h"
 #include "vod/playback_session.h"
 #include "vod/record_worker.h"
@@ -130,6 +131,8 @@ int settings_read()
         s_start_vca = field("start_vca", 0);
     }
     upload_settings_read();
+    json_ref config(json_object_from_file_ex(VOD_CONFIG));
+    index_settings_read(config.get());
     return 1;
 }
 

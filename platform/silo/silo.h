@@ -133,7 +133,8 @@ typedef struct silo_prefix {
 ORB_API int silo_prefetch(silo_transaction_t *trans, const silo_prefix *prefixes, size_t count);
 
 /* A number that changes whenever something may have been committed to the database, as this reading transaction sees it;
- * 0 when the store cannot tell. */
+ * 0 when the store cannot tell. An embedded store's changes whoever wrote and whenever the store was put in the place of
+ * another one; a server's only with those who write through this client. */
 ORB_API uint64_t silo_snapshot_id(silo_transaction_t *trans);
 
 /* ---- Texts ------------------------------------------------------------------------------------------------------ */

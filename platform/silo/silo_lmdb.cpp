@@ -166,10 +166,12 @@ static bool lmdb_remove_prefix(silo_transaction_t *of, std::string_view prefix)
     return error == 0 || lmdb_trans_failed(trans, "deleting", error) == SILO_FOUND;
 }
 
-// Of the last commit that the transaction sees.
+// Of the last commit that the transaction sees, of all that this environment has seen: another file in the same folder
+// counts its own.
 static uint64_t lmdb_snapshot_id(silo_transaction_t *of)
 {
-    return mdb_txn_id(transaction_of(of)->txn);
+    constexpr int COMMIT_BITS = 40;
+    return (connection_of(of->db)->env->opened_as << COMMIT_BITS) + mdb_txn_id(transaction_of(of)->txn);
 }
 
 const silo_driver silo_lmdb_driver = {

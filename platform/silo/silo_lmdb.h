@@ -54,6 +54,7 @@ struct lmdb_env {
     std::string folder;
     lmdb_file_facts file = {};
     size_t connections = 0; // guarded by the registry's mutex
+    uint64_t opened_as = 0; // the how manieth of this process
 
     LMutex mutex = {};
     // ---- Guarded by mutex

@@ -14,6 +14,7 @@ static constexpr mdb_mode_t FILE_RIGHTS = 0660;
 static std::mutex s_environments_mutex;
 // Guarded by s_environments_mutex, which is held while one is opened or closed.
 static auto &s_environments = *new std::vector<lmdb_env *>;
+static uint64_t s_environments_opened;
 
 using environments_guard = std::lock_guard<std::mutex>;
 
@@ -142,6 +143,7 @@ lmdb_env *lmdb_env_take(const lmdb_address &address)
         env_ptr opened = env_open(address, folder);
         if (opened == nullptr)
             return nullptr;
+        opened->opened_as = ++s_environments_opened;
         s_environments.push_back(opened.get());
         env = opened.release();
     }

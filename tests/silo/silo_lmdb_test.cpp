@@ -108,6 +108,19 @@ TEST_F(SiloLmdb, FolderThatCameAnewIsAnother)
     EXPECT_EQ(get(reading(db), "a"), ABSENT);
 }
 
+TEST_F(SiloLmdb, FolderThatCameAnewHasOtherNumbersOfSnapshots)
+{
+    std::vector<uint64_t> numbers;
+    for (const char *value : {"1", "2"}) {
+        silo_ptr db = silo_opened(uri());
+        ASSERT_EQ(write_all(db, {{"a", value}}), 0);
+        numbers.push_back(silo_snapshot_id(reading(db).get()));
+        db.reset();
+        std::filesystem::remove_all(host_path(folder_.file("store")));
+    }
+    EXPECT_NE(numbers[0], numbers[1]);
+}
+
 TEST_F(SiloLmdb, WrongAddressesAreRefused)
 {
     const std::string bad[] = {

@@ -5,7 +5,7 @@
 #include "silo_pool/silo_owners.h"
 #include "tests/silo/store_fixture.h"
 #include "tests/silo_pool/found_records.h"
-#include "tests/silo_pool/index_writer.h"
+#include "tests/silo_pool/unruly_writer.h"
 
 #include <algorithm>
 #include <atomic>
@@ -120,6 +120,22 @@ TEST_P(IndexStoreTest, DamagedPairsArePassedBy)
         index_change damage = work.damage(last_id);
         change([&](silo_transaction_t *trans) { return apply(trans, damage); });
         silo_channels_forget();
+        search_wish wish = work.wish();
+        EXPECT_EQ(finish_search(begin_search(wish)), reference_search(pairs())(wish)) << testing::PrintToString(wish);
+    }
+}
+
+TEST_P(IndexStoreTest, SearchesFindWhatIsThereWhateverOthersDo)
+{
+    unruly_writer work(41);
+    auto apply_all = [&](const std::vector<index_change> &changes) {
+        change([&](silo_transaction_t *trans) {
+            return std::ranges::all_of(changes, [&](const index_change &one) { return apply(trans, one); });
+        });
+    };
+    apply_all(work.first_values());
+    for (int i = 0; i < 200 && !HasFailure(); i++) {
+        apply_all(work.changes(pairs()));
         search_wish wish = work.wish();
         EXPECT_EQ(finish_search(begin_search(wish)), reference_search(pairs())(wish)) << testing::PrintToString(wish);
     }

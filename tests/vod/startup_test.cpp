@@ -3,6 +3,7 @@
 #include "tests/vod/fake_index.h"
 #include "tests/vod/vod_fixture.h"
 
+#include "silo_pool/silo_channels.h"
 #include "vod/access.h"
 #include "vod/mutex_util.h"
 #include "vod/record_worker.h"
@@ -122,6 +123,25 @@ TEST_F(StartupTest, AnUploadObjectWithoutPathKeepsTheDefault)
     config("{\"upload\":{\"save_path\":\"" + std::string(400, 'p') + "\"}}");
     settings_read();
     EXPECT_EQ(std::string(upload_save_path()), std::string(259, 'p'));
+}
+
+TEST_F(StartupTest, TheTrustInWhatSearchesRememberIsASetting)
+{
+    struct row {
+        const char *json;
+        uint32_t seconds;
+        size_t told;
+    };
+    for (row odd : {row{R"({"index":{"trust_seconds":5}})", 5, 0}, row{R"({"index":{"trust_seconds":0}})", 0, 0},
+                    row{R"({"index":{"trust_seconds":-1}})", 0, 1}, row{R"({"index":{"trust_seconds":"5"}})", 600, 0},
+                    row{R"({"index":{"trust_seconds":99999999999}})", 86400, 1}, row{R"({"index":7})", 600, 0},
+                    row{R"([1])", 600, 0}, row{"not json", 600, 0}, row{"{}", 600, 0}}) {
+        log.clear();
+        config(odd.json);
+        EXPECT_EQ(settings_read(), 1);
+        EXPECT_EQ(silo_channels_trust(), odd.seconds) << odd.json;
+        EXPECT_EQ(log.count_containing("index.trust_seconds"), odd.told) << odd.json;
+    }
 }
 
 TEST_F(StartupTest, AServerOfAnotherTypeIsNoCloud)

@@ -25,18 +25,6 @@ class file_output : public play_output {
         written_ += file_.good() ? bytes.size() : 0;
         return file_.good() || failed();
     }
-    bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) override
-    {
-        errno = 0;
-        if (!file_.flush())
-            return failed();
-        if (!file_.seekp(static_cast<std::streamoff>(offset))) {
-            file_.clear();
-            return true;
-        }
-        file_.write(reinterpret_cast<const char *>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        return file_.good() || failed();
-    }
     bool finish() override
     {
         errno = 0;
@@ -69,7 +57,6 @@ class standard_output : public play_output {
         written_ += bytes.size();
         return true;
     }
-    bool rewrite(uint64_t, std::span<const uint8_t>) override { return true; }
     bool finish() override
     {
         errno = 0;

@@ -10,9 +10,6 @@ class play_output {
   public:
     virtual ~play_output() = default;
     virtual bool write(std::span<const uint8_t> bytes) = 0;
-    // Overwrites what was written `offset` bytes behind the start, when all is written; nothing where there is no going
-    // back, as in a pipe.
-    virtual bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) = 0;
     // Completes the output; once, after the last write.
     virtual bool finish() = 0;
     virtual uint64_t bytes_written() const = 0;

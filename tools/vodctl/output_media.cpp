@@ -17,7 +17,6 @@ class media_output : public play_output {
     {
         return media_export_push(object_.get(), bytes.data(), bytes.size());
     }
-    bool rewrite(uint64_t, std::span<const uint8_t>) override { return true; }
     bool finish() override { return media_export_finish(object_.get()); }
     uint64_t bytes_written() const override { return media_export_get_totals(object_.get()).bytes_out; }
     std::string error() const override { return media_export_error(object_.get()); }
