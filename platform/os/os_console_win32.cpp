@@ -1,5 +1,6 @@
 // The console, and what a program takes from the one who calls it.
 #include "platform/os/os_internal.h"
+#include "platform/os/os_standard.h"
 #include "platform/os/os_win32.h"
 
 #include <atomic>
@@ -62,8 +63,13 @@ static void console_prepare()
         std::atexit(console_give_back);
 }
 
+// Nothing can be said to anybody then.
+static constexpr UINT NO_STREAMS = 71;
+
 char **os_program_start(int argc, char **argv)
 {
+    if (!os_standard_streams_open())
+        ExitProcess(NO_STREAMS);
     for (std::FILE *stream : {stdin, stdout, stderr})
         _setmode(_fileno(stream), _O_BINARY);
     console_prepare();
@@ -85,17 +91,20 @@ int os_is_reader_gone(int error)
     return error == EPIPE || (error == EINVAL && is_pipe) ? 1 : 0;
 }
 
+static constexpr UINT INTERRUPTED = 130;
+
 static std::atomic<void (*)(void)> s_interrupt_handler;
 // The thread whose blocked reads come back: the one that asked.
 static std::atomic<HANDLE> s_interrupted_thread;
 
-// Called on a thread of the host's. The second request is left to the host, which ends the process.
+// Called on a thread of the host's. The second request ends the process.
 static BOOL WINAPI interrupt_arrived(DWORD request)
 {
     auto handler = s_interrupt_handler.exchange(nullptr);
     if (handler == nullptr)
-        return FALSE;
-    handler();
+        TerminateProcess(GetCurrentProcess(), INTERRUPTED);
+    else
+        handler();
     CancelSynchronousIo(s_interrupted_thread.load());
     // After these the host ends the process as soon as it has its answer, else after some seconds.
     if (request != CTRL_C_EVENT && request != CTRL_BREAK_EVENT)

@@ -94,6 +94,7 @@ static int run(const svr_arguments &arguments)
 
 int main(int argc, char **argv)
 {
+    argv = os_program_start(argc, argv);
     CLI::App app(DESCRIPTION, "vod_svr");
     // A name that begins with a slash is a name on every host.
     app.allow_windows_style_options(false);
@@ -106,7 +107,7 @@ int main(int argc, char **argv)
     app.add_flag("--json", arguments.json, "Say that the service is ready as a JSON object");
     app.set_version_flag("--version", "vod_svr " VOD_VERSION);
     try {
-        app.parse(argc, os_program_start(argc, argv));
+        app.parse(argc, argv);
     } catch (const CLI::ParseError &wrong) {
         return app.exit(wrong) == 0 ? EXIT_STOPPED : EXIT_USAGE;
     }
