@@ -300,25 +300,6 @@ TEST_F(OrbrecImportTest, NamesOutsideAsciiAreTaken)
     EXPECT_EQ(names_in(folder_.file("Einfahrt Süd 门")), std::vector<std::string>{"门口_00_0_20240501080000_1.rec"});
 }
 
-TEST_F(OrbrecImportTest, CtrlCRemovesTheUnfinishedFile)
-{
-    // Small to make, long to import: the request to end comes while pictures of sixteen times the size are coded.
-    clip_make(folder_.file("in.avi"), {.encoder = "mpeg4", .frames = 400});
-    child_process tool;
-    ASSERT_TRUE(tool.start(orbrec_words("import in.avi -o rec/ --size 2560x1440 --start '2024-05-01 08:00:00'"),
-                           {.folder = folder_.file("."), .err = folder_.file("err")}));
-    std::vector<std::string> names;
-    for (int i = 0; i < 3000 && names.empty() && tool.is_running(); i++) {
-        os_sleep(10);
-        if (std::filesystem::exists(host_path(folder_.file("rec"))))
-            names = names_in(folder_.file("rec"));
-    }
-    EXPECT_EQ(names, std::vector<std::string>{"local_00_0_20240501080000_1.rec.part"});
-    ASSERT_TRUE(tool.ask_to_end());
-    EXPECT_EQ(tool.wait(60'000), 130);
-    EXPECT_TRUE(names_in(folder_.file("rec")).empty());
-}
-
 TEST_F(OrbrecImportTest, OutputIsQuietInAPipeButForTheFilesMade)
 {
     clip_make(folder_.file("in.avi"), {.encoder = "mpeg4", .frames = 30});

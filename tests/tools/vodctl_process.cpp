@@ -46,6 +46,18 @@ child_result run_vodctl_into_pipe(size_t read_bytes, const std::vector<std::stri
     return result;
 }
 
+// Whether a file whose name begins so holds something.
+static bool has_begun(const std::string &name)
+{
+    for (const auto &entry : std::filesystem::directory_iterator(".")) {
+        std::error_code missing;
+        uintmax_t size = entry.file_size(missing);
+        if (!missing && size > 0 && entry.path().filename().string().starts_with(name))
+            return true;
+    }
+    return false;
+}
+
 child_result run_vodctl_and_stop(const std::string &file, const std::vector<std::string> &arguments)
 {
     child_options options;
@@ -53,10 +65,8 @@ child_result run_vodctl_and_stop(const std::string &file, const std::vector<std:
     options.err = ERR_FILE;
     child_process process;
     EXPECT_TRUE(process.start(words_of(arguments), options));
-    std::error_code missing;
-    for (uint64_t deadline = os_tick() + END_MS; os_tick() < deadline && process.is_running(); os_sleep(10))
-        if (uintmax_t size = std::filesystem::file_size(file, missing); !missing && size > 0)
-            break;
+    for (uint64_t deadline = os_tick() + END_MS; os_tick() < deadline && process.is_running() && !has_begun(file);)
+        os_sleep(10);
     EXPECT_TRUE(process.ask_to_end());
     child_result result;
     result.status = process.wait(END_MS);

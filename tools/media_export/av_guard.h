@@ -41,17 +41,18 @@ struct av_input_closer {
 };
 using av_input_owner = std::unique_ptr<AVFormatContext, av_input_closer>;
 
+// What it writes to has an owner of its own.
 struct av_output_closer {
-    void operator()(AVFormatContext *output) const
-    {
-        avio_closep(&output->pb);
-        avformat_free_context(output);
-    }
+    void operator()(AVFormatContext *output) const { avformat_free_context(output); }
 };
 using av_output_owner = std::unique_ptr<AVFormatContext, av_output_closer>;
 
 struct av_io_closer {
-    void operator()(AVIOContext *io) const { avio_closep(&io); }
+    void operator()(AVIOContext *io) const
+    {
+        av_freep(&io->buffer);
+        avio_context_free(&io);
+    }
 };
 using av_io_owner = std::unique_ptr<AVIOContext, av_io_closer>;
 

@@ -1,6 +1,7 @@
 #include "tools/media_export/media_export.h"
 
 #include "platform/avfiltersdk/avfilterwriter.h"
+#include "tools/media_export/av_output.h"
 #include "tools/media_export/mp4_writer.h"
 #include "tools/media_export/recording_stream.h"
 
@@ -12,7 +13,7 @@ struct media_export {
     std::string error;
     recording_stream stream;
     recording_head head = {};
-    av_io_owner output; // handed to the MP4 writer when that starts
+    av_output io;
     mp4_writer mp4;
     aac_track aac;
     bool has_aac = false, started = false, failed = false, is_output_error = false;
@@ -26,42 +27,25 @@ void media_export_closer::operator()(media_export *object) const
     delete object;
 }
 
-static std::string output_url(const std::string &output)
-{
-    return output == "-" ? "pipe:1" : "file:" + output;
-}
-
+// What failed is the writing when the output says so.
 static bool export_fail(media_export *object, const std::string &error)
 {
-    if (!object->failed)
-        object->error = error;
+    if (object->failed)
+        return false;
     object->failed = true;
-    object->is_output_error = object->is_output_error || object->mp4.is_output_error();
+    object->is_output_error = !object->settings.output->error().empty();
+    object->error = object->is_output_error ? object->settings.output->error() : error;
     return false;
-}
-
-static bool annexb_fail(media_export *object, int result)
-{
-    object->is_output_error = true;
-    return export_fail(object, "cannot write " + object->settings.output + ": " + av_reason(result));
 }
 
 media_export_ref media_export_open(const media_export_settings &settings, std::string *error)
 {
-    if (settings.output.empty()) {
-        *error = "no output is named";
-        return nullptr;
-    }
-    AVIOContext *io = nullptr;
-    int result = avio_open(&io, output_url(settings.output).c_str(), AVIO_FLAG_WRITE);
-    if (result < 0) {
-        *error = "cannot write " + settings.output + ": " + av_reason(result);
-        return nullptr;
-    }
     media_export_ref object(new media_export);
     object->settings = settings;
-    object->output.reset(io);
-    return object;
+    if (settings.output != nullptr && object->io.open(settings.output))
+        return object;
+    *error = settings.output == nullptr ? "no output is named" : "out of memory";
+    return nullptr;
 }
 
 static bool audio_prepare(media_export *object, std::string *error)
@@ -76,14 +60,14 @@ static bool mp4_start(media_export *object, byte_span unit)
     if (!audio_prepare(object, &error))
         return export_fail(object, error);
     int mode = object->head.mode;
-    mp4_settings settings = {.stream = object->settings.output == "-",
+    mp4_settings settings = {.stream = object->settings.output->is_stream(),
                              .mode = mode,
                              .width = object->head.width,
                              .height = object->head.height,
                              .frame_rate = std::max<int>(object->head.frame_rate, 1),
                              .key_frame = unit,
                              .audio = object->has_aac ? object->aac.encoder() : nullptr};
-    return object->mp4.open(settings, std::move(object->output), &error) || export_fail(object, error);
+    return object->mp4.open(settings, object->io.get(), &error) || export_fail(object, error);
 }
 
 static int64_t frame_ms(const media_export *object)
@@ -108,11 +92,10 @@ static bool write_video(media_export *object, byte_span unit, bool is_key, int64
     std::string error;
     if (object->settings.format == MEDIA_EXPORT_MP4)
         return object->mp4.write_video(unit, is_key, place, frame_ms(object), &error) || export_fail(object, error);
-    avio_write(object->output.get(), unit.data(), static_cast<int>(unit.size()));
-    if (object->settings.output == "-")
-        avio_flush(object->output.get());
-    int result = object->output->error;
-    return result >= 0 || annexb_fail(object, result);
+    avio_write(object->io.get(), unit.data(), static_cast<int>(unit.size()));
+    if (object->settings.output->is_stream())
+        avio_flush(object->io.get());
+    return object->io.get()->error >= 0 || export_fail(object, "");
 }
 
 static bool write_audio(media_export *object, AVPacket *packet)
@@ -197,19 +180,12 @@ static bool outputs_finish(media_export *object)
 {
     std::string error;
     if (object->settings.format == MEDIA_EXPORT_ANNEXB) {
-        avio_flush(object->output.get());
-        object->totals.bytes_out = static_cast<uint64_t>(object->output->bytes_written);
-        int result = object->output->error;
-        AVIOContext *io = object->output.release();
-        int closed = avio_closep(&io);
-        result = result < 0 ? result : closed;
-        return result >= 0 || annexb_fail(object, result);
+        avio_flush(object->io.get());
+        return object->io.get()->error >= 0 || export_fail(object, "");
     }
     if (object->has_aac && !object->aac.finish([object](AVPacket *packet) { return write_audio(object, packet); }))
         return export_fail(object, "the AAC encoder failed");
-    bool finished = object->mp4.finish(&error);
-    object->totals.bytes_out = object->mp4.bytes();
-    return finished || export_fail(object, error);
+    return object->mp4.finish(&error) || export_fail(object, error);
 }
 
 bool media_export_finish(media_export *object)
@@ -221,7 +197,9 @@ bool media_export_finish(media_export *object)
         return false;
     if (object->totals.video_frames == 0)
         return export_fail(object, "no video frame that starts with a key frame and its parameter sets was found");
-    return outputs_finish(object);
+    bool finished = outputs_finish(object);
+    object->totals.bytes_out = object->settings.output->size();
+    return finished;
 }
 
 const std::string &media_export_error(const media_export *object)

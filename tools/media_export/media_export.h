@@ -6,6 +6,8 @@
 // are skipped to the next frame and counted. An object is used by one thread at a time; nothing throws.
 #pragma once
 
+#include "tools/common/tool_output.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -14,9 +16,9 @@
 enum media_export_format { MEDIA_EXPORT_MP4, MEDIA_EXPORT_ANNEXB };
 
 struct media_export_settings {
-    // Host path in UTF-8, replaced when it is there; "-" is standard output. MP4 to a file has its index at the end,
-    // MP4 to standard output is fragmented at key frames, so that a player can follow it while it is written.
-    std::string output;
+    // Open, the caller's, and alive as long as the export. MP4 in a file has its index at the end; MP4 to a stream is
+    // fragmented at key frames, so that a player can follow it while it is written.
+    tool_output *output = nullptr;
     media_export_format format = MEDIA_EXPORT_MP4;
     bool audio = true; // Annex B never carries any
 };
@@ -37,13 +39,13 @@ struct media_export_closer {
 };
 using media_export_ref = std::unique_ptr<media_export, media_export_closer>;
 
-// Empty and `error` filled when the output cannot be opened. A file that fails or is dropped before media_export_finish
-// stays as it is for the caller to remove.
+// Empty and `error` filled when there is no output or no memory.
 media_export_ref media_export_open(const media_export_settings &settings, std::string *error);
 // False when something failed; it then keeps failing, media_export_error says why.
 bool media_export_push(media_export *object, const void *bytes, size_t size);
-// Writes what is held back (always the last frame) and completes the output. Call once, after the last push. A
-// recording without a single video frame is a failure.
+// Writes what is held back (always the last frame) and completes the medium, so that it can be played also after a
+// break; the output itself is still to be finished or left. Call once, after the last push. A recording without a single
+// video frame is a failure.
 bool media_export_finish(media_export *object);
 const std::string &media_export_error(const media_export *object);
 // True when what failed is the writing of the output: a full disk, a reader that went away.

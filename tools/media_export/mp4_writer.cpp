@@ -58,7 +58,7 @@ bool mp4_writer::add_audio(const AVCodecContext *encoder)
     return true;
 }
 
-bool mp4_writer::open(const mp4_settings &settings, av_io_owner io, std::string *error)
+bool mp4_writer::open(const mp4_settings &settings, AVIOContext *io, std::string *error)
 {
     AVFormatContext *output = nullptr;
     avformat_alloc_output_context2(&output, nullptr, "mp4", nullptr);
@@ -69,7 +69,7 @@ bool mp4_writer::open(const mp4_settings &settings, av_io_owner io, std::string 
         *error = "the MP4 writer cannot be set up: out of memory";
         return false;
     }
-    output_->pb = io.release();
+    output_->pb = io;
     AVDictionary *options = nullptr;
     if (stream_) {
         av_dict_set(&options, "movflags", "empty_moov+frag_keyframe+default_base_moof", 0);
@@ -78,7 +78,6 @@ bool mp4_writer::open(const mp4_settings &settings, av_io_owner io, std::string 
     int result = avformat_write_header(output_.get(), &options);
     av_dict_free(&options);
     header_written_ = result >= 0;
-    is_output_error_ = output_->pb->error < 0;
     if (!header_written_)
         *error = "the MP4 cannot be started: " + av_reason(result);
     return header_written_;
@@ -89,7 +88,6 @@ bool mp4_writer::write(AVPacket *packet, std::string *error)
     int result = av_write_frame(output_.get(), packet);
     if (result >= 0 && output_->pb->error < 0)
         result = output_->pb->error;
-    is_output_error_ = output_->pb->error < 0;
     if (result < 0)
         *error = "the MP4 cannot be written: " + av_reason(result);
     return result >= 0;
@@ -130,13 +128,6 @@ bool mp4_writer::finish(std::string *error)
     avio_flush(output_->pb);
     if (result >= 0)
         result = output_->pb->error;
-    // A file's head is written twice: only its size tells. A pipe has none.
-    int64_t size = stream_ ? -1 : avio_size(output_->pb);
-    bytes_ = static_cast<uint64_t>(size < 0 ? output_->pb->bytes_written : size);
-    int closed = avio_closep(&output_->pb);
-    if (result >= 0)
-        result = closed;
-    is_output_error_ = result < 0;
     if (result < 0)
         *error = "the MP4 cannot be completed: " + av_reason(result);
     return result >= 0;

@@ -12,14 +12,12 @@ struct mp4_settings {
 
 class mp4_writer {
 public:
-    bool open(const mp4_settings &settings, av_io_owner io, std::string *error);
+    // `io` is the caller's and outlives this.
+    bool open(const mp4_settings &settings, AVIOContext *io, std::string *error);
     bool is_open() const { return header_written_; }
     bool write_video(byte_span unit, bool is_key, int64_t time_ms, int64_t duration_ms, std::string *error);
     bool write_audio(AVPacket *packet, std::string *error);
     bool finish(std::string *error);
-    uint64_t bytes() const { return bytes_; }
-    // Whether the last failure was one of writing.
-    bool is_output_error() const { return is_output_error_; }
 
 private:
     bool add_video(const mp4_settings &settings);
@@ -29,6 +27,5 @@ private:
     av_output_owner output_;
     AVStream *video_ = nullptr, *audio_ = nullptr; // owned by output_
     av_packet_owner packet_;
-    bool stream_ = false, header_written_ = false, is_output_error_ = false;
-    uint64_t bytes_ = 0;
+    bool stream_ = false, header_written_ = false;
 };

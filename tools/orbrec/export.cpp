@@ -4,9 +4,6 @@
 
 #include <cstdio>
 
-// A file bears its name only when it is complete.
-static const char *const s_part_suffix = ".part";
-
 static std::string settings_complaint(const export_settings &settings)
 {
     if (settings.output != "-")
@@ -18,39 +15,56 @@ static std::string settings_complaint(const export_settings &settings)
     return "";
 }
 
-static int output_check(const export_settings &settings)
+static int output_open(const export_settings &settings, tool_output *file)
 {
-    if (settings.output == "-" || !path_exists(settings.output))
+    int result = file->open({.name = settings.output, .force = settings.force, .inputs = {settings.input}});
+    if (result == OS_OUTPUT_OPENED)
         return ORBREC_OK;
-    if (path_is_folder(settings.output))
-        return orbrec_fail(ORBREC_USAGE, settings.output + " is a folder: name the file to write with -o");
-    if (settings.force)
-        return ORBREC_OK;
-    return orbrec_fail(ORBREC_UNWRITABLE, settings.output + " is already there: use --force to replace it");
+    return orbrec_fail(result == OS_OUTPUT_FOLDER ? ORBREC_USAGE : ORBREC_UNWRITABLE, file->error());
 }
 
-static int target_failed(const export_settings &settings, const media_export *target)
+struct export_job {
+    const export_settings &settings;
+    recording_reader reader{};
+    tool_output file{};
+    media_export_ref target{};
+};
+
+// A break: what came until then is made playable and stays.
+static int job_broke(export_job *job, int status, const std::string &text)
 {
-    int status = media_export_is_output_error(target) ? ORBREC_UNWRITABLE : ORBREC_MEDIA;
-    return orbrec_fail(status, settings.input + ": " + media_export_error(target));
+    media_export_finish(job->target.get());
+    return orbrec_fail(status, text + "; " + job->file.leave());
 }
 
-static int export_run(const export_settings &settings, recording_reader *reader, media_export *target)
+static int target_failed(export_job *job)
 {
-    progress_bar progress(settings.input, static_cast<int64_t>(reader->size()));
+    int status = media_export_is_output_error(job->target.get()) ? ORBREC_UNWRITABLE : ORBREC_MEDIA;
+    std::string text = job->settings.input + ": " + media_export_error(job->target.get());
+    if (orbrec_is_stopped()) // which also ends a write that waits for a slow reader
+        return job_broke(job, ORBREC_INTERRUPTED, "stopped");
+    return job_broke(job, status, text);
+}
+
+static int export_run(export_job *job)
+{
+    const std::string &name = job->settings.input;
+    progress_bar progress(name, static_cast<int64_t>(job->reader.size()));
     std::string error;
     byte_span piece;
     do {
         if (orbrec_is_stopped())
-            return orbrec_fail(ORBREC_INTERRUPTED, "stopped; the unfinished file is removed");
-        if (!reader->read(&piece, &error))
-            return orbrec_fail(ORBREC_UNREADABLE, "cannot read " + settings.input + ": " + error);
-        if (!media_export_push(target, piece.data(), piece.size()))
-            return target_failed(settings, target);
-        progress.show(static_cast<int64_t>(reader->position()));
+            return job_broke(job, ORBREC_INTERRUPTED, "stopped");
+        if (!job->reader.read(&piece, &error))
+            return job_broke(job, ORBREC_UNREADABLE, "cannot read " + name + ": " + error);
+        if (!media_export_push(job->target.get(), piece.data(), piece.size()))
+            return target_failed(job);
+        progress.show(static_cast<int64_t>(job->reader.position()));
     } while (!piece.empty());
-    if (!media_export_finish(target))
-        return target_failed(settings, target);
+    if (!media_export_finish(job->target.get()))
+        return target_failed(job);
+    if (!job->file.finish())
+        return orbrec_fail(ORBREC_UNWRITABLE, job->file.error() + "; " + job->file.leave());
     return ORBREC_OK;
 }
 
@@ -76,43 +90,24 @@ static void report_print(const export_settings &settings, const media_export_tot
     }
 }
 
-// Gives the finished part its name, or removes what is left of it.
-static int part_settle(const export_settings &settings, int status)
-{
-    std::string part, name, error;
-    if (!system_path(settings.output + s_part_suffix, &part, &error) || !system_path(settings.output, &name, &error))
-        return orbrec_fail(ORBREC_UNWRITABLE, error);
-    if (status == ORBREC_OK && os_file_rename(part.c_str(), name.c_str()))
-        return ORBREC_OK;
-    if (status == ORBREC_OK)
-        status = orbrec_fail(ORBREC_UNWRITABLE, "cannot write " + settings.output + ": " + os_file_error());
-    os_file_remove(part.c_str());
-    return status;
-}
-
 int orbrec_export(const export_settings &settings)
 {
     if (std::string complaint = settings_complaint(settings); !complaint.empty())
         return orbrec_fail(ORBREC_USAGE, complaint);
-    recording_reader reader;
+    export_job job{.settings = settings};
     std::string error;
-    if (!reader.open(settings.input, &error))
+    if (!job.reader.open(settings.input, &error))
         return orbrec_fail(ORBREC_UNREADABLE, "cannot read " + settings.input + ": " + error);
-    if (int status = output_check(settings); status != ORBREC_OK)
+    if (int status = output_open(settings, &job.file); status != ORBREC_OK)
         return status;
-    bool is_stream = settings.output == "-";
-    media_export_settings target = {.output = is_stream ? "-" : settings.output + s_part_suffix,
+    job.target = media_export_open({.output = &job.file,
                                     .format = settings.format == "annexb" ? MEDIA_EXPORT_ANNEXB : MEDIA_EXPORT_MP4,
-                                    .audio = !settings.no_audio};
-    media_export_ref opened = media_export_open(target, &error);
-    if (!opened)
+                                    .audio = !settings.no_audio},
+                                   &error);
+    if (!job.target)
         return orbrec_fail(ORBREC_UNWRITABLE, error);
-    int status = export_run(settings, &reader, opened.get());
-    media_export_totals totals = media_export_get_totals(opened.get());
-    opened.reset();
-    if (!is_stream)
-        status = part_settle(settings, status);
+    int status = export_run(&job);
     if (status == ORBREC_OK)
-        report_print(settings, totals);
+        report_print(settings, media_export_get_totals(job.target.get()));
     return status;
 }

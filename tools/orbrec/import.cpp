@@ -57,6 +57,7 @@ static int output_prepare(const import_settings &settings, output_settings *outp
     output->host = settings.host;
     output->channel = settings.channel;
     output->force = settings.force;
+    output->inputs = settings.inputs;
     if (int64_t seconds = 0; duration_parse(settings.split, &seconds))
         output->split_ms = seconds * 1000;
     if (!output_is_folder(settings)) {
@@ -210,13 +211,13 @@ static void report_print(const import_job &job)
                     local_time_text(file.start_seconds).c_str(), local_time_text(file.end_seconds).c_str());
 }
 
-static int flow_failed(const import_job &job, const std::string &name, const std::string &error)
+static int flow_failed(import_job *job, const std::string &name, const std::string &error)
 {
     if (orbrec_is_stopped())
-        return orbrec_fail(ORBREC_INTERRUPTED, "stopped; the unfinished file is removed");
-    if (job.output.status() != 0)
-        return orbrec_fail(job.output.status(), job.output.error());
-    return orbrec_fail(ORBREC_MEDIA, name + ": " + error);
+        return orbrec_fail(ORBREC_INTERRUPTED, "stopped; " + job->output.leave());
+    if (job->output.status() != 0)
+        return orbrec_fail(job->output.status(), job->output.error());
+    return orbrec_fail(ORBREC_MEDIA, name + ": " + error + "; " + job->output.leave());
 }
 
 static int import_one(import_job *job, const std::string &name)
@@ -234,9 +235,9 @@ static int import_one(import_job *job, const std::string &name)
     import_pairing pairing(&job->output, flow.audio.get());
     std::string error;
     if (!flow_run(&flow, &pairing, &error) || !job->output.end())
-        return flow_failed(*job, name, error);
+        return flow_failed(job, name, error);
     if (pairing.given() == 0)
-        return flow_failed(*job, name, "not one of its pictures can be decoded");
+        return flow_failed(job, name, "not one of its pictures can be decoded");
     if (flow.video->broken_packets() > 0)
         orbrec_warn(name + ": " + std::to_string(flow.video->broken_packets()) + " packets could not be decoded");
     report_add(job, flow, first_file);

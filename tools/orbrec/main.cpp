@@ -13,7 +13,7 @@ static const char *const s_exit_statuses = "\nExit status:\n"
                                            "  3    an output cannot be written, or is already there\n"
                                            "  4    the media cannot be converted\n"
                                            "  64   wrong arguments\n"
-                                           "  130  stopped with Ctrl-C; unfinished files are removed\n";
+                                           "  130  stopped with Ctrl-C; what came until then stays in NAME.part\n";
 
 static const char *const s_main_examples =
     "\nExamples:\n"
@@ -143,6 +143,7 @@ static int command_run(const CLI::App &app, const command_settings &settings)
 
 int main(int argc, char **argv)
 try {
+    argv = os_program_start(argc, argv);
     CLI::App app("Makes, converts, inspects and checks recording files.", "orbrec");
     // A name that begins with a slash is a name on every host.
     app.allow_windows_style_options(false);
@@ -156,7 +157,7 @@ try {
     verify_command(&app, &settings.verify);
     index_commands(&app, &settings.index, s_exit_statuses);
     try {
-        app.parse(argc, os_program_start(argc, argv));
+        app.parse(argc, argv);
     } catch (const CLI::ParseError &wrong) {
         return app.exit(wrong) == 0 ? ORBREC_OK : ORBREC_USAGE;
     }

@@ -11,7 +11,6 @@
 static constexpr int64_t FILE_BYTES_MAX = 2'000'000'000;
 // For the frame's head and absolute time that is inserted later.
 static constexpr size_t FRAME_BYTES_SPARED = RECORDING_FRAME_HEAD_BYTES + 64;
-static const char *const s_part_suffix = ".part";
 
 bool name_tells_start(const std::string &name)
 {
@@ -36,24 +35,31 @@ static AVUtcTime calendar_time(int64_t seconds)
 
 recording_output::~recording_output()
 {
-    file_abandon();
+    leave();
 }
 
 bool recording_output::fail(int status, const std::string &text)
 {
-    error_ = text;
+    bool has_file = file_ != nullptr;
+    std::string rest = leave();
+    error_ = has_file ? text + "; " + rest : text;
     status_ = status;
-    file_abandon();
     return false;
 }
 
-void recording_output::file_abandon()
+// A recording that is completed can be played up to where it broke off; one without a frame is of no use to anybody.
+std::string recording_output::leave()
 {
-    if (writer_ == nullptr)
-        return;
-    AVWriterAbandon(writer_);
+    if (writer_ != nullptr)
+        AVWriterFinish(writer_);
     writer_ = nullptr;
-    os_file_remove(part_.c_str());
+    std::string rest = "nothing was written";
+    if (file_ != nullptr && current_.frames > 0)
+        rest = file_->leave();
+    else if (file_ != nullptr)
+        file_->drop();
+    file_.reset();
+    return rest;
 }
 
 void recording_output::begin(const output_video &video, int64_t start_seconds)
@@ -83,11 +89,16 @@ bool recording_output::file_open(int64_t time_ms)
     current_.start_seconds = start_seconds_ + time_ms / 1000;
     current_.name = file_name(current_.start_seconds);
     base_ms_ = last_ms_ = time_ms;
+    file_ = std::make_unique<tool_output>();
     std::string reason;
-    if (!system_path(current_.name, &name_, &reason) || !system_path(current_.name + s_part_suffix, &part_, &reason))
+    if (file_->open({.name = current_.name, .force = settings_.force, .inputs = settings_.inputs, .name_only = true}) !=
+        OS_OUTPUT_OPENED) {
+        std::string refusal = file_->error();
+        file_.reset();
+        return fail(ORBREC_UNWRITABLE, refusal);
+    }
+    if (!system_path(current_.name, &part_, &reason) || !system_path(file_->temporary(), &part_, &reason))
         return fail(ORBREC_UNWRITABLE, reason);
-    if (!settings_.force && path_exists(current_.name))
-        return fail(ORBREC_UNWRITABLE, current_.name + " is already there: use --force to replace it");
     AVWriterSettings writer = {};
     writer.iSize = sizeof writer;
     text_copy(writer.cFileName, part_);
@@ -97,7 +108,6 @@ bool recording_output::file_open(int64_t time_ms)
     writer.iVEncMode = video_.mode;
     writer.bAudio = video_.has_audio ? 1 : 0;
     writer.tStart = calendar_time(current_.start_seconds);
-    os_file_remove(part_.c_str()); // what a crash may have left
     writer_ = AVWriterCreate(&writer);
     return writer_ != nullptr || fail(ORBREC_UNWRITABLE, "cannot write " + current_.name + ": " + os_file_error());
 }
@@ -147,12 +157,11 @@ bool recording_output::end()
     current_.end_seconds = current_.start_seconds + (length_ms + 999) / 1000;
     void *writer = writer_;
     writer_ = nullptr;
-    if (!AVWriterFinish(writer) || !os_file_set_modified(part_.c_str(), current_.end_seconds) ||
-        !os_file_rename(part_.c_str(), name_.c_str())) {
-        std::string reason = os_file_error();
-        os_file_remove(part_.c_str());
-        return fail(ORBREC_UNWRITABLE, "cannot complete " + current_.name + ": " + reason);
-    }
+    if (!AVWriterFinish(writer) || !os_file_set_modified(part_.c_str(), current_.end_seconds))
+        return fail(ORBREC_UNWRITABLE, "cannot complete " + current_.name + ": " + os_file_error());
+    if (!file_->finish())
+        return fail(ORBREC_UNWRITABLE, file_->error());
+    file_.reset();
     files_.push_back(current_);
     return true;
 }

@@ -1,7 +1,8 @@
 // Writes the access units of an import, with the audio whose time has come, into recording files: names, splitting, the
-// end time. A file bears its name only when it is complete.
+// end time. A file bears its name only when it is complete; what a break leaves behind stays under NAME.part.
 #pragma once
 
+#include "tools/common/tool_output.h"
 #include "tools/orbrec/alaw_track.h"
 #include "tools/orbrec/video_path.h"
 
@@ -11,6 +12,7 @@ struct output_settings {
     int channel = 0;
     int64_t split_ms = 0; // 0: only where a file grows too large
     bool force = false;
+    std::vector<std::string> inputs; // never written over
 };
 
 struct output_video {
@@ -36,6 +38,8 @@ public:
     bool add(const access_unit &unit, const std::vector<alaw_frame> &audio);
     // Completes the file that is being written.
     bool end();
+    // In place of `end`, after a break: what came stays. Where, as a clause for the message that tells of the break.
+    std::string leave();
     const std::vector<written_file> &files() const { return files_; }
     // Why the last call failed, and the exit status that says so.
     const std::string &error() const { return error_; }
@@ -46,14 +50,14 @@ private:
     bool file_open(int64_t time_ms);
     bool file_is_due(const access_unit &unit) const;
     std::string file_name(int64_t start_seconds) const;
-    void file_abandon();
 
     output_settings settings_;
     output_video video_ = {};
     int64_t start_seconds_ = 0, base_ms_ = 0, last_ms_ = 0;
     int number_ = 0;
     void *writer_ = nullptr;
-    std::string host_name_, name_, part_; // as the host, as the system calls them
+    std::unique_ptr<tool_output> file_; // that the writer writes
+    std::string part_;                  // its temporary name as the system calls it
     written_file current_;
     std::vector<written_file> files_;
     std::string error_;

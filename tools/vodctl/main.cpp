@@ -57,6 +57,7 @@ static void declare_play(command_line *line)
     CLI::App *play = line->play_command = line->app.add_subcommand("play", "Play a recording into a file or a pipe.");
     play->add_option("FILE", line->play.file, "the recording as the service names it, UTF-8")->required();
     play->add_option("-o,--output", line->play.output, "where to write it; \"-\" is standard output")->required();
+    play->add_flag("--force", line->play.force, "replace the output when it is already there");
     play->add_option("--format", line->format, "rec (as recorded), annexb (bare video) or mp4; by the extension of -o");
     auto *percent = play->add_option("--seek-percent", line->seek_percent, "begin at this part of the recording's time")
                         ->check(CLI::Range(0, 100));
@@ -144,6 +145,7 @@ static int run(command_line *line)
 
 int main(int argc, char **argv)
 {
+    argv = os_program_start(argc, argv);
     vodctl_signals_install();
     os_log_set_level(LOG_FATAL); // what went wrong is said by the commands, in words
     try {
@@ -154,7 +156,7 @@ int main(int argc, char **argv)
         timeline_command_declare(&line.timeline, &line.app);
         declare_questions(&line);
         try {
-            line.app.parse(argc, os_program_start(argc, argv));
+            line.app.parse(argc, argv);
         } catch (const CLI::ParseError &error) {
             return line.app.exit(error) == 0 ? VODCTL_OK : VODCTL_USAGE; // exit prints help or what is wrong
         }

@@ -22,6 +22,7 @@ struct play_run {
     const vodctl_settings &settings;
     const play_settings &play;
     vodclient_playback session;
+    tool_output file;
     std::unique_ptr<play_output> output;
     frame_counter counter;
     vodclient_play_info info;
@@ -35,6 +36,19 @@ struct play_run {
     }
 };
 } // namespace
+
+// Before anything is asked of the service. The recording may lie on this very machine, under the name that the service
+// knows it by.
+static int open_output(play_run &run)
+{
+    const play_settings &play = run.play;
+    std::string here = play.file, error;
+    std::ranges::replace(here, '\\', '/');
+    if (run.file.open({.name = play.output, .force = play.force, .inputs = {play.file, here}}) != OS_OUTPUT_OPENED)
+        return vodctl_fail(run.settings, vodctl_is_stopped() ? VODCTL_INTERRUPTED : VODCTL_LOCAL_FILE, run.file.error());
+    run.output = play_output_open(play, &run.file, &error);
+    return run.output != nullptr ? VODCTL_OK : vodctl_fail(run.settings, VODCTL_LOCAL_FILE, error);
+}
 
 static vodclient_result open_session(play_run &run)
 {
@@ -139,26 +153,28 @@ static vodclient_result receive(play_run &run)
     return {};
 }
 
-// With inserted time a saved recording is longer than its header says: totals that are there are made true.
+// With inserted time a saved recording is longer than its header says: totals that are there are made true, where the
+// output can be gone back in.
 static bool write_totals(play_run &run)
 {
     static constexpr uint64_t TOTALS_OFFSET = 80;
     recording_head head;
-    if (sizes_of(run.play) == frame_sizes::as_they_came || !run.counter.recording(&head)
+    if (sizes_of(run.play) == frame_sizes::as_they_came || run.file.is_stream() || !run.counter.recording(&head)
         || (head.total_size == 0 && head.frame_count == 0))
         return true;
     uint8_t totals[2 * sizeof(uint32_t)];
-    wire_store(totals, static_cast<uint32_t>(std::min<uint64_t>(run.output->bytes_written(), UINT32_MAX)));
+    wire_store(totals, static_cast<uint32_t>(std::min<uint64_t>(run.file.size(), UINT32_MAX)));
     wire_store(totals + sizeof(uint32_t), static_cast<uint32_t>(run.counter.totals().frames));
-    return run.output->rewrite(TOTALS_OFFSET, totals);
+    return run.file.write(totals, TOTALS_OFFSET);
 }
 
-static void finish_output(play_run &run)
+// What came is made playable also after a break; only what came as a whole gets its name.
+static void finish_output(play_run &run, bool is_whole)
 {
     auto write = [&run](byte_span bytes) { return run.output->write(bytes); };
     if (run.end == play_end::write_failed)
         return;
-    if (!run.counter.end(write) || !write_totals(run) || !run.output->finish())
+    if (!run.counter.end(write) || !run.output->complete() || !write_totals(run) || (is_whole && !run.file.finish()))
         run.end = play_end::write_failed;
 }
 
@@ -178,7 +194,7 @@ static void report(const play_run &run)
     json_add(object.get(), "file", run.play.file);
     json_add(object.get(), "output", run.play.output);
     json_add(object.get(), "bytes_received", static_cast<int64_t>(run.bytes));
-    json_add(object.get(), "bytes_written", static_cast<int64_t>(run.output->bytes_written()));
+    json_add(object.get(), "bytes_written", static_cast<int64_t>(run.file.size()));
     json_add(object.get(), "frames", static_cast<int64_t>(totals.frames));
     json_add(object.get(), "key_frames", static_cast<int64_t>(totals.key_frames));
     json_add(object.get(), "damaged_bytes", static_cast<int64_t>(totals.damaged_bytes));
@@ -192,27 +208,26 @@ static void report(const play_run &run)
     json_print(object.get());
 }
 
-static int interrupted(const play_run &run)
+static int interrupted(play_run &run)
 {
-    return vodctl_fail(run.settings, VODCTL_INTERRUPTED, "stopped; what came until then is kept");
+    return vodctl_fail(run.settings, VODCTL_INTERRUPTED, "stopped; " + run.file.leave());
 }
 
-static int write_failure(const play_run &run)
+static int write_failure(play_run &run)
 {
     if (vodctl_is_stopped()) // which also ends a write that waits for a slow reader
         return interrupted(run);
-    if (run.output->reader_has_gone())
+    if (run.file.reader_has_gone())
         return VODCTL_OK;
-    return vodctl_fail(run.settings, VODCTL_LOCAL_FILE,
-                       "cannot write " + run.play.output + ": " + run.output->error()
-                           + "; check space, rights and that the recording holds video");
+    std::string reason = !run.file.error().empty() ? run.file.error() + "; check space and rights"
+                                                   : "cannot write " + run.play.output + ": " + run.output->error();
+    return vodctl_fail(run.settings, VODCTL_LOCAL_FILE, reason + "; " + run.file.leave());
 }
 
-static int outcome(const play_run &run, const vodclient_result &result)
+static int outcome(play_run &run, const vodclient_result &result)
 {
     if (!result)
-        return vodctl_fail(run.settings, {result.status, result.error_code,
-                                          result.text + "; " + run.play.output + " holds only what came until then"});
+        return vodctl_fail(run.settings, {result.status, result.error_code, result.text + "; " + run.file.leave()});
     if (run.end == play_end::write_failed)
         return write_failure(run);
     if (run.end == play_end::interrupted)
@@ -224,15 +239,14 @@ static int outcome(const play_run &run, const vodclient_result &result)
 int vodctl_play(const vodctl_settings &settings, const play_settings &play)
 {
     play_run run(settings, play);
+    if (int status = open_output(run); status != VODCTL_OK)
+        return status;
     if (vodclient_result result = open_session(run); !result)
         return vodctl_fail(settings, result);
-    std::string error;
-    if (run.output = play_output_open(play, &error); run.output == nullptr)
-        return vodctl_fail(settings, VODCTL_LOCAL_FILE, error);
     vodclient_result result = start_session(run);
     if (result)
         result = receive(run);
-    finish_output(run);
+    finish_output(run, static_cast<bool>(result) && run.end != play_end::interrupted);
     run.session.stop();
     run.session.close();
     return outcome(run, result);

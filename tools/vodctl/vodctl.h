@@ -32,6 +32,7 @@ struct play_settings {
     play_format format = play_format::rec;
     std::optional<int32_t> seek_percent, seek_ms, seek_kilobyte; // at most one
     bool reverse = false, insert_abstime = false;
+    bool force = false; // an output that is already there may be replaced
     uint64_t frames_max = 0;  // 0: no limit
     int64_t duration_ms = 0;  // 0: no limit
 };
