@@ -154,7 +154,9 @@ void vod_deal_event_play_cmd_stop_playback(VodLink *link, MpPackage *, xmlNode *
         LOG(LOG_REFUSE, "!vodplay_close");
     }
     vodlinks_guard held;
-    vodlinks_count_down(held, VOD_LINK_PLAY_NUM);
+    // Once for each playback: the count is what admits others.
+    if (play_id != INVALID_HANDLE_ORB)
+        vodlinks_count_down(held, VOD_LINK_PLAY_NUM);
     LOG(LOG_REFUSE, "vod_deal_event_play_cmd_stop_playback: index:%d, s_vodlink_play_num:%u, ", link->index,
         vodlinks_count(held, VOD_LINK_PLAY_NUM));
 }
