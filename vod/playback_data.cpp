@@ -2,6 +2,7 @@
 // not acknowledged. Runs on the players' threads, one callback at a time for each link.
 #include "vod/playback_session.h"
 #include "vod/reply.h"
+#include "vod_player/data_refusal.h"
 
 #include <algorithm>
 #include <cstring>
@@ -52,18 +53,20 @@ static void playback_declare_dead(VodLink *link)
     vodlink_set_timeout(link);
 }
 
-// Sends for as long as the connection only asks to try again.
-static void send_with_retries(VodLink *link, vodlinks_guard &held, reply_package *reply)
+// Sends for as long as the connection only asks to try again; false when it is not sent in the end.
+static bool send_with_retries(VodLink *link, vodlinks_guard &held, reply_package *reply)
 {
     handle_orb life = vodlink_cookie(link);
     for (uint64_t tries = 1; !reply_send(held, link, reply); tries++) {
         uint32_t error = os_get_errno();
         if (vodlink_is_dead(link))
-            return;
+            return false;
         if (error == ORB_ERROR_TCP_SEND_ERR)
-            return playback_declare_dead(link);
+            playback_declare_dead(link);
+        else if (error != ORB_ERROR_TRY_AGAIN)
+            LOG(LOG_REFUSE, "end");
         if (error != ORB_ERROR_TRY_AGAIN)
-            return LOG(LOG_REFUSE, "end");
+            return false;
         uint64_t ms = (vodlinks_count(held, VOD_LINK_ACTTVE_NUM) + tries) * RETRY_STEP_MS;
         MsLink *mslink = link->mslink;
         {
@@ -71,8 +74,9 @@ static void send_with_retries(VodLink *link, vodlinks_guard &held, reply_package
             ms_wait_sendable(mslink, static_cast<uint32_t>(std::min(ms, SLEEP_MS_MAX)));
         }
         if (vodlink_of_cookie(held, life) != link || vodlink_is_dead(link))
-            return;
+            return false;
     }
+    return true;
 }
 
 // ---- The file head: the answer to the request -----------------------------------------------------------------------
@@ -177,30 +181,31 @@ static bool wait_for_client_window(VodLink *link, vodlinks_guard &held)
     return true;
 }
 
-static void recv_stream(VodLink *link, vodlinks_guard &held, int datatype, const char *data, int size)
+// False when the data is dropped.
+static bool recv_stream(VodLink *link, vodlinks_guard &held, int datatype, const char *data, int size)
 {
     if (int32_t status = vodlink_status(link); status != VOD_LINK_STATUS_GET)
-        return LOG(LOG_REFUSE, "vodlink->status = %d", status);
+        return LOGGED(false, LOG_REFUSE, "vodlink->status = %d", status);
     PlayDataInfo &play = link->p_data.play_d;
     if (play.is_play_end) {
         play.is_play_end = 0;
         vodlinks_count_up(held, VOD_LINK_ACTTVE_NUM);
     }
     if (!wait_for_pacing(link, held) || !wait_for_client_window(link, held))
-        return;
+        return false;
     if (play.is_set_pos) {
         play.is_set_pos = 0;
         LOG(LOG_REFUSE, "throw a package");
     }
     if (size < 0 || (size == 0 && datatype != VIDEO_DATA_TYPE_SEEK_DONE))
-        return LOG(LOG_REFUSE, "should not here , size:%d, datatype:%d", size, datatype);
+        return LOGGED(false, LOG_REFUSE, "should not here , size:%d, datatype:%d", size, datatype);
     vodlink_count_sent_package(link);
     reply_package reply;
     if (!reply_build_data(&reply, link, data, static_cast<uint32_t>(size)))
-        return LOG(LOG_REFUSE, "!mp_build_package_send_res");
+        return LOGGED(false, LOG_REFUSE, "!mp_build_package_send_res");
     if (uint8_t marker = *stream_marker(datatype); marker != 0)
         reply.package.attr[0]->reserved = marker;
-    send_with_retries(link, held, &reply);
+    return send_with_retries(link, held, &reply);
 }
 
 // ---- The rest -------------------------------------------------------------------------------------------------------
@@ -252,10 +257,8 @@ static void recv_head_length_query(char *data, int size)
     std::memcpy(data, &query, sizeof query);
 }
 
-static void recv_data(VodLink *link, vodlinks_guard &held, handle_orb playerfd, int datatype, char *data, int size)
+static void recv_other_data(VodLink *link, vodlinks_guard &held, handle_orb playerfd, int datatype, char *data, int size)
 {
-    if (stream_marker(datatype) != nullptr)
-        return recv_stream(link, held, datatype, data, size);
     switch (datatype) {
     case VIDEO_DATA_TYPE_FILEHEAD:
         return recv_file_head(link, held, playerfd, data, size);
@@ -281,6 +284,9 @@ void on_recv_hardplay(handle_orb playerfd, int datatype, char *data, int size, h
     vodlinks_guard held;
     VodLink *link = vodlink_of_cookie(held, usr);
     if (link == nullptr || vodlink_is_dead(link))
-        return;
-    recv_data(link, held, playerfd, datatype, data, size);
+        return vod_player_refuse_data();
+    if (stream_marker(datatype) == nullptr)
+        recv_other_data(link, held, playerfd, datatype, data, size);
+    else if (!recv_stream(link, held, datatype, data, size))
+        vod_player_refuse_data();
 }

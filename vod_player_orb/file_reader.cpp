@@ -13,16 +13,18 @@ struct file_reader {
     read_buffer *buffer; // all zero between passes
     int dirty_bytes;     // how many the current pass may have written
     bool header_pending;
+    bool is_refused; // something of the current pass
 };
 
-// PASS_DONE: look again at once. A pass whose steps all go on had nothing to do.
+// PASS_DONE: look again at once, or after a pause where data was refused. A pass whose steps all go on had nothing to do.
 enum pass_result { PASS_NEXT_STEP, PASS_DONE };
 using pass_step = pass_result (*)(file_reader *reader, player_guard &held);
 
 static void reader_callback(file_reader *reader, player_guard &held, int type, char *data, int size)
 {
     os_unlock_guard released(held);
-    player_callback(reader->player, type, data, size);
+    if (!player_callback(reader->player, type, data, size))
+        reader->is_refused = true;
 }
 
 static void reader_report_over(file_reader *reader, player_guard &held)
@@ -174,10 +176,15 @@ static void reader_run(file_reader *reader)
     VODOrbPlayer *player = reader->player;
     while (shared_load(player->file_info.thread_is_active)) {
         uint32_t calls = player_wake_count(player);
+        reader->is_refused = false;
         pass_result result = reader_pass(reader);
         reader_clear_buffer(reader);
-        if (result == PASS_NEXT_STEP && shared_load(player->file_info.thread_is_active))
+        if (!shared_load(player->file_info.thread_is_active))
+            return;
+        if (result == PASS_NEXT_STEP)
             player_wake_wait(player, calls, OS_WAIT_FOREVER);
+        else if (reader->is_refused)
+            player_refused_wait(player, calls);
     }
 }
 
@@ -210,7 +217,7 @@ static void reader_measure(VODOrbPlayer *player)
 int get_original_data(void *player)
 {
     os_thread_name("orb_reader");
-    file_reader reader = {static_cast<VODOrbPlayer *>(player), nullptr, 0, true};
+    file_reader reader = {static_cast<VODOrbPlayer *>(player), nullptr, 0, true, false};
     reader_measure(reader.player);
     reader.buffer = new_or_exit<read_buffer>("buf == NULL");
     if (reader.buffer == nullptr)

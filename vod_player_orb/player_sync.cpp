@@ -59,6 +59,12 @@ uint32_t player_wake_count(VODOrbPlayer *player)
     return orb_wake_count(&player->wake);
 }
 
+void player_refused_wait(VODOrbPlayer *player, uint32_t seen)
+{
+    static constexpr uint32_t REFUSED_PASS_MS = 1;
+    orb_wake_wait(&player->wake, seen, REFUSED_PASS_MS);
+}
+
 void player_wake_wait(VODOrbPlayer *player, uint32_t seen, uint32_t ms)
 {
     orb_wake_wait(&player->wake, seen, ms);

@@ -62,3 +62,5 @@ private:
 // For the reading threads, which run only while both exist.
 uint32_t player_wake_count(VODOrbPlayer *player);
 void player_wake_wait(VODOrbPlayer *player, uint32_t seen, uint32_t ms);
+// The pause of a reading thread behind a pass whose data was refused: a millisecond, less when it is called.
+void player_refused_wait(VODOrbPlayer *player, uint32_t seen);

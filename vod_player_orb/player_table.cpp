@@ -1,4 +1,5 @@
 #include "platform/json/json.h"
+#include "vod_player/data_refusal.h"
 #include "vod_player_orb/vod_player_orb.h"
 
 #include <algorithm>
@@ -154,8 +155,8 @@ VODOrbPlayer *orb_player_of(VODPlayer *player)
     return reinterpret_cast<VODOrbPlayer *>(player);
 }
 
-void player_callback(VODOrbPlayer *player, int type, char *data, int size)
+bool player_callback(VODOrbPlayer *player, int type, char *data, int size)
 {
-    if (player->func != nullptr)
-        player->func(player_handle(player), type, data, size, player->usr);
+    return player->func == nullptr ||
+           vod_player_deliver(player->func, player_handle(player), type, data, size, player->usr);
 }

@@ -181,8 +181,8 @@ inline bool player_is_by_time(const VODOrbPlayer *player)
 
 // The player behind an operation's argument; null, with its log line, when there is none or it is another type's.
 VODOrbPlayer *orb_player_of(VODPlayer *player);
-// Hands data to the player's user. Called with the player's lock released.
-void player_callback(VODOrbPlayer *player, int type, char *data, int size);
+// Hands data to the player's user, false when it was refused. Called with the player's lock released.
+bool player_callback(VODOrbPlayer *player, int type, char *data, int size);
 
 // ---- Slot table and settings (player_table.cpp) ---------------------------------------------------------------------
 

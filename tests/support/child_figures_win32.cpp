@@ -70,6 +70,8 @@ child_figures child_figures_of(HANDLE process, DWORD pid)
     child_figures figures;
     PROCESS_MEMORY_COUNTERS memory = {};
     FILETIME begin, end, kernel = {}, user = {};
+    IO_COUNTERS io = {};
+    GetProcessIoCounters(process, &io);
     GetProcessMemoryInfo(process, &memory, sizeof memory);
     GetProcessTimes(process, &begin, &end, &kernel, &user);
     figures.threads = threads_of(pid);
@@ -77,5 +79,6 @@ child_figures child_figures_of(HANDLE process, DWORD pid)
     figures.host_descriptors = 4;
     figures.resident_bytes = memory.WorkingSetSize;
     figures.cpu_ms = ms_of(kernel) + ms_of(user);
+    figures.read_bytes = io.ReadTransferCount;
     return figures;
 }

@@ -16,6 +16,7 @@ struct child_options {
 
 struct child_figures {
     uint64_t resident_bytes = 0, cpu_ms = 0;
+    uint64_t read_bytes = 0; // of files, wherever the host had them
     int threads = 0, descriptors = 0; // handles, where the host calls them so
     // How many of them the host may add by itself: for a lock, say, when it is waited for the first time.
     int host_descriptors = 0;

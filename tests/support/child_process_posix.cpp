@@ -193,6 +193,15 @@ static uint64_t cpu_ticks(const std::string &stat)
     return user + system;
 }
 
+static uint64_t bytes_read(const std::string &io)
+{
+    std::istringstream fields(io);
+    std::string name;
+    uint64_t bytes = 0;
+    fields >> name >> bytes; // "rchar: " stands first
+    return bytes;
+}
+
 child_figures child_process::figures() const
 {
     std::string proc = "/proc/" + std::to_string(state_->pid);
@@ -203,5 +212,6 @@ child_figures child_process::figures() const
     std::istringstream(text_of(proc + "/statm")) >> pages >> pages;
     figures.resident_bytes = pages * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
     figures.cpu_ms = cpu_ticks(text_of(proc + "/stat")) * 1000 / static_cast<uint64_t>(sysconf(_SC_CLK_TCK));
+    figures.read_bytes = bytes_read(text_of(proc + "/io"));
     return figures;
 }

@@ -1,5 +1,6 @@
 #include "tests/support/manual_clock.h"
 #include "tests/vod/vod_fixture.h"
+#include "vod_player/data_refusal.h"
 
 #include <cstring>
 #include <functional>
@@ -174,6 +175,46 @@ TEST_F(PlaybackDataTest, UnknownTypesAreLogged)
     VodLink *link = start_playback(mslink);
     deliver(link, 999, "x");
     EXPECT_EQ(log.count("end1", LOG_REFUSE), 1u);
+}
+
+// ---- Dropped data ---------------------------------------------------------------------------------------------------
+
+// Delivers as a player does, which hears whether the data was taken.
+static bool is_taken(handle_orb cookie, int type, const std::string &data = "x")
+{
+    return vod_player_deliver(on_recv_hardplay, 77, type, const_cast<char *>(data.data()),
+                              static_cast<int>(data.size()), cookie);
+}
+
+TEST_F(PlaybackDataTest, DataOutsideOfGetIsRefused)
+{
+    VodLink *link = start_playback(mslink);
+    for (int32_t status : {VOD_LINK_STATUS_REQ, VOD_LINK_STATUS_ACCEPTING, VOD_LINK_STATUS_STOP,
+                           VOD_LINK_STATUS_TIMEOUT, VOD_LINK_STATUS_IS_DESTORY}) {
+        vodlink_set_status(link, status);
+        for (int type : {VIDEO_DATA_TYPE_STREAM, VIDEO_DATA_TYPE_SEEK_DONE, VIDEO_DATA_TYPE_SLICE})
+            EXPECT_FALSE(is_taken(vodlink_cookie(link), type)) << status;
+    }
+    vodlink_set_status(link, VOD_LINK_STATUS_GET);
+    for (int type : {VIDEO_DATA_TYPE_STREAM, VIDEO_DATA_TYPE_SEEK_DONE, VIDEO_DATA_TYPE_SLICE,
+                     VIDEO_DATA_TYPE_PLAYBACKOVER})
+        EXPECT_TRUE(is_taken(vodlink_cookie(link), type)) << type;
+    handle_orb cookie = vodlink_cookie(link);
+    disconnect(mslink);
+    EXPECT_FALSE(is_taken(cookie, VIDEO_DATA_TYPE_STREAM));
+}
+
+TEST_F(PlaybackDataTest, DataThatIsNotSentIsRefused)
+{
+    VodLink *link = start_playback(mslink);
+    EXPECT_FALSE(is_taken(vodlink_cookie(link), VIDEO_DATA_TYPE_STREAM, ""));
+    EXPECT_FALSE(is_taken(vodlink_cookie(link), VIDEO_DATA_TYPE_STREAM, std::string(65536, 'x')));
+    mslink.failures = {0x1000001};
+    EXPECT_FALSE(is_taken(vodlink_cookie(link), VIDEO_DATA_TYPE_STREAM));
+    mslink.failures = {ORB_ERROR_TRY_AGAIN, 0};
+    EXPECT_TRUE(is_taken(vodlink_cookie(link), VIDEO_DATA_TYPE_STREAM));
+    mslink.failures = {ORB_ERROR_TCP_SEND_ERR};
+    EXPECT_FALSE(is_taken(vodlink_cookie(link), VIDEO_DATA_TYPE_STREAM));
 }
 
 // ---- Pacing and window ----------------------------------------------------------------------------------------------
