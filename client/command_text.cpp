@@ -18,7 +18,8 @@ static bool fill_command(xmlDoc *doc, const char *name, const std::vector<comman
 
 std::string command_text_build(const char *name, const std::vector<command_field> &fields)
 {
-    xml_start_parser();
+    xml_library_init();
+    xml_quiet quiet;
     xml_doc doc(xmlNewDoc(BAD_CAST "1.0"));
     if (doc == nullptr || !fill_command(doc.get(), name, fields))
         return {};
@@ -32,7 +33,7 @@ std::string command_text_build(const char *name, const std::vector<command_field
 bool command_return_read(std::string_view text, const char *name, const char *value_element, command_return *out)
 {
     xml_doc doc;
-    xmlNode *root = xml_read_reply(text, name, &doc);
+    xmlNode *root = xml_read_reply(text, name, reply_bounds(0), {}, &doc);
     if (root == nullptr)
         return false;
     std::optional<std::string> result = xml_attribute_of(root, "result");

@@ -121,7 +121,7 @@ vodclient_result vodclient_search::next(int32_t count, bool complete_open_files,
         if (vodclient_result result = connection_command(state.link, ++state.last_session_id, xml, &text); !result)
             return result;
         find_next_return page;
-        if (!find_next_read(text, &page) || page.records.size() > static_cast<size_t>(count))
+        if (!find_next_read(text, static_cast<uint32_t>(count), {}, &page))
             return bad_reply("an unreadable list of recordings");
         *records = std::move(page.records);
         *is_over = page.is_over;

@@ -43,7 +43,8 @@ static bool fill_find_file(xmlDoc *doc, const vodclient_find_request &request)
 
 std::string find_file_text(const vodclient_find_request &request)
 {
-    xml_start_parser();
+    xml_library_init();
+    xml_quiet quiet;
     xml_doc doc(xmlNewDoc(BAD_CAST "1.0"));
     if (doc == nullptr || !fill_find_file(doc.get(), request))
         return {};
@@ -60,7 +61,7 @@ std::string find_file_text(const vodclient_find_request &request)
 bool find_file_read(std::string_view text, int32_t *session)
 {
     xml_doc doc;
-    xmlNode *root = xml_read_reply(text, "find_file", &doc);
+    xmlNode *root = xml_read_reply(text, "find_file", reply_bounds(0), {}, &doc);
     if (root == nullptr)
         return false;
     std::optional<std::string> result = xml_attribute_of(root, "result");
@@ -107,15 +108,17 @@ static bool read_records(const xmlNode *root, std::vector<vodclient_record> *rec
     return true;
 }
 
-bool find_next_read(std::string_view text, find_next_return *out)
+bool find_next_read(std::string_view text, uint32_t count, const std::function<bool()> &should_stop,
+                    find_next_return *out)
 {
     xml_doc doc;
-    xmlNode *root = xml_read_reply(text, "find_next_file", &doc);
+    xmlNode *root = xml_read_reply(text, "find_next_file", reply_bounds(count), should_stop, &doc);
     if (root == nullptr)
         return false;
-    std::optional<std::string> result = xml_attribute_of(root, "result"), count = xml_attribute_of(root, "count");
+    std::optional<std::string> result = xml_attribute_of(root, "result"), told = xml_attribute_of(root, "count");
     if (result != "ok" && result != "end")
         return false;
     out->is_over = result == "end";
-    return read_records(root, &out->records) && count == std::to_string(out->records.size());
+    return read_records(root, &out->records) && out->records.size() <= count &&
+           told == std::to_string(out->records.size());
 }

@@ -1,33 +1,28 @@
 #include "client/xml_read.h"
 
-#include "platform/xml/xml_charset.h"
-
 #include <algorithm>
 #include <charconv>
-#include <climits>
-#include <mutex>
 
-void xml_start_parser()
+// A record has 33 elements, of about 1 KB, and texts of some hundred bytes.
+xml_bounds reply_bounds(uint32_t records)
 {
-    static std::once_flag s_started;
-    std::call_once(s_started, [] {
-        xmlInitParser();
-        xml_charsets_register();
-    });
+    return {.bytes = 16384 + size_t{4096} * records,
+            .nodes = 64 + 48 * records,
+            .names = 8192,
+            .depth = 16,
+            .attributes = 64 + 4 * records,
+            .element_attributes = 32,
+            .errors = 16,
+            .recovers = false};
 }
 
-xmlNode *xml_read_reply(std::string_view text, const char *name, xml_doc *doc)
+xmlNode *xml_read_reply(std::string_view text, const char *name, const xml_bounds &bounds,
+                        const std::function<bool()> &should_stop, xml_doc *doc)
 {
-    xml_start_parser();
     // Some replies are indented before their declaration, which XML does not allow.
     text.remove_prefix(std::min(text.find('<'), text.size()));
-    static constexpr int OPTIONS = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
-    doc->reset(text.empty() || text.size() > INT_MAX
-                   ? nullptr
-                   : xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, OPTIONS));
-    if (*doc == nullptr || (*doc)->intSubset != nullptr)
-        return nullptr;
-    xmlNode *root = xmlDocGetRootElement(doc->get());
+    *doc = xml_parse_guarded(text, bounds, should_stop, nullptr);
+    xmlNode *root = *doc == nullptr ? nullptr : xmlDocGetRootElement(doc->get());
     if (root == nullptr || !xmlStrEqual(root->name, BAD_CAST "command_return") ||
         xml_attribute_of(root, "name") != name)
         return nullptr;

@@ -1,30 +1,21 @@
 // Reading the service's XML: owners and a few accessors over libxml2.
 #pragma once
 
-#include <libxml/parser.h>
-#include <libxml/tree.h>
+#include "platform/xml/xml_guarded.h"
 
 #include <cstdint>
-#include <memory>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 
-struct xml_doc_closer {
-    void operator()(xmlDoc *doc) const { xmlFreeDoc(doc); }
-};
-using xml_doc = std::unique_ptr<xmlDoc, xml_doc_closer>;
+// What a reply with so many records may hold, 0 for those without any. More than the service sends for them by far.
+xml_bounds reply_bounds(uint32_t records);
 
-struct xml_text_closer {
-    void operator()(xmlChar *text) const { xmlFree(text); }
-};
-using xml_text = std::unique_ptr<xmlChar, xml_text_closer>;
-
-// The parser's own start is not safe from several threads at once.
-void xml_start_parser();
-
-// The root of a reply to command `name`, in `*doc`; null when the text is anything else.
-xmlNode *xml_read_reply(std::string_view text, const char *name, xml_doc *doc);
+// The root of a reply to command `name`, in `*doc`; null when the text is anything else, holds more than `bounds` admit,
+// or `should_stop` (may be empty) has answered true.
+xmlNode *xml_read_reply(std::string_view text, const char *name, const xml_bounds &bounds,
+                        const std::function<bool()> &should_stop, xml_doc *doc);
 std::optional<std::string> xml_attribute_of(const xmlNode *node, const char *name);
 // The first child element of that name, null when there is none.
 xmlNode *xml_child_of(const xmlNode *node, const char *name);

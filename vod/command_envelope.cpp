@@ -1,4 +1,7 @@
 // XML commands: the envelope that all of them share, and the commands of command-login links.
+#include "platform/json/json.h"
+#include "platform/xml/xml_guarded.h"
+#include "vod/command_settings.h"
 #include "vod/download_session.h"
 #include "vod/hardplay_request.h"
 #include "vod/playback_session.h"
@@ -7,9 +10,53 @@
 #include "vod/vod_event.h"
 #include "vod/xml_text.h"
 
+#include <atomic>
 #include <cstdio>
 
 static constexpr uint32_t COMMAND_DATA = 7;
+
+// Start-up writes it while the first commands may already come.
+static std::atomic<uint32_t> s_command_max_bytes = COMMAND_MAX_BYTES_DEFAULT;
+
+void command_settings_read(json_object *config)
+{
+    s_command_max_bytes = COMMAND_MAX_BYTES_DEFAULT;
+    json_object *commands = nullptr, *bytes = nullptr;
+    if (!json_object_object_get_ex(config, "commands", &commands))
+        return;
+    if (!json_object_is_type(commands, json_type_object))
+        return LOG(LOG_SYSTEM, "vod_config.json: commands is no object, %d bytes hold", COMMAND_MAX_BYTES_DEFAULT);
+    if (!json_object_object_get_ex(commands, "max_bytes", &bytes))
+        return;
+    int64_t wanted = json_object_is_type(bytes, json_type_int) ? json_object_get_int64(bytes) : -1;
+    if (wanted < COMMAND_MAX_BYTES_LEAST || wanted > COMMAND_MAX_BYTES_MOST)
+        return LOG(LOG_SYSTEM, "vod_config.json: commands.max_bytes is no number from %d to %d, %d bytes hold",
+                   COMMAND_MAX_BYTES_LEAST, COMMAND_MAX_BYTES_MOST, COMMAND_MAX_BYTES_DEFAULT);
+    s_command_max_bytes = static_cast<uint32_t>(wanted);
+}
+
+uint32_t command_max_bytes()
+{
+    return s_command_max_bytes;
+}
+
+// The largest command of all has a dozen elements, one attribute and no fault.
+static xml_doc command_parse(std::string_view text)
+{
+    xml_bounds bounds = {.bytes = s_command_max_bytes,
+                         .nodes = 256,
+                         .names = 512,
+                         .depth = 32,
+                         .attributes = 256,
+                         .element_attributes = 64,
+                         .errors = 16,
+                         .recovers = true};
+    xml_reading_end end;
+    xml_doc doc = xml_parse_guarded(text, bounds, {}, &end);
+    if (doc == nullptr && end.refusal != XML_UNREADABLE)
+        LOG(LOG_REFUSE, "command of %zu bytes refused: %s", text.size(), xml_refusal_text(end.refusal));
+    return doc;
+}
 
 static void command_dispatch(VodLink *link, MpPackage *package, xmlNode *command)
 {
@@ -42,7 +89,8 @@ void vod_deal_event_send_cmd_chs(VodLink *link, MpPackage *package)
     size_t start = text.find('<');
     if (start == std::string_view::npos)
         return;
-    xml_doc doc = xml_parse(text.substr(start));
+    xml_quiet quiet;
+    xml_doc doc = command_parse(text.substr(start));
     if (doc == nullptr)
         return LOG(LOG_REFUSE, "doc == NULL");
     xmlNode *root = xmlDocGetRootElement(doc.get());

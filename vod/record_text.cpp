@@ -89,6 +89,7 @@ static bool set_number(xmlNode *node, const char *name, int32_t value)
 
 xml_doc record_reply_document(const VodAsynRec_GetFile &opit)
 {
+    xml_quiet quiet;
     xml_doc doc = xml_create("command_return");
     if (doc == nullptr)
         return LOGGED(nullptr, LOG_SYSTEM, "doc == NULL");

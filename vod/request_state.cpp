@@ -51,6 +51,7 @@ static bool state_list_sessions(const vodlinks_guard &held, xmlNode *root, const
 
 static xml_doc state_document(const VodLink *state_link)
 {
+    xml_quiet quiet;
     xml_doc doc = xml_create("vod");
     vodlinks_guard held;
     vodlinks_count_up(held, VOD_LINK_STATE_NUM);

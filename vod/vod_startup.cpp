@@ -6,6 +6,7 @@
 #include "platform/os/os_guard.h"
 #include "platform/vca/vca.h"
 #include "vod/access.h"
+#include "vod/command_settings.h"
 #include "vod/download_session.h"
 #include "vod/index_settings.h"
 #include "vod/link_table.h"
@@ -122,7 +123,9 @@ static void upload_settings_read()
 
 int settings_read()
 {
-    if (json_ref config(json_object_from_file_ex(VOD_CONFIG)); config != nullptr) {
+    json_ref config(json_object_from_file_ex(VOD_CONFIG));
+    command_settings_read(config.get());
+    if (config != nullptr) {
         auto field = [&](const char *key, int absent) { return json_object_get_field_int(config.get(), key, absent); };
         playback_set_sleep_interval(static_cast<uint32_t>(field("sleep_interval", DEFAULT_SLEEP_INTERVAL_MS)));
         int max_num = field("max_num", DEFAULT_MAX_NUM);
@@ -131,7 +134,6 @@ int settings_read()
         s_start_vca = field("start_vca", 0);
     }
     upload_settings_read();
-    json_ref config(json_object_from_file_ex(VOD_CONFIG));
     index_settings_read(config.get());
     return 1;
 }

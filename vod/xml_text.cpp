@@ -1,41 +1,18 @@
 #include "vod/xml_text.h"
 
-#include "platform/xml/xml_charset.h"
-
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
-#include <mutex>
-
-void xml_library_init()
-{
-    static std::once_flag once;
-    std::call_once(once, [] {
-        xmlInitParser();
-        xml_charsets_register();
-    });
-}
 
 xml_doc xml_create(const char *root_name)
 {
     xml_library_init();
+    xml_quiet quiet;
     xml_doc doc(xmlNewDoc(BAD_CAST "1.0"));
     xmlNode *root = doc == nullptr ? nullptr : xmlNewDocNode(doc.get(), nullptr, BAD_CAST root_name, nullptr);
     if (root == nullptr)
         return nullptr;
     xmlDocSetRootElement(doc.get(), root);
-    return doc;
-}
-
-xml_doc xml_parse(std::string_view text)
-{
-    xml_library_init();
-    if (text.size() > INT_MAX)
-        return nullptr;
-    constexpr int options = XML_PARSE_RECOVER | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
-    xml_doc doc(xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, nullptr, options));
-    if (doc == nullptr || doc->intSubset != nullptr || doc->extSubset != nullptr)
-        return nullptr;
     return doc;
 }
 
@@ -122,6 +99,7 @@ bool xml_set_text(xmlNode *node, const char *name, std::string_view value)
 
 std::string xml_dump(xmlDoc *doc, const char *encoding, bool formatted)
 {
+    xml_quiet quiet;
     xmlChar *memory = nullptr;
     int size = 0;
     xmlDocDumpFormatMemoryEnc(doc, &memory, &size, encoding, formatted ? 1 : 0);

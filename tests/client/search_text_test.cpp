@@ -69,7 +69,7 @@ TEST(SearchTextTest, APageHasItsRecords)
 {
     find_next_return page;
     ASSERT_TRUE(find_next_read(
-        page_text("ok", "2", record_text("D:\\a&amp;b.rec", "5000000000") + record_text("&#x4E2D;")), &page));
+        page_text("ok", "2", record_text("D:\\a&amp;b.rec", "5000000000") + record_text("&#x4E2D;")), 2, {}, &page));
     EXPECT_FALSE(page.is_over);
     ASSERT_EQ(page.records.size(), 2u);
     const vodclient_record &record = page.records[0];
@@ -90,7 +90,7 @@ TEST(SearchTextTest, APageHasItsRecords)
     EXPECT_EQ(record.card_number, "c9");
     EXPECT_EQ(page.records[1].file, "\xE4\xB8\xAD");
     find_next_return last;
-    ASSERT_TRUE(find_next_read(HEAD + "<command_return name=\"find_next_file\" result=\"end\" count=\"0\"/>\n", &last));
+    ASSERT_TRUE(find_next_read(HEAD + "<command_return name=\"find_next_file\" result=\"end\" count=\"0\"/>\n", 1, {}, &last));
     EXPECT_TRUE(last.is_over);
     EXPECT_TRUE(last.records.empty());
 }
@@ -104,7 +104,7 @@ TEST(SearchTextTest, PagesThatLackSomethingAreNone)
           page_text("ok", "", record_text("a")), page_text("ok", "1", record_text("a", "x")),
           page_text("ok", "1", no_size), page_text("ok", "1", "<file/>")}) {
         find_next_return page;
-        EXPECT_FALSE(find_next_read(bad, &page)) << bad;
+        EXPECT_FALSE(find_next_read(bad, 9, {}, &page)) << bad;
     }
 }
 
@@ -113,6 +113,6 @@ TEST(SearchTextTest, CutTextsAreNoPages)
     std::string whole = page_text("ok", "1", record_text("a"));
     for (size_t kept = 0; kept + 2 < whole.size(); kept++) {
         find_next_return page;
-        EXPECT_FALSE(find_next_read(std::string_view(whole).substr(0, kept), &page)) << kept;
+        EXPECT_FALSE(find_next_read(std::string_view(whole).substr(0, kept), 1, {}, &page)) << kept;
     }
 }

@@ -1,6 +1,11 @@
 // Commands that no client should send, and what clients can write into the log.
 #include "tests/integration/bad_input_fixture.h"
 
+#include "platform/os/os.h"
+#include "tests/xml/hostile_texts.h"
+
+#include <sstream>
+
 static std::string nested(const std::string &element, size_t bytes)
 {
     std::string text = "<?xml version=\"1.0\"?><command name=\"playback_control\">";
@@ -82,6 +87,26 @@ TEST_F(BadInputTest, CommandsThatOnlyConfuseDoNoHarm)
     }
 }
 
+// As many as there are threads that read, from connections of their own: others are served all the same.
+TEST_F(BadInputTest, CommandsThatCostMuchHoldUpNobody)
+{
+    std::vector<std::unique_ptr<raw_session>> sessions;
+    for (int i = 0; i < 4; i++) {
+        sessions.push_back(std::make_unique<raw_session>());
+        open_session(sessions.back().get());
+    }
+    uint64_t begin = os_tick();
+    for (const hostile_text &hostile : hostile_texts())
+        for (auto &session : sessions)
+            ASSERT_TRUE(session->send(raw_command(1, hostile.make(60'000))));
+    raw_session another;
+    open_session(&another);
+    EXPECT_NE(another.control(16, 0).find("<value>110</value>"), std::string::npos);
+    for (auto &session : sessions)
+        EXPECT_NE(session->control(16, 0).find("<value>110</value>"), std::string::npos);
+    EXPECT_LT(os_tick() - begin, 20'000u); // a minute and more when all of each is read
+}
+
 // ---- The log --------------------------------------------------------------------------------------------------------
 
 TEST_F(BadInputTest, ClientTextsMakeNoLogLinesOfTheirOwn)
@@ -96,6 +121,23 @@ TEST_F(BadInputTest, ClientTextsMakeNoLogLinesOfTheirOwn)
     EXPECT_NE(log.find("FAKE LINE"), std::string::npos);
     EXPECT_EQ(log.find("\nFAKE LINE"), std::string::npos);
     EXPECT_EQ(log.find('\x1B'), std::string::npos);
+}
+
+// A line of the log begins with its date and level.
+TEST_F(BadInputTest, NothingButTheLogWritesToStandardError)
+{
+    raw_session session;
+    open_session(&session);
+    for (const hostile_text &hostile : hostile_texts())
+        session.send(raw_command(1, hostile.make(8000)));
+    for (const char *encoding : {"GB2312", "UTF-16", "ISO-2022-JP"})
+        session.send(raw_command(1, std::string("<?xml version='1.0' encoding='") + encoding +
+                                        "'?><command>\xFF\xFF\n2026-01-01 00:00:00.000 [5] forged"));
+    EXPECT_FALSE(session.control(16, 0).empty());
+    std::istringstream lines(service.log());
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_TRUE(line.size() > 27 && line[4] == '-' && line[23] == ' ' && line[24] == '[') << line.substr(0, 200);
+    EXPECT_EQ(service.log().find("\n2026-01-01 00:00:00.000"), std::string::npos);
 }
 
 TEST_F(BadInputTest, AFloodOfBadPackagesIsNoFloodOfTheLog)

@@ -1,25 +1,10 @@
 #include "tools/vodctl/state_text.h"
 
-#include "platform/xml/xml_charset.h"
-
-#include <libxml/parser.h>
-#include <libxml/tree.h>
-
-#include <memory>
-#include <mutex>
-
-namespace {
-struct xml_doc_closer {
-    void operator()(xmlDoc *doc) const { xmlFreeDoc(doc); }
-};
-struct xml_text_closer {
-    void operator()(xmlChar *text) const { xmlFree(text); }
-};
-} // namespace
+#include "platform/xml/xml_guarded.h"
 
 static std::string attribute_of(xmlNode *node, const char *name)
 {
-    std::unique_ptr<xmlChar, xml_text_closer> value(xmlGetProp(node, BAD_CAST name));
+    xml_text value(xmlGetProp(node, BAD_CAST name));
     return value == nullptr ? std::string() : reinterpret_cast<const char *>(value.get());
 }
 
@@ -38,23 +23,20 @@ static link_state::kind read_kind(xmlNode *node, const char *count, const char *
     return kind;
 }
 
-// The service writes the state in GB2312.
-static void start_parser()
-{
-    static std::once_flag s_started;
-    std::call_once(s_started, [] {
-        xmlInitParser();
-        xml_charsets_register();
-    });
-}
+// A package's text at most, with two attributes for each of its links.
+static constexpr xml_bounds STATE_BOUNDS = {.bytes = 65536,
+                                            .nodes = 4096,
+                                            .names = 8192,
+                                            .depth = 8,
+                                            .attributes = 8192,
+                                            .element_attributes = 16,
+                                            .errors = 16,
+                                            .recovers = false};
 
 bool link_state_read(const std::string &xml, link_state *state)
 {
-    start_parser();
-    static constexpr int OPTIONS = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
-    std::unique_ptr<xmlDoc, xml_doc_closer> doc(
-        xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr, OPTIONS));
-    if (doc == nullptr || doc->intSubset != nullptr)
+    xml_doc doc = xml_parse_guarded(xml, STATE_BOUNDS, {}, nullptr);
+    if (doc == nullptr)
         return false;
     xmlNode *root = xmlDocGetRootElement(doc.get());
     if (root == nullptr || !is_element(root, "vod"))
