@@ -68,7 +68,7 @@ TEST_P(CrossPlayTest, SeeksBeginAtTheKeyFrame)
         size_t frame;
     } rows[] = {{"--seek-percent", "50", 51}, {"--seek-time", "2", 51}, {"--seek-time", "1.999", 26}};
     for (const auto &of : rows) {
-        child_result result = vodctl({"play", "rec/even.rec", "-o", "out.rec", of.option, of.value});
+        child_result result = vodctl({"play", "rec/even.rec", "-o", "out.rec", "--force", of.option, of.value});
         EXPECT_EQ(result.status, 0) << result.err;
         std::string expected = made.header + bytes_from(made, made.frames[of.frame - 1]);
         EXPECT_TRUE(file_of("out.rec") == expected) << of.option << " " << of.value;

@@ -12,7 +12,7 @@ protected:
     std::string played(const std::string &name, bool with_time) const
     {
         std::vector<std::string> arguments{
-            "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", "out.rec"};
+            "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", "out.rec", "--force"};
         if (with_time)
             arguments.push_back("--abs-time");
         child_result result = run_vodctl(arguments);

@@ -31,7 +31,7 @@ protected:
     void play_into(const std::string &output, std::vector<std::string> options = {}) const
     {
         std::vector<std::string> arguments{
-            "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", output};
+            "--server", "127.0.0.1:" + std::to_string(service.port()), "play", name, "-o", output, "--force"};
         arguments.insert(arguments.end(), options.begin(), options.end());
         child_result result = run_vodctl(arguments);
         EXPECT_EQ(result.status, 0) << result.err;

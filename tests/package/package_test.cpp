@@ -99,7 +99,7 @@ TEST_F(PackageTest, ServiceServesARecordingFromItsFolder)
     child_result play = run("vodctl", {"--server", server, "play", "recordings\\" + name, "-o", played});
     EXPECT_EQ(play.status, 0) << play.err << bytes_of(folder_.file("err"));
     EXPECT_EQ(bytes_of(played), made.bytes());
-    EXPECT_EQ(run("vodctl", {"--server", server, "play", "etc\\conf\\vod_svr.json", "-o", played}).status, 1);
+    EXPECT_EQ(run("vodctl", {"--server", server, "play", "etc\\conf\\vod_svr.json", "-o", played, "--force"}).status, 1);
     EXPECT_EQ(run("vodctl", {"--server", server, "state"}).status, 0);
     EXPECT_EQ(run("orbrec", {"verify", played}).status, 0);
     ASSERT_TRUE(service.ask_to_end());
