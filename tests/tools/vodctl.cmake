@@ -14,7 +14,8 @@ vod_add_test(vodctl_test
           ${VODCTL_TESTS}/vodctl_usage_test.cpp ${VODCTL_TESTS}/vodctl_process.cpp ${VODCTL_TESTS}/vodctl_recording.cpp
           ${CMAKE_SOURCE_DIR}/tests/client/fake_service.cpp
   LIBS vodclient vod_raw_client vodjson ms vodos)
-target_compile_definitions(vodctl_test PRIVATE VODCTL_HAS_MEDIA=$<IF:$<TARGET_EXISTS:media_export>,1,0>)
+target_compile_definitions(vodctl_test PRIVATE VODCTL_HAS_MEDIA=$<IF:$<TARGET_EXISTS:media_export>,1,0>
+  VOD_TESTS_DIR="${CMAKE_SOURCE_DIR}/tests")
 add_dependencies(vodctl_test vodctl)
 
 if(NOT WIN32)

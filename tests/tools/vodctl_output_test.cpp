@@ -117,3 +117,23 @@ TEST_F(VodctlOutputTest, APoliteRequestToEndKeepsWhatCameAsPart)
     EXPECT_EQ((file_text("out.rec.part").size() - 88) % frame.size(), 0u);
     EXPECT_EQ(names(), std::vector<std::string>{"out.rec.part"});
 }
+
+TEST_F(VodctlOutputTest, ADamagedSequenceSetEndsAnMp4InTimeAndSaysWhy)
+{
+    if (!VODCTL_HAS_MEDIA)
+        GTEST_SKIP() << "built without the media libraries";
+    std::string recording = file_text(VOD_TESTS_DIR "/tools/damaged_sequence_set.rec");
+    ASSERT_EQ(recording.size(), 1783u);
+    byte_list bytes(recording.begin(), recording.end());
+    service.on(MP_CODE_REQUEST_RES, [bytes](fake_service &self, MsLink *link, const seen_package &) {
+        self.accept_playback(link, {bytes.begin(), bytes.begin() + 88}, bytes.size());
+    });
+    service.on(MP_CODE_GET_RES, [bytes](fake_service &self, MsLink *link, const seen_package &) {
+        self.data(link, {bytes.begin() + 88, bytes.end()});
+        self.data(link, {});
+    });
+    child_result result = run({"--timeout", "5", "play", "x", "-o", "out.mp4"});
+    EXPECT_EQ(result.status, 4) << result.err;
+    EXPECT_THAT(result.err, HasSubstr("no key frame with parameter sets that can be read"));
+    EXPECT_EQ(names(), std::vector<std::string>{});
+}

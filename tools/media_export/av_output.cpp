@@ -1,10 +1,13 @@
 #include "tools/media_export/av_output.h"
 
+#include "tools/common/library_watch.h"
+
 static constexpr int BUFFER_BYTES = 1 << 16;
 
 int av_output::write(void *self, uint8_t *bytes, int size)
 {
     auto of = static_cast<av_output *>(self);
+    library_pause outside;
     if (!of->output_->write({bytes, static_cast<size_t>(size)}, of->position_))
         return AVERROR(EIO); // the output itself says what happened
     of->position_ += static_cast<uint64_t>(size);

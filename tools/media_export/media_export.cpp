@@ -1,6 +1,7 @@
 #include "tools/media_export/media_export.h"
 
 #include "platform/avfiltersdk/avfilterwriter.h"
+#include "tools/common/library_watch.h"
 #include "tools/media_export/av_output.h"
 #include "tools/media_export/mp4_writer.h"
 #include "tools/media_export/recording_stream.h"
@@ -13,6 +14,7 @@ struct media_export {
     std::string error;
     recording_stream stream;
     recording_head head = {};
+    parameter_sets sets; // of the frame that an MP4 begins with
     av_output io;
     mp4_writer mp4;
     aac_track aac;
@@ -24,6 +26,7 @@ struct media_export {
 
 void media_export_closer::operator()(media_export *object) const
 {
+    library_watch_output("");
     delete object;
 }
 
@@ -42,8 +45,10 @@ media_export_ref media_export_open(const media_export_settings &settings, std::s
 {
     media_export_ref object(new media_export);
     object->settings = settings;
-    if (settings.output != nullptr && object->io.open(settings.output))
+    if (settings.output != nullptr && object->io.open(settings.output)) {
+        library_watch_output(settings.output->is_stream() ? "" : settings.output->temporary());
         return object;
+    }
     *error = settings.output == nullptr ? "no output is named" : "out of memory";
     return nullptr;
 }
@@ -54,7 +59,7 @@ static bool audio_prepare(media_export *object, std::string *error)
     return !object->has_aac || object->aac.open(error);
 }
 
-static bool mp4_start(media_export *object, byte_span unit)
+static bool mp4_start(media_export *object)
 {
     std::string error;
     if (!audio_prepare(object, &error))
@@ -65,7 +70,7 @@ static bool mp4_start(media_export *object, byte_span unit)
                              .width = object->head.width,
                              .height = object->head.height,
                              .frame_rate = std::max<int>(object->head.frame_rate, 1),
-                             .key_frame = unit,
+                             .sets = &object->sets,
                              .audio = object->has_aac ? object->aac.encoder() : nullptr};
     return object->mp4.open(settings, object->io.get(), &error) || export_fail(object, error);
 }
@@ -115,10 +120,13 @@ static bool take_audio(media_export *object, const recording_item &frame, int64_
 }
 
 // Frames before the first key frame cannot be shown by anyone.
-static bool can_start(const media_export *object, const recording_item &frame)
+static bool can_start(media_export *object, const recording_item &frame)
 {
-    return frame.head.type == AVFRAME_TYPE_KEY && annexb_parameter_set_kinds(object->head.mode, frame.video) >=
-                                                      annexb_parameter_set_kinds_needed(object->head.mode);
+    int mode = object->head.mode;
+    if (frame.head.type != AVFRAME_TYPE_KEY ||
+        annexb_parameter_set_kinds(mode, frame.video) < annexb_parameter_set_kinds_needed(mode))
+        return false;
+    return object->settings.format == MEDIA_EXPORT_ANNEXB || parameter_sets_read(mode, frame.video, &object->sets);
 }
 
 static bool take_frame(media_export *object, const recording_item &frame)
@@ -128,7 +136,7 @@ static bool take_frame(media_export *object, const recording_item &frame)
         return true;
     }
     bool is_key = frame.head.type == AVFRAME_TYPE_KEY;
-    if (!object->started && object->settings.format == MEDIA_EXPORT_MP4 && !mp4_start(object, frame.video))
+    if (!object->started && object->settings.format == MEDIA_EXPORT_MP4 && !mp4_start(object))
         return false;
     int64_t place = frame_place(object, frame.head.time_stamp);
     object->started = true;
@@ -171,6 +179,7 @@ bool media_export_push(media_export *object, const void *bytes, size_t size)
 {
     if (object->failed)
         return false;
+    library_work inside;
     object->totals.bytes_in += size;
     object->stream.push({static_cast<const uint8_t *>(bytes), size});
     return take_items(object) && head_check(object);
@@ -192,11 +201,12 @@ bool media_export_finish(media_export *object)
 {
     if (object->failed)
         return false;
+    library_work inside;
     object->stream.end();
     if (!take_items(object))
         return false;
     if (object->totals.video_frames == 0)
-        return export_fail(object, "no video frame that starts with a key frame and its parameter sets was found");
+        return export_fail(object, "no key frame with parameter sets that can be read was found");
     bool finished = outputs_finish(object);
     object->totals.bytes_out = object->settings.output->size();
     return finished;

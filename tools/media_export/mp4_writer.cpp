@@ -5,45 +5,25 @@ static AVCodecID codec_of_mode(int mode)
     return mode_is_h265(mode) ? AV_CODEC_ID_HEVC : AV_CODEC_ID_H264;
 }
 
-// The picture size that the first key frame states, for recordings whose header does not know it.
-static void size_from_key_frame(const mp4_settings &settings, AVCodecParameters *parameters)
-{
-    av_parser_owner parser(av_parser_init(parameters->codec_id));
-    av_codec_owner context(avcodec_alloc_context3(nullptr));
-    byte_vector padded(settings.key_frame.begin(), settings.key_frame.end());
-    padded.resize(padded.size() + AV_INPUT_BUFFER_PADDING_SIZE);
-    if (!parser || !context)
-        return;
-    parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
-    uint8_t *out = nullptr;
-    int out_bytes = 0;
-    av_parser_parse2(parser.get(), context.get(), &out, &out_bytes, padded.data(),
-                     static_cast<int>(settings.key_frame.size()), AV_NOPTS_VALUE, AV_NOPTS_VALUE, 0);
-    parameters->width = parser->width;
-    parameters->height = parser->height;
-}
-
 bool mp4_writer::add_video(const mp4_settings &settings)
 {
     video_ = avformat_new_stream(output_.get(), nullptr);
     if (video_ == nullptr)
         return false;
     AVCodecParameters *parameters = video_->codecpar;
-    byte_vector parameter_sets = annexb_parameter_sets(settings.mode, settings.key_frame);
-    size_t bytes = parameter_sets.size();
-    parameters->extradata = static_cast<uint8_t *>(av_mallocz(bytes + AV_INPUT_BUFFER_PADDING_SIZE));
+    const byte_vector &record = settings.sets->record;
+    parameters->extradata = static_cast<uint8_t *>(av_mallocz(record.size() + AV_INPUT_BUFFER_PADDING_SIZE));
     if (parameters->extradata == nullptr)
         return false;
-    std::copy(parameter_sets.begin(), parameter_sets.end(), parameters->extradata);
-    parameters->extradata_size = static_cast<int>(bytes);
+    std::copy(record.begin(), record.end(), parameters->extradata);
+    parameters->extradata_size = static_cast<int>(record.size());
     parameters->codec_type = AVMEDIA_TYPE_VIDEO;
     parameters->codec_id = codec_of_mode(settings.mode);
     // Many players take H.265 only under this name.
     parameters->codec_tag = mode_is_h265(settings.mode) ? MKTAG('h', 'v', 'c', '1') : 0;
-    parameters->width = settings.width;
-    parameters->height = settings.height;
-    if (settings.width == 0 || settings.height == 0)
-        size_from_key_frame(settings, parameters);
+    bool is_known = settings.width != 0 && settings.height != 0;
+    parameters->width = is_known ? settings.width : settings.sets->width;
+    parameters->height = is_known ? settings.height : settings.sets->height;
     video_->time_base = {1, 1000};
     video_->avg_frame_rate = {settings.frame_rate, 1};
     return true;
@@ -93,8 +73,11 @@ bool mp4_writer::write(AVPacket *packet, std::string *error)
     return result >= 0;
 }
 
-bool mp4_writer::write_video(byte_span unit, bool is_key, int64_t time_ms, int64_t duration_ms, std::string *error)
+bool mp4_writer::write_video(byte_span annexb, bool is_key, int64_t time_ms, int64_t duration_ms, std::string *error)
 {
+    byte_vector unit = sized_units(annexb);
+    if (unit.empty())
+        return true;
     // The muxer reads a little past the end.
     if (av_new_packet(packet_.get(), static_cast<int>(unit.size())) < 0) {
         *error = "out of memory";

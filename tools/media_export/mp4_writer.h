@@ -2,11 +2,12 @@
 #pragma once
 
 #include "tools/media_export/aac_track.h"
+#include "tools/media_export/parameter_sets.h"
 
 struct mp4_settings {
     bool stream = false; // fragmented, for an output that cannot go back
     int mode = 0, width = 0, height = 0, frame_rate = 25;
-    byte_span key_frame; // the first one: its parameter sets go into the head
+    const parameter_sets *sets = nullptr; // of the first key frame; they go into the head
     const AVCodecContext *audio = nullptr;
 };
 

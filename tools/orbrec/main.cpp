@@ -1,3 +1,4 @@
+#include "tools/common/library_watch.h"
 #include "tools/orbrec/index_options.h"
 
 extern "C" {
@@ -130,6 +131,10 @@ static int command_run(const CLI::App &app, const command_settings &settings)
     os_log_set_level(settings.is_verbose ? LOG_TRACE : LOG_FATAL);
     os_fs_charset_set("UTF-8");
     orbrec_stop_install();
+    library_watch_install({.program = "orbrec",
+                           .status = ORBREC_MEDIA,
+                           .stopped_status = ORBREC_INTERRUPTED,
+                           .is_stopped = orbrec_is_stopped});
     if (app.got_subcommand("import"))
         return orbrec_import(settings.import);
     if (app.got_subcommand("export"))

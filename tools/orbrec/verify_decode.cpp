@@ -1,5 +1,7 @@
 #include "tools/orbrec/verify_decode.h"
 
+#include "tools/common/library_watch.h"
+
 #include <algorithm>
 
 bool verify_decode::open(int mode, std::string *error)
@@ -38,6 +40,7 @@ std::string verify_decode::receive()
 
 std::string verify_decode::frame(byte_span video)
 {
+    library_work inside;
     if (av_new_packet(packet_.get(), static_cast<int>(video.size())) < 0)
         return "out of memory";
     std::copy(video.begin(), video.end(), packet_->data);
@@ -49,6 +52,7 @@ std::string verify_decode::frame(byte_span video)
 
 int64_t verify_decode::finish()
 {
+    library_work inside;
     avcodec_send_packet(decoder_.get(), nullptr);
     receive();
     return pictures_;

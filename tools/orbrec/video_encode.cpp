@@ -1,6 +1,7 @@
 #include "tools/orbrec/video_path.h"
 
 #include "platform/avfiltersdk/avfilterwriter.h"
+#include "tools/common/library_watch.h"
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -11,6 +12,13 @@ extern "C" {
 #include <cmath>
 
 static constexpr double HOLE_SECONDS_MAX = 10;
+
+// What a coder answers, with somebody looking on while it is at work.
+template <class... Arguments> static int coder_call(int (*function)(Arguments...), Arguments... arguments)
+{
+    library_work inside;
+    return function(arguments...);
+}
 
 struct sws_closer {
     void operator()(SwsContext *scaler) const { sws_freeContext(scaler); }
@@ -138,12 +146,12 @@ bool video_encode::give_packet(const access_unit_func &give)
 
 bool video_encode::drain(const AVFrame *picture, const access_unit_func &give, std::string *error)
 {
-    int result = avcodec_send_frame(encoder_.get(), picture);
+    int result = coder_call(avcodec_send_frame, encoder_.get(), picture);
     if (result < 0) {
         *error = "a picture cannot be coded: " + av_reason(result);
         return false;
     }
-    while (avcodec_receive_packet(encoder_.get(), coded_.get()) >= 0)
+    while (coder_call(avcodec_receive_packet, encoder_.get(), coded_.get()) >= 0)
         if (!give_packet(give))
             return false;
     return true;
@@ -208,9 +216,9 @@ bool video_encode::take_decoded(const access_unit_func &give, std::string *error
 bool video_encode::push(AVPacket *packet, const access_unit_func &give, std::string *error)
 {
     // A packet that cannot be decoded costs its picture, not the import.
-    if (avcodec_send_packet(decoder_.get(), packet) < 0 && packet != nullptr)
+    if (coder_call(avcodec_send_packet, decoder_.get(), static_cast<const AVPacket *>(packet)) < 0 && packet != nullptr)
         broken_packets_++;
-    while (avcodec_receive_frame(decoder_.get(), decoded_.get()) >= 0)
+    while (coder_call(avcodec_receive_frame, decoder_.get(), decoded_.get()) >= 0)
         if (!take_decoded(give, error))
             return false;
     return packet != nullptr || drain(nullptr, give, error);

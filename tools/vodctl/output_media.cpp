@@ -1,4 +1,5 @@
 // MP4 and Annex B, made by the media libraries.
+#include "tools/common/library_watch.h"
 #include "tools/media_export/media_export.h"
 #include "tools/vodctl/output.h"
 
@@ -20,6 +21,10 @@ class media_output : public play_output {
 
 std::unique_ptr<play_output> media_output_open(const play_settings &play, tool_output *file, std::string *error)
 {
+    library_watch_install({.program = "vodctl",
+                           .status = VODCTL_LOCAL_FILE,
+                           .stopped_status = VODCTL_INTERRUPTED,
+                           .is_stopped = vodctl_is_stopped});
     media_export_settings settings;
     settings.output = file;
     settings.format = play.format == play_format::mp4 ? MEDIA_EXPORT_MP4 : MEDIA_EXPORT_ANNEXB;
