@@ -187,11 +187,21 @@ ORB_API void ms_wait_sendable(MsLink *link, uint32_t ms);
 ORB_API void ms_timeout(MsLink *link);
 /*
  * Stops reading from the connection (`hold` 1) or goes on with it (0), for handlers that cannot keep up with what one peer
- * sends: its packages then wait in the network, and it has to wait with them. What has been read already, less than
- * 256 KiB, still comes. Sending goes on. While it is held the connection is not closed for being idle or late, and its end
+ * sends: its packages then wait in the network, and it has to wait with them. Held by its handler, the package at hand
+ * is the last one; held by others, one more may come. Sending goes on. While it is held the connection is not closed for being idle or late, and its end
  * is noticed by sending, or once it is read again. ORB_ERROR_TCP_SEND_ERR when it is gone.
  */
 ORB_API int mslink_hold_reading(MsLink *link, int hold);
+/*
+ * While `hold` is 1 nothing is read from the connection as long as bytes wait for its socket, as if held above: a peer
+ * that does not take its answers cannot ask on. ORB_ERROR_TCP_SEND_ERR when it is gone.
+ */
+ORB_API int mslink_hold_while_unsent(MsLink *link, int hold);
+/*
+ * How many bytes wait for the connection's socket, and how many more ms_send_package would queue behind them now.
+ * ORB_ERROR_TCP_SEND_ERR when it is gone.
+ */
+ORB_API int mslink_send_queue(MsLink *link, size_t *unsent, size_t *room);
 /* The device identifier of this machine (settings), into at least 64 bytes. */
 ORB_API int ms_get_local_devid(char *buffer);
 /* One pointer of the owner's. Cleared by the service after the disconnect was reported. */

@@ -82,14 +82,19 @@ bool ms_connection::is_open()
 bool ms_connection::may_read()
 {
     guard held(this);
-    return !reading_held_;
+    return !open_ || reads(held); // whoever reads on learns of the end
+}
+
+bool ms_connection::reads(const guard &) const
+{
+    return !reading_held_ && (!unsent_holds_ || queue_.empty());
 }
 
 // Stops the chain for as long as the owner wants nothing to be read. Whoever ends that, or the connection, takes it up.
 bool ms_connection::park_if_held()
 {
     guard held(this);
-    parked_ = open_ && reading_held_;
+    parked_ = open_ && !reads(held);
     return parked_;
 }
 
@@ -97,8 +102,12 @@ void ms_connection::unpark(const guard &)
 {
     if (!parked_)
         return;
-    parked_ = false;
+    // The peer was not idle, it had to wait.
+    active_tick_ = ms_tick_now();
+    if (package_begun_tick_ != 0)
+        package_begun_tick_ = ms_tick_now();
     asio::post(runtime_->io, [self = shared_from_this()] { self->on_readable(); });
+    parked_ = false; // only now: without memory for it, whoever comes next takes the chain up
 }
 
 bool ms_connection::hold_reading(bool hold)
@@ -107,13 +116,22 @@ bool ms_connection::hold_reading(bool hold)
     if (!open_)
         return false;
     reading_held_ = hold;
-    if (hold)
-        return true;
     // The peer was not idle, it had to wait.
-    active_tick_ = ms_tick_now();
-    if (parked_ && package_begun_tick_ != 0)
-        package_begun_tick_ = ms_tick_now();
-    unpark(held);
+    if (!hold)
+        active_tick_ = ms_tick_now();
+    if (reads(held))
+        unpark(held);
+    return true;
+}
+
+bool ms_connection::hold_while_unsent(bool hold)
+{
+    guard held(this);
+    if (!open_)
+        return false;
+    unsent_holds_ = hold;
+    if (reads(held))
+        unpark(held);
     return true;
 }
 
@@ -168,6 +186,9 @@ ms_connection::read_result ms_connection::read_packages(read_buffer *buffer, boo
         connect_reported_ = true;
         raise(handler_, MS_CLIENT_EV_CONNECT, nullptr);
     }
+    // First what a hold kept back: behind it there may be no room for a read.
+    if (read_result result = deliver_packages(buffer, any_package); result != READ_EMPTY)
+        return result;
     for (size_t turn = 0; turn < READ_TURN_BYTES;) {
         if (!is_open())
             return READ_ENDED;
@@ -179,36 +200,42 @@ ms_connection::read_result ms_connection::read_packages(read_buffer *buffer, boo
         active_tick_ = ms_tick_now();
         buffer->filled += static_cast<size_t>(got);
         turn += static_cast<size_t>(got);
-        if (!deliver_packages(buffer, any_package))
-            return READ_ENDED;
+        if (read_result result = deliver_packages(buffer, any_package); result != READ_EMPTY)
+            return result;
         if (static_cast<size_t>(got) < QUIET_READ_BYTES)
             return READ_EMPTY; // the wait tells at once should more have come after all
     }
     return READ_MORE;
 }
 
-// Hands over the whole packages at the front of the buffer and moves the rest there. False when the connection has to
-// end.
-bool ms_connection::deliver_packages(read_buffer *buffer, bool *any_package)
+// Hands over the whole packages at the front of the buffer and moves the rest there. READ_MORE when its owner holds the
+// connection meanwhile, READ_ENDED when it has to end.
+ms_connection::read_result ms_connection::deliver_packages(read_buffer *buffer, bool *any_package)
 {
     uint8_t *bytes = buffer->bytes.get();
     size_t at = 0;
-    for (;;) {
+    read_result result = READ_EMPTY;
+    while (at < buffer->filled) {
+        if (!may_read()) {
+            result = READ_MORE;
+            break;
+        }
         int len = mp_frame_length(bytes + at, buffer->filled - at);
         if (len < 0) {
             runtime_->counters.framing_errors++;
-            return LOGGED(false, LOG_REFUSE, "no package begins here, connection of %s closed", peer_name_.c_str());
+            return LOGGED(READ_ENDED, LOG_REFUSE, "no package begins here, connection of %s closed",
+                          peer_name_.c_str());
         }
         if (len == 0 || static_cast<size_t>(len) > buffer->filled - at)
             break;
         if (!deliver(bytes + at, static_cast<size_t>(len)))
-            return false;
+            return READ_ENDED;
         *any_package = true;
         at += static_cast<size_t>(len);
     }
     std::memmove(bytes, bytes + at, buffer->filled - at);
     buffer->filled -= at;
-    return true;
+    return result;
 }
 
 bool ms_connection::deliver(uint8_t *bytes, size_t len)
@@ -354,7 +381,7 @@ bool ms_connection::check_deadlines(uint64_t now)
     if (!open_)
         return false;
     const char *reason = nullptr;
-    if (!reading_held_ && passed(begun, settings.receive_deadline_ms, now))
+    if (reads(held) && passed(begun, settings.receive_deadline_ms, now))
         reason = "a package did not arrive whole in time";
     else if (!queue_.empty() && passed(queue_moved_tick_, settings.dead_peer_ms, now))
         reason = "it takes no data";

@@ -45,6 +45,8 @@ public:
     bool set_udata(void *udata);
     // False when the connection has ended.
     bool hold_reading(bool hold);
+    bool hold_while_unsent(bool hold);
+    bool send_queue(size_t *unsent, size_t *room);
     void *udata() const { return udata_.load(std::memory_order_acquire); }
     const std::string &peer_name() const { return peer_name_; }
     const std::string &address() const { return address_; }
@@ -63,13 +65,14 @@ private:
     bool read_turn();
     enum read_result { READ_EMPTY, READ_MORE, READ_ENDED };
     read_result read_packages(read_buffer *buffer, bool *any_package);
-    bool deliver_packages(read_buffer *buffer, bool *any_package);
+    read_result deliver_packages(read_buffer *buffer, bool *any_package);
     bool deliver(uint8_t *bytes, size_t len);
     void raise(ms_event_func handler, int event, MpPackage *package);
     void keep_rest(const read_buffer &buffer, uint64_t begun_tick);
     void finish();
     bool is_open();
     bool may_read();
+    bool reads(const guard &) const;
     bool park_if_held();
     void unpark(const guard &);
 
@@ -95,7 +98,7 @@ private:
     std::atomic<void *> udata_ = nullptr; // stored under mutex_
 
     // Of the reading side alone.
-    std::vector<uint8_t> rest_; // the beginning of a package whose end has not come yet
+    std::vector<uint8_t> rest_; // the beginning of a package whose end has not come yet; what a hold kept back
     std::bitset<256> modules_;  // whose handlers have heard of this connection
     bool connect_reported_ = false;
 
@@ -112,6 +115,7 @@ private:
     bool open_ = true;          // may send; false from the first reason to end on
     bool write_waited_ = false; // Asio waits for room in the socket
     bool reading_held_ = false; // by its owner
+    bool unsent_holds_ = false; // its owner wants nothing to be read while bytes are queued
     bool parked_ = false;       // the reading side's chain has stopped until somebody takes it up again
     bool destroyed_ = false;    // by its owner
     bool end_reporting_ = false;

@@ -85,7 +85,7 @@ bool ms_connection::enqueue(const guard &held, std::span<const uint8_t> bytes)
 }
 
 // Writes queued bytes until the socket is full. False when the connection is broken.
-bool ms_connection::drain(const guard &)
+bool ms_connection::drain(const guard &held)
 {
     while (!queue_.empty()) {
         std::span<const uint8_t> front = queue_.front();
@@ -99,6 +99,19 @@ bool ms_connection::drain(const guard &)
         queue_moved_tick_ = ms_tick_now();
         active_tick_ = queue_moved_tick_;
     }
+    if (reads(held))
+        unpark(held);
+    return true;
+}
+
+bool ms_connection::send_queue(size_t *unsent, size_t *room)
+{
+    guard held(this);
+    if (!open_)
+        return false;
+    size_t limit = runtime_->settings.max_queued_bytes;
+    *unsent = queue_.size();
+    *room = limit > *unsent ? limit - *unsent : 0;
     return true;
 }
 

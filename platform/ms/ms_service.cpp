@@ -210,6 +210,18 @@ int mslink_hold_reading(MsLink *link, int hold)
     return connection != nullptr && connection->hold_reading(hold != 0) ? 1 : gone();
 }
 
+int mslink_hold_while_unsent(MsLink *link, int hold)
+{
+    auto connection = ms_table_find(link);
+    return connection != nullptr && connection->hold_while_unsent(hold != 0) ? 1 : gone();
+}
+
+int mslink_send_queue(MsLink *link, size_t *unsent, size_t *room)
+{
+    auto connection = ms_table_find(link);
+    return connection != nullptr && connection->send_queue(unsent, room) ? 1 : gone();
+}
+
 int mslink_peer_name(MsLink *link, char *buffer, size_t size)
 {
     auto connection = ms_table_find(link);
