@@ -7,6 +7,7 @@
 #include "silo_pool/silo_pool.h"
 
 #include <algorithm>
+#include <deque>
 #include <vector>
 
 static constexpr int COUNT = 100;
@@ -65,6 +66,24 @@ static void measure(const load_options &options, const std::string &store, const
                   FIRST_REPLY_MS});
 }
 
+// Clients that take nothing of what they are answered must not be felt by one that does.
+static void measure_beside_unread(const load_options &options, const std::string &store, size_t unread, int runs)
+{
+    service_process service(options, {.store = store});
+    std::deque<find_session> others;
+    for (size_t i = 0; i < unread; i++)
+        others.emplace_back(service.port()).ask_without_reading("", -1, BENCH_QUESTIONS[2], 10000, 60);
+    find_session session(service.port());
+    std::vector<double> ms;
+    for (int i = 0; i < runs; i++)
+        ms.push_back(ms_of(&session, s_questions[0]));
+    std::ranges::sort(ms);
+    const std::string name = "find: one day, beside " + std::to_string(unread) + " that do not read, ";
+    figure_print({name + "99 of 100 within", "ms", ms[ms.size() - 1 - ms.size() / 100], "", 0, WANTED_BELOW,
+                  FIRST_REPLY_MS});
+    figure_print({name + "longest", "ms", ms.back()});
+}
+
 int main(int argc, char **argv)
 {
     load_options options = load_options_read(argc, argv, "First reply of a search over the network");
@@ -78,5 +97,7 @@ int main(int argc, char **argv)
     silo_pool_close();
     for (const find_question &question : s_questions)
         measure(options, store, question, options.quick ? 3 : question.is_wanted ? 300 : 20);
+    for (size_t unread : {1, 10})
+        measure_beside_unread(options, store, unread, options.quick ? 3 : 300);
     return 0;
 }

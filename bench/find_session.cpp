@@ -60,25 +60,41 @@ static int count_of(const std::string &text, const std::string &what)
     return count;
 }
 
-double find_session::find(const char *host, int channel, const bench_question &question, int count)
+std::string find_session::open(const char *host, int channel, const bench_question &question)
 {
-    const std::string open = "<command name=\"find_file\"><ch>" + std::to_string(channel) +
+    const std::string command = "<command name=\"find_file\"><ch>" + std::to_string(channel) +
                              "</ch><filetype>0</filetype>" + time_xml("start_time", question.from) +
                              time_xml("end_time", question.to) + "<host_id>" + host + "</host_id></command>";
-    stopwatch watch;
-    const std::string opened = ask(open);
+    const std::string opened = ask(command);
     static const std::string tag = "<session_id>";
     size_t at = opened.find(tag);
     bench_require(opened.find("result=\"ok\"") != opened.npos && at != opened.npos, "no search");
-    const std::string session =
-        "<session>" + std::to_string(std::atoi(opened.c_str() + at + tag.size())) + "</session>";
-    const std::string found =
-        ask("<command name=\"find_next_file\">" + session + "<count>" + std::to_string(count) + "</count></command>");
+    return "<session>" + std::to_string(std::atoi(opened.c_str() + at + tag.size())) + "</session>";
+}
+
+static std::string next_xml(const std::string &session, int count)
+{
+    return "<command name=\"find_next_file\">" + session + "<count>" + std::to_string(count) + "</count></command>";
+}
+
+double find_session::find(const char *host, int channel, const bench_question &question, int count)
+{
+    stopwatch watch;
+    const std::string session = open(host, channel, question);
+    const std::string found = ask(next_xml(session, count));
     double seconds = watch.seconds();
     records_ = count_of(found, "<file>");
     reply_bytes_ = found.size();
     client_.send(raw_command(1, "<command name=\"findfile_close\">" + session + "</command>"));
     return seconds;
+}
+
+void find_session::ask_without_reading(const char *host, int channel, const bench_question &question, int count,
+                                       int times)
+{
+    const std::string session = open(host, channel, question);
+    for (int i = 0; i < times; i++)
+        bench_require(client_.send(raw_command(1, next_xml(session, count))), "cannot send");
 }
 
 // ---- The least it could cost ----------------------------------------------------------------------------------------

@@ -12,12 +12,16 @@ public:
     // "find_file", "find_next_file" with this count, waiting for each answer, then "findfile_close". Seconds until the
     // records were there.
     double find(const char *host, int channel, const bench_question &question, int count);
+    // Opens a search and asks for its records, so many times in pages of `count`, and takes none of the answers.
+    void ask_without_reading(const char *host, int channel, const bench_question &question, int count, int times);
     // Of the last search.
     int records() const { return records_; }
     size_t reply_bytes() const { return reply_bytes_; }
 
 private:
     std::string ask(const std::string &xml);
+    // Its number, as the element of commands.
+    std::string open(const char *host, int channel, const bench_question &question);
     raw_client client_;
     int records_ = 0;
     size_t reply_bytes_ = 0;

@@ -3,6 +3,8 @@
 
 #include "comm_func/comm_func.h"
 #include "platform/os/os_guard.h"
+#include "vod/record_outbox.h"
+#include "vod/record_size.h"
 #include "vod/record_text.h"
 
 #include <algorithm>
@@ -177,11 +179,13 @@ static int32_t records_wanted(int32_t count)
                   RECORD_COUNT_MAX);
 }
 
-static void read_records(VodAsynRec_GetFile *opit)
+// As many as are wanted and `room` characters surely hold, but one at least: "ok" then says that there are more.
+static void read_records(VodAsynRec_GetFile *opit, size_t room)
 {
     int32_t wanted = records_wanted(opit->count), capacity = 0;
+    size_t size = RECORD_REPLY_FRAME;
     opit->count = 0;
-    while (opit->count < wanted) {
+    while (opit->count < wanted && (opit->count == 0 || size + RECORD_REPLY_MAX <= room)) {
         RecordFileInfo *record = record_room(opit, &capacity);
         if (record == nullptr)
             return;
@@ -193,6 +197,7 @@ static void read_records(VodAsynRec_GetFile *opit)
         if (!is_delivered(*record))
             continue;
         complete_record(*opit, record);
+        size += record_reply_size(*record);
         opit->count++;
     }
 }
@@ -210,7 +215,7 @@ static int operate_get_file(VodOperateRecItem *item)
         session->is_shared_told = 1;
         tell_of_others(session, item, "read");
     }
-    read_records(opit);
+    read_records(opit, record_outbox_room(caller_of(item)));
     session_give_back(session);
     return 1;
 }

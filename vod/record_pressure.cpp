@@ -1,5 +1,7 @@
 #include "vod/record_pressure.h"
 
+#include "vod/record_limits.h"
+
 #include <mutex>
 #include <unordered_map>
 
@@ -20,7 +22,10 @@ void record_pressure_enter(MsLink *mslink)
 {
     std::lock_guard held(s_mutex);
     waiting_commands &waiting = s_waiting[mslink];
-    if (++waiting.count > RECORD_WAITING_MAX && !waiting.held)
+    // Who does not take its replies shall not ask on.
+    if (++waiting.count == 1)
+        mslink_hold_while_unsent(mslink, 1);
+    if (waiting.count >= record_waiting_max() && !waiting.held)
         waiting.held = mslink_hold_reading(mslink, 1) != 0;
 }
 
@@ -32,10 +37,11 @@ void record_pressure_leave(MsLink *mslink)
         return;
     waiting_commands &waiting = found->second;
     waiting.count--;
-    if (waiting.held && waiting.count <= RECORD_WAITING_RESUME) {
+    bool resumes = waiting.held && waiting.count <= record_waiting_max() / 2;
+    if (resumes)
         waiting.held = false;
-        mslink_hold_reading(mslink, 0);
-    }
     if (waiting.count == 0)
         s_waiting.erase(found);
+    if (resumes)
+        mslink_hold_reading(mslink, 0);
 }

@@ -3,8 +3,10 @@
 #include "platform/os/os_guard.h"
 #include "vod/lock_ranks.h"
 #include "vod/log_buffered.h"
+#include "vod/record_outbox.h"
 #include "vod/record_pressure.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 
@@ -23,6 +25,10 @@ static uint32_t s_asyn_workers;
 
 // A command that takes longer holds up those of all clients: it is told.
 static constexpr uint64_t STALL_MS = 1000;
+// How often it is looked whether connections have taken their replies, while commands of theirs wait for that.
+static constexpr uint32_t HELD_UP_MS = 10;
+// Until replies are tried again for which there was no memory.
+static constexpr uint32_t RETRY_MS = 100;
 
 int record_lists_create()
 {
@@ -102,24 +108,45 @@ int rec_operate_for_asyn(VodOperateRecItem *item)
     return 1;
 }
 
-static VodOperateRecItem *queue_take(DList *queue)
+static MsLink *caller_of(const VodOperateRecItem *item)
+{
+    return item->udata == nullptr ? nullptr : item->udata->mslink;
+}
+
+// The oldest item whose connection has taken its replies so far. `is_held_up` when there are only others.
+static VodOperateRecItem *queue_take(DList *queue, bool *is_held_up)
 {
     dlist_guard held(queue);
-    DListNode *head = adt_dlist_head(queue);
-    if (head == nullptr)
-        return nullptr;
-    auto item = *static_cast<VodOperateRecItem **>(adt_dlist_data(head));
-    adt_dlist_erase(queue, head);
-    return item;
+    *is_held_up = adt_dlist_head(queue) != nullptr;
+    for (DListNode *node = adt_dlist_head(queue); node != nullptr; node = adt_dlist_next(node)) {
+        auto item = *static_cast<VodOperateRecItem **>(adt_dlist_data(node));
+        if (record_outbox_is_behind(caller_of(item)))
+            continue;
+        adt_dlist_erase(queue, node);
+        return item;
+    }
+    return nullptr;
 }
 
 // ---- The thread -----------------------------------------------------------------------------------------------------
+
+// Whose client has gone nobody can answer; what it wanted closed is closed all the same.
+static bool is_for_nobody(const VodOperateRecItem *item)
+{
+    if (item->udata == nullptr || (item->command != RECORD_FIND_FILE && item->command != RECORD_GET_FILE))
+        return false;
+    vodlinks_guard held;
+    return vodlink_of_cookie(held, item->udata->link_life) == nullptr;
+}
 
 static void operate(VodOperateRecItem *item)
 {
     uint64_t begun = os_tick();
     try {
-        deal_with_asyn_rec_operate(item);
+        if (is_for_nobody(item))
+            LOG(LOG_REFUSE, "command => %d is left out, its link has gone", item->command);
+        else
+            deal_with_asyn_rec_operate(item);
     } catch (const std::exception &error) {
         // Out of memory: this command is lost.
         LOG(LOG_SYSTEM, "deal_with_asyn_rec_operate: %s", error.what());
@@ -131,9 +158,18 @@ static void operate(VodOperateRecItem *item)
 
 static void item_done(VodOperateRecItem *item)
 {
-    MsLink *mslink = item->udata == nullptr ? nullptr : item->udata->mslink;
+    MsLink *mslink = caller_of(item);
     record_item_free(item);
     record_pressure_leave(mslink);
+}
+
+static uint32_t replies_try()
+{
+    try {
+        return record_outbox_try();
+    } catch (const std::exception &error) {
+        return LOGGED(RETRY_MS, LOG_SYSTEM, "record_outbox_try: %s", error.what());
+    }
 }
 
 static uint64_t queued_so_far()
@@ -142,12 +178,13 @@ static uint64_t queued_so_far()
     return s_asyn_queued;
 }
 
-// Waits until something is queued after `seen`, or the worker is to end.
-static void wait_for_more(uint64_t seen)
+// Waits until something is queued after `seen`, `ms` have passed, or the worker is to end.
+static void wait_for_more(uint64_t seen, uint32_t ms)
 {
     os_lock_guard held(&s_asyn_mutex);
     while (s_asyn_queued == seen && !s_asyn_thread_is_terminate)
-        os_cond_wait(&s_asyn_wakeup, held.mutex(), OS_WAIT_FOREVER);
+        if (!os_cond_wait(&s_asyn_wakeup, held.mutex(), ms) || ms != OS_WAIT_FOREVER)
+            return;
 }
 
 int rec_asyn_op_thread_start(void *arg)
@@ -158,18 +195,32 @@ int rec_asyn_op_thread_start(void *arg)
         s_asyn_thread_is_terminate.load());
     while (!s_asyn_thread_is_terminate) {
         uint64_t seen = queued_so_far();
-        if (VodOperateRecItem *item = queue_take(queue)) {
+        uint32_t wait_ms = replies_try();
+        bool is_held_up = false;
+        if (VodOperateRecItem *item = queue_take(queue, &is_held_up)) {
             operate(item);
             item_done(item);
         } else {
-            wait_for_more(seen);
+            wait_for_more(seen, is_held_up ? std::min(wait_ms, HELD_UP_MS) : wait_ms);
         }
     }
+    record_outbox_clear();
     worker_count(-1);
     return 0;
 }
 
 // ---- The end, for tests ---------------------------------------------------------------------------------------------
+
+static VodOperateRecItem *queue_take_any(DList *queue)
+{
+    dlist_guard held(queue);
+    DListNode *head = adt_dlist_head(queue);
+    if (head == nullptr)
+        return nullptr;
+    auto item = *static_cast<VodOperateRecItem **>(adt_dlist_data(head));
+    adt_dlist_erase(queue, head);
+    return item;
+}
 
 static VodRecFindfd *sessions_take(DList *sessions)
 {
@@ -184,8 +235,9 @@ static VodRecFindfd *sessions_take(DList *sessions)
 
 static void lists_empty()
 {
+    record_outbox_clear();
     if (DList *queue = s_lst_asyn_op)
-        while (VodOperateRecItem *item = queue_take(queue))
+        while (VodOperateRecItem *item = queue_take_any(queue))
             item_done(item);
     if (DList *sessions = s_lst_findfds)
         while (VodRecFindfd *session = sessions_take(sessions)) {

@@ -11,6 +11,7 @@
 #include "vod/index_settings.h"
 #include "vod/link_table.h"
 #include "vod/playback_session.h"
+#include "vod/record_limits.h"
 #include "vod/record_worker.h"
 #include "vod/reply.h"
 #include "vod/silo_file_ops.h"
@@ -135,6 +136,7 @@ int settings_read()
     }
     upload_settings_read();
     index_settings_read(config.get());
+    record_limits_read(config.get());
     return 1;
 }
 

@@ -54,7 +54,7 @@ std::vector<std::string> names_in(const std::string &reply);
 class FindTest : public ServiceTest {
 protected:
     static service_settings settings();
-    FindTest() : ServiceTest(settings()) {}
+    explicit FindTest(const service_settings &of = settings()) : ServiceTest(of) {}
     // Fills the index before the service starts.
     void SetUp() override;
     virtual std::vector<indexed_record> records() { return {}; }

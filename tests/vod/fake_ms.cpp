@@ -123,6 +123,21 @@ int mslink_peer_name(MsLink *link, char *buffer, size_t size)
            std::snprintf(buffer, size, "%s", link->peer_name.c_str()) < static_cast<int>(size);
 }
 
+int mslink_hold_while_unsent(MsLink *link, int hold)
+{
+    link->unsent_holds = hold;
+    return 1;
+}
+
+int mslink_send_queue(MsLink *link, size_t *unsent, size_t *room)
+{
+    if (link == nullptr)
+        return 0;
+    *unsent = link->unsent;
+    *room = link->room;
+    return 1;
+}
+
 int mslink_hold_reading(MsLink *link, int hold)
 {
     link->holds += hold != 0 ? 1 : -1;

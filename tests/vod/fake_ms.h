@@ -25,6 +25,8 @@ struct MsLink {
     std::atomic<void *> udata = nullptr;
     std::atomic<bool> destroyed = false, timed_out = false;
     std::atomic<int> holds = 0; // how often its reading was held, less how often it was let go on
+    std::atomic<int> unsent_holds = 0; // as it was last wished
+    std::atomic<size_t> unsent = 0, room = size_t{1} << 40; // of its queue
     std::string peer_name; // empty: none is known; set before it is used
     std::mutex mutex;
     std::vector<sent_package> sent;

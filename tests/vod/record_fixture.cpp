@@ -1,6 +1,7 @@
 #include "tests/vod/record_fixture.h"
 
 #include "platform/os/os_guard.h"
+#include "vod/record_outbox.h"
 #include "vod/record_pressure.h"
 
 #include <stdexcept>
@@ -59,8 +60,11 @@ record_item RecordTest::take()
 
 void RecordTest::work()
 {
-    while (record_item item = take())
+    while (record_item item = take()) {
         deal_with_asyn_rec_operate(item.get());
+        for (uint32_t ms; (ms = record_outbox_try()) != OS_WAIT_FOREVER;)
+            os_sleep(ms);
+    }
 }
 
 void RecordTest::open_search()

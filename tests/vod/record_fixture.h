@@ -37,7 +37,7 @@ protected:
     size_t queued();
     // The oldest queued item, taken out of the queue.
     record_item take();
-    // Carries out everything that is queued, on this thread.
+    // Carries out everything that is queued, on this thread, each until its reply is out or given up.
     void work();
     // Opens a search and forgets its reply.
     void open_search();

@@ -318,11 +318,14 @@ TEST_F(RecordReplyTest, TheTableIsHeldForEachSendAndLetGoOfBetweenThem)
     struct seen {
         table_probe probe;
         int held_sends = 0, free_sleeps = 0;
+        std::atomic<uint64_t> tick = 1;
     } seen;
-    os_clock clock = {[](void *) -> uint64_t { return 1; }, [](void *) -> int64_t { return 1; },
-                      [](void *user, uint32_t) {
+    os_clock clock = {[](void *user) -> uint64_t { return static_cast<struct seen *>(user)->tick; },
+                      [](void *) -> int64_t { return 1; },
+                      [](void *user, uint32_t ms) {
                           auto of = static_cast<struct seen *>(user);
                           of->free_sleeps += of->probe.is_free_within(5000);
+                          of->tick += ms;
                       },
                       &seen};
     mslink.on_send = [&] { seen.held_sends += !seen.probe.is_free_within(30); };

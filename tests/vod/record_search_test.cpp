@@ -1,7 +1,8 @@
 // How commands of record-search links are read and queued.
 #include "tests/vod/record_fixture.h"
 
-#include "vod/record_pressure.h"
+#include "platform/json/json.h"
+#include "vod/record_limits.h"
 #include "vod/record_search.h"
 
 #include <rapidcheck.h>
@@ -352,14 +353,13 @@ TEST_F(RecordSearchTest, RandomElementsDoNoHarm)
 
 TEST_F(RecordSearchTest, AConnectionWithManyWaitingCommandsIsNotReadUntilTheyAreFew)
 {
-    for (size_t i = 0; i < RECORD_WAITING_MAX; i++)
+    for (size_t i = 1; i < record_waiting_max(); i++)
         command(close(1));
     EXPECT_EQ(mslink.holds, 0);
     command(close(1));
-    command(close(1)); // what was read already is queued all the same
     EXPECT_EQ(mslink.holds, 1);
-    EXPECT_EQ(queued(), RECORD_WAITING_MAX + 2);
-    while (queued() > RECORD_WAITING_RESUME + 1)
+    EXPECT_EQ(queued(), 4u);
+    while (queued() > 3)
         take();
     EXPECT_EQ(mslink.holds, 1);
     take();
@@ -368,11 +368,50 @@ TEST_F(RecordSearchTest, AConnectionWithManyWaitingCommandsIsNotReadUntilTheyAre
     EXPECT_EQ(mslink.holds, 0);
 }
 
+TEST_F(RecordSearchTest, AConnectionThatAsksIsNotReadWhileItsRepliesWait)
+{
+    EXPECT_EQ(mslink.unsent_holds, 0);
+    command(close(1));
+    EXPECT_EQ(mslink.unsent_holds, 1);
+    work();
+}
+
+TEST_F(RecordSearchTest, HowManyCommandsMayWaitIsASetting)
+{
+    struct row {
+        const char *config;
+        uint32_t waiting_max;
+        const char *line;
+    };
+    for (const row &of :
+         {row{R"({})", 4, nullptr}, row{R"({"search": {}})", 4, nullptr},
+          row{R"({"search": {"waiting_max": 9}})", 9, nullptr}, row{R"({"search": {"waiting_max": 64}})", 64, nullptr},
+          row{R"({"search": {"waiting_max": 65}})", 64, "search.waiting_max 65 is out of range, 64 is taken"},
+          row{R"({"search": {"waiting_max": 0}})", 1, "search.waiting_max 0 is out of range, 1 is taken"},
+          row{R"({"search": {"waiting_max": -1}})", 1, "search.waiting_max -1 is out of range, 1 is taken"},
+          row{R"({"search": {"waiting_max": "9"}})", 4, nullptr},
+          row{R"({"search": {"waiting_max": null}})", 4, nullptr},
+          row{R"({"search": {"waiting_max": 99999999999}})", 64,
+              "search.waiting_max 2147483647 is out of range, 64 is taken"},
+          row{R"({"search": [9]})", 4, nullptr}}) {
+        log.clear();
+        json_ref config(json_tokener_parse(of.config));
+        record_limits_read(config.get());
+        EXPECT_EQ(record_waiting_max(), of.waiting_max) << of.config;
+        EXPECT_EQ(log.lines().size(), of.line == nullptr ? 0u : 1u) << of.config;
+        if (of.line != nullptr) {
+            EXPECT_EQ(log.count(of.line), 1u) << of.config;
+        }
+    }
+    record_limits_read(nullptr);
+    EXPECT_EQ(record_waiting_max(), 4u);
+}
+
 TEST_F(RecordSearchTest, OneClientsCommandsDoNotHoldAnother)
 {
     MsLink other;
     read(other, res_package(0x0001, ""));
-    for (size_t i = 0; i <= RECORD_WAITING_MAX; i++)
+    for (size_t i = 0; i < record_waiting_max(); i++)
         command(close(1));
     read(other, command_package(close(1)));
     EXPECT_EQ(mslink.holds, 1);

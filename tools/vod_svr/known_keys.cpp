@@ -36,6 +36,7 @@ static constexpr known_key s_known[] = {
     {VOD, "access.state_dir", SETTING_OWN},
     {VOD, "index.trust_seconds", SETTING_NUMBER},
     {VOD, "commands.max_bytes", SETTING_OWN},
+    {VOD, "search.waiting_max", SETTING_NUMBER},
     {VOD, "flow_ctl_face", SETTING_TEXT},
     {VOD, "flow_ctl_payload", SETTING_NUMBER},
     {VOD, "timeplayback_all_rec", SETTING_NUMBER},
