@@ -81,8 +81,9 @@ static int file_open(const char *path, int flags, os_file **file)
 {
     std::string host;
     std::wstring wide;
-    if (!os_path_resolve(path, &host) || !os_win32_path(host, &wide) ||
-        !os_win32_allow(&wide, (flags & OS_FILE_CLIENT) != 0, (flags & OS_FILE_READ) == 0))
+    bool is_client = (flags & OS_FILE_CLIENT) != 0;
+    if (!os_path_resolve(path, &host) || !os_win32_path(host, &wide) || !os_win32_name_allow(host, is_client) ||
+        !os_win32_allow(&wide, is_client, (flags & OS_FILE_READ) == 0))
         return 0;
     if (is_refused_kind(wide))
         return os_file_fail("not a regular file");

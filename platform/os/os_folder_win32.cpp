@@ -25,7 +25,7 @@ static int file_stat(const char *path, int flags, struct os_file_info *info)
 {
     std::wstring wide;
     bool is_client = (flags & OS_FILE_CLIENT) != 0;
-    if (!os_win32_begin("os_file_stat", path, &wide) || !os_win32_allow(&wide, is_client, false))
+    if (!os_win32_begin_client("os_file_stat", path, is_client, &wide) || !os_win32_allow(&wide, is_client, false))
         return 0;
     handle_owner found(open_name(wide, FILE_READ_ATTRIBUTES));
     BY_HANDLE_FILE_INFORMATION host_info;

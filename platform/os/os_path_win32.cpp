@@ -150,6 +150,25 @@ bool os_win32_begin(const char *name, const char *path, std::wstring *wide)
     return os_path_begin(name, path, &host) && os_win32_path(host, wide);
 }
 
+bool os_win32_begin_client(const char *name, const char *path, bool is_client, std::wstring *wide)
+{
+    std::string host;
+    return os_path_begin(name, path, &host) && os_win32_path(host, wide) && os_win32_name_allow(host, is_client);
+}
+
+os_win32_name_kind os_win32_kind_of(const std::string &host)
+{
+    std::wstring wide;
+    if (!os_wide(host, &wide))
+        return OS_WIN32_NAME_OF_ELSEWHERE;
+    std::ranges::replace(wide, L'/', L'\\');
+    if (wide.starts_with(L"\\\\"))
+        return wide.starts_with(L"\\\\?\\") || wide.starts_with(L"\\\\.\\") ? OS_WIN32_NAME_OF_ELSEWHERE
+                                                                            : OS_WIN32_NAME_OF_HOST;
+    bool is_from_drives_folder = is_drive(wide) && !wide.substr(2).starts_with(L'\\');
+    return is_from_drives_folder ? OS_WIN32_NAME_OF_ELSEWHERE : OS_WIN32_NAME_OF_DRIVE;
+}
+
 os_wide_parts os_win32_split(const std::wstring &path)
 {
     size_t separator = path.find_last_of(L'\\');

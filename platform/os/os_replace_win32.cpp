@@ -56,7 +56,7 @@ static int file_replace(const char *path, int flags, const void *bytes, size_t s
 {
     std::wstring wide;
     bool is_client = (flags & OS_FILE_CLIENT) != 0;
-    if (!os_win32_begin("os_file_replace", path, &wide))
+    if (!os_win32_begin_client("os_file_replace", path, is_client, &wide))
         return 0;
     os_wide_parts parts = os_win32_split(wide);
     if (parts.name.empty())

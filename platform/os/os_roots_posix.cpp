@@ -1,5 +1,7 @@
 #include "platform/os/os_roots_posix.h"
 
+#include "platform/os/os_access.h"
+#include "platform/os/os_guard.h"
 #include "platform/os/os_internal.h"
 
 #include <algorithm>
@@ -15,17 +17,22 @@
 #include <unistd.h>
 #include <vector>
 
-// Canonical host paths.
 using folder_list = std::vector<std::string>;
 
+struct access_folders {
+    folder_list folders;   // canonical
+    folder_list spellings; // how paths into them may begin: as they were set, and the folders themselves
+};
+
 static std::mutex s_folders_mutex;
+using roots_ptr = std::shared_ptr<const access_folders>;
 using folders_ptr = std::shared_ptr<const folder_list>;
 // Guarded by s_folders_mutex; the lists themselves never change. Never destroyed: threads that outlive main still open
 // files.
-static auto &s_roots = *new folders_ptr(std::make_shared<folder_list>());
+static auto &s_roots = *new roots_ptr(std::make_shared<access_folders>());
 static auto &s_protected = *new folders_ptr(std::make_shared<folder_list>());
 
-static folders_ptr folders_now(const folders_ptr &folders)
+template <class Pointer> static Pointer folders_now(const Pointer &folders)
 {
     std::lock_guard held(s_folders_mutex);
     return folders;
@@ -40,6 +47,27 @@ static bool canonical(const std::string &host, std::string *result)
     return true;
 }
 
+bool os_path_normal(const std::string &host, std::string *normal)
+{
+    char working[OS_PATH_BYTES_MAX];
+    bool is_full = host.starts_with('/');
+    if (!is_full && (getcwd(working, sizeof working) == nullptr || working[0] != '/'))
+        return false;
+    std::string text = is_full ? host : std::string(working) + '/' + host;
+    normal->clear();
+    for (size_t begin = 0, end = 0; begin < text.size(); begin = end + 1) {
+        end = std::min(text.find('/', begin), text.size());
+        std::string part = text.substr(begin, end - begin);
+        if (part == "..")
+            normal->resize(normal->empty() ? 0 : normal->rfind('/'));
+        else if (!part.empty() && part != ".")
+            normal->append("/").append(part);
+    }
+    if (normal->empty())
+        *normal = "/";
+    return true;
+}
+
 static bool is_folder(const std::string &host)
 {
     struct stat info;
@@ -47,21 +75,27 @@ static bool is_folder(const std::string &host)
 }
 
 // Settings are UTF-8, paths of the system GB18030.
-static bool folder_from_setting(const char *text, std::string *folder)
+static bool root_add(const char *text, access_folders *roots)
 {
     char path[OS_PATH_BYTES_MAX], host[OS_PATH_BYTES_MAX];
-    return text != nullptr && os_code_convert("UTF-8", "GB18030", path, sizeof path, text, std::strlen(text)) > 0 &&
-           os_path_to_host(path, host, sizeof host) && canonical(host, folder) && is_folder(*folder);
+    std::string folder, spelling;
+    if (text == nullptr || os_code_convert("UTF-8", "GB18030", path, sizeof path, text, std::strlen(text)) <= 0 ||
+        !os_path_to_host(path, host, sizeof host) || !canonical(host, &folder) || !is_folder(folder) ||
+        !os_path_normal(host, &spelling))
+        return false;
+    roots->folders.push_back(folder);
+    roots->spellings.insert(roots->spellings.end(), {folder, spelling});
+    return true;
 }
 
 static int roots_set(const char *const *texts, size_t count)
 {
-    auto folders = std::make_shared<folder_list>(count);
+    auto roots = std::make_shared<access_folders>();
     for (size_t i = 0; i < count; i++)
-        if (!folder_from_setting(texts[i], &(*folders)[i]))
+        if (!root_add(texts[i], roots.get()))
             return os_file_fail("an access root is not an existing folder");
     std::lock_guard held(s_folders_mutex);
-    s_roots = folders;
+    s_roots = roots;
     return 1;
 }
 
@@ -71,6 +105,9 @@ int os_access_roots_set(const char *const *texts, size_t count)
         return os_file_fail("wrong arguments");
     return os_guarded(0, [&] { return roots_set(texts, count); });
 }
+
+// This host has no such names.
+void os_access_hosts_shut(int) {}
 
 static int protect(const char *host_folder)
 {
@@ -170,24 +207,40 @@ static int open_below(const std::string &path, const std::string &root, int flag
     return fd < 0 && (error == ENOSYS || error == EPERM) ? open_and_look(path, root, flags, mode) : fd;
 }
 
-static bool refuse_access()
+static bool refuse(const std::string &host)
 {
+    LOG(LOG_REFUSE, "outside access.roots: %s", host.c_str());
     errno = EACCES;
     return false;
 }
 
+// By the text alone, before the host is asked anything: looking a name up walks folders, and may wake mounts, that are none
+// of the client's business.
+static bool is_spelt_below(const std::string &host, const access_folders &roots)
+{
+    std::string normal;
+    return os_path_normal(host, &normal) && root_of(normal, roots.spellings) != nullptr;
+}
+
 bool os_path_allow(const std::string &host, bool is_client, bool is_made, os_allowed_path *allowed)
 {
-    auto roots = folders_now(s_roots), shut = folders_now(s_protected);
+    auto roots = folders_now(s_roots);
+    auto shut = folders_now(s_protected);
     allowed->path = host;
     allowed->root.clear();
-    if (!is_client || (roots->empty() && shut->empty()))
+    if (!is_client || (roots->folders.empty() && shut->empty()))
         return true;
+    if (!roots->folders.empty() && !is_spelt_below(host, *roots))
+        return refuse(host);
     if (!canonical_target(host, is_made, &allowed->path))
         return false;
-    const std::string *root = root_of(allowed->path, *roots);
-    if ((root == nullptr && !roots->empty()) || root_of(allowed->path, *shut) != nullptr)
-        return refuse_access();
+    const std::string *root = root_of(allowed->path, roots->folders);
+    if (root == nullptr && !roots->folders.empty())
+        return refuse(host);
+    if (root_of(allowed->path, *shut) != nullptr) {
+        errno = EACCES;
+        return false;
+    }
     allowed->root = root == nullptr ? "/" : *root;
     return true;
 }

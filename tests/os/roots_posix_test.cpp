@@ -3,13 +3,16 @@
 
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -32,9 +35,20 @@ TEST_F(OsRoots, LinksCountAsWhatTheyLeadTo)
     EXPECT_FALSE(opens(storage_ + "/loop"));
     EXPECT_TRUE(opens(storage_ + "/to_inside"));
     EXPECT_TRUE(opens(storage_ + "/to_second"));
-    EXPECT_TRUE(opens(folder_.file("door/a.rec")));
+    EXPECT_FALSE(opens(folder_.file("door/a.rec"))) << "the link itself lies elsewhere";
     EXPECT_EQ(text("secret/s.rec"), "secret");
     EXPECT_FALSE(fs::exists(folder_.file("secret/made")));
+}
+
+TEST_F(OsRoots, ARootThatIsALinkIsNamedEitherWay)
+{
+    fs::create_symlink("storage", folder_.file("door"));
+    roots_set({folder_.file("door")});
+    EXPECT_TRUE(opens(folder_.file("door/a.rec")));
+    EXPECT_TRUE(opens(storage_ + "/a.rec"));
+    EXPECT_TRUE(opens(folder_.file("door") + "/new.rec", OS_FILE_WRITE));
+    EXPECT_FALSE(opens(folder_.file("door/../secret/s.rec")));
+    EXPECT_FALSE(opens(second_ + "/c.rec"));
 }
 
 TEST_F(OsRoots, PipesAndDevicesInsideAreStillRefused)
@@ -138,6 +152,64 @@ TEST_F(OsRootsDeathTest, OldKernelsAreNotLedOutsideEither)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(quit(forget_openat2() && foreign_files_opened() == 0), testing::ExitedWithCode(0), "");
+}
+
+// From here on the kernel ends this process at the first call that names a file.
+static bool forbid_names_of_files()
+{
+    static constexpr unsigned int CALLS[] = {
+        SYS_openat, SYS_openat2, SYS_newfstatat, SYS_statx, SYS_readlinkat, SYS_faccessat, SYS_faccessat2, SYS_mkdirat,
+        SYS_unlinkat, SYS_renameat2, SYS_statfs,
+#if defined(SYS_open)
+        SYS_open, SYS_stat, SYS_lstat, SYS_readlink, SYS_access, SYS_mkdir, SYS_unlink, SYS_rename, SYS_chdir,
+#endif
+    };
+    std::vector<sock_filter> steps = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+    for (unsigned int call : CALLS) {
+        steps.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1));
+        steps.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS));
+    }
+    steps.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    sock_fprog program = {static_cast<unsigned short>(steps.size()), steps.data()};
+    return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+           syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &program) == 0;
+}
+
+// What `body` answers in a process of its own, or 128 and the signal that ended it. That process must not clean up: it
+// may have lost the right to.
+static int answer_of_child(const std::function<int()> &body)
+{
+    pid_t child = fork();
+    if (child == 0)
+        _exit(body());
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+TEST_F(OsRoots, NamesOutsideAreRefusedWithoutAskingTheKernelForThem)
+{
+    fs::path before = fs::current_path();
+    fs::current_path(storage_);
+    roots_set({".", second_});
+    const std::string names[] = {
+        folder_.file("secret/s.rec"), storage_ + "/../secret/s.rec", "../secret/s.rec", "sub/../../secret/s.rec",
+        "none/../../secret/s.rec", "/net/host/share/a.rec", "//net/host/a.rec", "/", "..", "/etc/passwd",
+        "\\etc\\passwd", storage_ + "2/t.rec", "./.././storage2/t.rec"};
+    os_log_set_level(LOG_FATAL);
+    for (const std::string &name : names) {
+        int answer = answer_of_child([&] {
+            os_file_info info;
+            return forbid_names_of_files() && !opens(name) && !opens(name, OS_FILE_WRITE) &&
+                   !opens(name, OS_FILE_UPDATE) && !os_file_stat(name.c_str(), OS_FILE_CLIENT, &info) &&
+                   !os_file_replace((name + "/a.rec").c_str(), OS_FILE_CLIENT, "x", 1);
+        });
+        EXPECT_EQ(answer, 1) << name;
+    }
+    EXPECT_EQ(answer_of_child([&] { return forbid_names_of_files() && opens("a.rec"); }), 128 + SIGSYS)
+        << "the kernel is asked for names inside";
+    os_log_set_level(LOG_REFUSE);
+    fs::current_path(before);
 }
 
 TEST_F(OsRoots, ReplaceDoesNotFollowLinks)

@@ -1,4 +1,5 @@
 #include "tests/os/roots_fixture.h"
+#include "tests/support/log_capture.h"
 
 namespace fs = std::filesystem;
 
@@ -98,6 +99,20 @@ TEST_F(OsRoots, ReplaceIsBoundToo)
     EXPECT_EQ(os_file_replace((storage_ + "/../secret/s.rec").c_str(), OS_FILE_CLIENT, "x", 1), 0);
     EXPECT_EQ(text("storage/a.rec"), "new");
     EXPECT_EQ(text("secret/s.rec"), "secret");
+}
+
+TEST_F(OsRoots, ARefusalHasItsLine)
+{
+    log_capture log;
+    EXPECT_FALSE(opens(storage_ + "/../secret/s.rec"));
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0].level, LOG_REFUSE);
+    EXPECT_TRUE(log.lines()[0].text.starts_with("outside access.roots: ")) << log.lines()[0].text;
+    EXPECT_NE(log.lines()[0].text.find("s.rec"), std::string::npos) << log.lines()[0].text;
+    log.clear();
+    EXPECT_TRUE(opens(storage_ + "/a.rec"));
+    EXPECT_FALSE(opens(storage_ + "/none.rec"));
+    EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(OsRoots, WithoutRootsEveryPathIsAllowed)

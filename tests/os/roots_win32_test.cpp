@@ -1,4 +1,5 @@
 // The many names that this host has for one file: none may lead out of the roots or to a device.
+#include "platform/os/os_access.h"
 #include "platform/os/os_win32.h"
 #include "tests/os/roots_fixture.h"
 
@@ -58,9 +59,11 @@ TEST_F(OsRoots, ShortNamesCountAsWhatTheyStandFor)
 TEST_F(OsRoots, PrefixesOfTheHostLeadNowhereElse)
 {
     const std::string secret = folder_.file("secret\\s.rec"), inside = storage_ + "\\a.rec";
-    EXPECT_TRUE(opens("\\\\?\\" + inside));
-    EXPECT_TRUE(opens("\\\\?\\" + storage_ + "\\sub\\..\\a.rec"));
+    EXPECT_TRUE(opens(inside));
     const std::string paths[] = {
+        "\\\\?\\" + inside,
+        "//?/" + inside,
+        "\\\\?\\" + storage_ + "\\sub\\..\\a.rec",
         "\\\\?\\" + secret,
         "//?/" + secret,
         "\\\\?/" + secret,
@@ -87,6 +90,7 @@ TEST_F(OsRoots, PrefixesOfTheHostLeadNowhereElse)
             EXPECT_EQ(os_file_replace(path.c_str(), OS_FILE_CLIENT, "x", 1), 0) << path;
         }
     EXPECT_EQ(text("secret/s.rec"), "secret");
+    EXPECT_EQ(text("storage/a.rec"), "inside");
 }
 
 TEST_F(OsRoots, NamesWithoutDriveOrFolderCountFromWhereTheProcessStands)
@@ -97,9 +101,12 @@ TEST_F(OsRoots, NamesWithoutDriveOrFolderCountFromWhereTheProcessStands)
     fs::current_path(storage_);
     EXPECT_TRUE(opens(without_drive(storage_) + "\\a.rec"));
     EXPECT_FALSE(opens(without_drive(folder_.file("secret")) + "\\s.rec"));
-    EXPECT_TRUE(opens(drive + "a.rec"));
-    EXPECT_TRUE(opens(drive + "sub\\b.rec"));
-    EXPECT_TRUE(opens(drive + "new.rec", OS_FILE_WRITE));
+    EXPECT_TRUE(opens("a.rec"));
+    // Which folder that is depends on what the process did with the drive before.
+    EXPECT_FALSE(opens(drive + "a.rec"));
+    EXPECT_FALSE(opens(drive + "sub\\b.rec"));
+    EXPECT_FALSE(opens(drive + "new.rec", OS_FILE_WRITE));
+    EXPECT_FALSE(fs::exists("new.rec"));
     EXPECT_FALSE(opens(drive + "..\\secret\\s.rec"));
     fs::current_path(folder_.file("secret"));
     EXPECT_FALSE(opens(drive + "s.rec"));
@@ -107,6 +114,50 @@ TEST_F(OsRoots, NamesWithoutDriveOrFolderCountFromWhereTheProcessStands)
     EXPECT_FALSE(opens(drive));
     fs::current_path(before);
     EXPECT_EQ(text("secret/s.rec"), "secret");
+}
+
+// How often the host was asked for the name by a call that is refused.
+static uint32_t looks_at(const std::string &path)
+{
+    os_fault_arm(1'000'000);
+    os_file_info info;
+    EXPECT_EQ(os_file_stat(path.c_str(), OS_FILE_CLIENT, &info), 0) << path;
+    uint32_t asked = os_fault_calls() - 1; // the call itself
+    os_fault_disarm();
+    return asked;
+}
+
+TEST_F(OsRoots, NamesOutsideAreRefusedWithoutAskingTheHostForThem)
+{
+    for (const std::string &path :
+         {folder_.file("secret\\s.rec"), storage_ + "\\..\\secret\\s.rec", std::string("\\\\127.0.0.1\\C$\\s.rec"),
+          std::string("//127.0.0.1/share/s.rec"), "\\\\?\\" + storage_ + "\\a.rec", storage_.substr(0, 2) + "a.rec",
+          std::string("Z:\\etc\\passwd"), std::string("\\"), folder_.file("storage2\\t.rec")})
+        EXPECT_EQ(looks_at(path), 0u) << path;
+    EXPECT_EQ(looks_at(storage_ + "\\none.rec"), 1u);
+}
+
+TEST_F(OsRoots, WithoutRootsNamesOfHostsAndDevicesAreForThoseWhoMay)
+{
+    ASSERT_EQ(os_access_roots_set(nullptr, 0), 1);
+    const std::string drive = storage_.substr(0, 2);
+    fs::path before = fs::current_path();
+    fs::current_path(storage_);
+    EXPECT_TRUE(opens(drive + "a.rec")) << "a tool's user names what he likes";
+    EXPECT_TRUE(opens("\\\\?\\" + storage_ + "\\a.rec"));
+    os_access_hosts_shut(1);
+    for (const std::string &path : {std::string("\\\\127.0.0.1\\C$\\s.rec"), std::string("//127.0.0.1/share/s.rec"),
+                                    std::string("\\/127.0.0.1\\share\\s.rec"), drive + "a.rec", drive,
+                                    "\\\\?\\" + storage_ + "\\a.rec"})
+        for (int flags : {+OS_FILE_READ, +OS_FILE_WRITE}) {
+            EXPECT_FALSE(opens(path, flags)) << path;
+            EXPECT_STREQ(os_file_error(), "a name of a host, of a device or from a drive's own folder") << path;
+        }
+    EXPECT_TRUE(opens(storage_ + "\\a.rec"));
+    EXPECT_TRUE(opens(without_drive(storage_) + "\\a.rec"));
+    EXPECT_TRUE(opens("a.rec"));
+    os_access_hosts_shut(0);
+    fs::current_path(before);
 }
 
 TEST_F(OsRoots, DevicesAreRefusedInEveryFolderAndSpelling)
