@@ -1,100 +1,151 @@
 #include "vod/access.h"
 
 #include "platform/json/json.h"
+#include "platform/os/os_access.h"
 #include "platform/os/os_guard.h"
-#include "vod/link_table.h"
 
+#include <sstream>
 #include <vector>
 
 // Set by start-up before requests can arrive.
-static bool s_access_is_limited;
-static constexpr char STATE_DIR_DEFAULT[] = "var\\state";
-static std::string s_access_state_dir = STATE_DIR_DEFAULT;
+static access_rules s_access_rules;
 
-static constexpr std::string_view STATE_DOCUMENT_START = "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n<vod>";
+static constexpr int STATE_FILES_MIN = 1, STATE_FILES_MAX = 4096;
 
-static std::vector<const char *> access_roots(json_object *access)
+// ---- `access` -------------------------------------------------------------------------------------------------------
+
+// A text that names something: a zero byte would hide what follows it.
+static const char *named(json_object *value)
 {
-    std::vector<const char *> roots;
+    if (!json_object_is_type(value, json_type_string))
+        return nullptr;
+    const char *text = json_object_get_string(value);
+    size_t length = std::strlen(text);
+    return length != 0 && length == static_cast<size_t>(json_object_get_string_len(value)) ? text : nullptr;
+}
+
+static int roots_read(json_object *access)
+{
     json_object *list = nullptr;
-    if (!json_object_object_get_ex(access, "roots", &list) || !json_object_is_type(list, json_type_array))
-        return roots;
-    for (size_t i = 0; i < json_object_array_length(list); i++)
-        if (json_object *root = json_object_array_get_idx(list, i); json_object_is_type(root, json_type_string))
-            roots.push_back(json_object_get_string(root));
-    return roots;
+    if (!json_object_object_get_ex(access, "roots", &list))
+        return LOGGED(0, LOG_SYSTEM, "access in vod_config.json has no roots; name folders, or take access out");
+    if (!json_object_is_type(list, json_type_array) || json_object_array_length(list) == 0)
+        return LOGGED(0, LOG_SYSTEM, "access.roots in vod_config.json must be a list of one folder or more");
+    std::vector<const char *> roots;
+    for (size_t i = 0; i < json_object_array_length(list); i++) {
+        roots.push_back(named(json_object_array_get_idx(list, i)));
+        if (roots.back() == nullptr)
+            return LOGGED(0, LOG_SYSTEM, "access.roots in vod_config.json: entry %zu must be the name of a folder",
+                          i + 1);
+    }
+    if (!os_access_roots_set(roots.data(), roots.size()))
+        return LOGGED(0, LOG_SYSTEM, "access.roots: %s; make the folders or take them out of vod_config.json",
+                      os_file_error());
+    return 1;
+}
+
+static int state_settings_read(json_object *access, access_rules *rules)
+{
+    json_object *value = nullptr;
+    if (json_object_object_get_ex(access, "state_dir", &value)) {
+        const char *folder = named(value);
+        char path[4096];
+        if (folder == nullptr ||
+            os_code_convert("UTF-8", "GB18030", path, sizeof path, folder, std::strlen(folder)) <= 0)
+            return LOGGED(0, LOG_SYSTEM, "access.state_dir in vod_config.json must be the name of a folder");
+        rules->state_dir = folder;
+    }
+    if (json_object_object_get_ex(access, "state_files", &value)) {
+        rules->state_files = json_object_get_field_int(access, "state_files", STATE_FILES_MIN - 1);
+        if (rules->state_files < STATE_FILES_MIN || rules->state_files > STATE_FILES_MAX)
+            return LOGGED(0, LOG_SYSTEM, "access.state_files in vod_config.json must be a whole number from %d to %d",
+                          STATE_FILES_MIN, STATE_FILES_MAX);
+    }
+    return 1;
+}
+
+static int access_read(json_object *access)
+{
+    if (!json_object_is_type(access, json_type_object))
+        return LOGGED(0, LOG_SYSTEM,
+                      "access in vod_config.json must be an object with roots, a list of folders; correct it, or take it "
+                      "out");
+    access_rules rules;
+    rules.reading = s_access_rules.reading + 1;
+    if (!state_settings_read(access, &rules) || !roots_read(access))
+        return 0;
+    rules.is_limited = true;
+    s_access_rules = rules;
+    return 1;
+}
+
+// ---- What may have been meant for it --------------------------------------------------------------------------------
+
+static bool is_near(const char *key, const char *meant, int mistakes)
+{
+    return json_key_distance(key, meant) <= mistakes;
+}
+
+static const char *misspelt_access(json_object *config)
+{
+    if (config == nullptr || !json_object_is_type(config, json_type_object))
+        return nullptr;
+    json_object_object_foreach(config, key, value) {
+        static_cast<void>(value);
+        if (is_near(key, "access", 2) || is_near(key, "roots", 1) || is_near(key, "access.roots", 3) ||
+            is_near(key, "access_rules", 3))
+            return key;
+    }
+    return nullptr;
 }
 
 int access_settings_read(json_object *config)
 {
     json_object *access = nullptr;
-    if (config == nullptr || !json_object_object_get_ex(config, "access", &access) ||
-        !json_object_is_type(access, json_type_object))
-        return 1;
-    if (const char *folder = json_object_get_field_string(access, "state_dir"))
-        s_access_state_dir = folder;
-    std::vector<const char *> roots = access_roots(access);
-    if (roots.empty())
-        return 1;
-    if (!os_access_roots_set(roots.data(), roots.size()))
-        return LOGGED(0, LOG_SYSTEM, "access.roots: %s; make the folders or take them out of vod_config.json",
-                      os_file_error());
-    s_access_is_limited = true;
-    return 1;
+    os_access_hosts_shut(1);
+    if (json_object_is_type(config, json_type_object) && json_object_object_get_ex(config, "access", &access))
+        return access_read(access);
+    if (const char *key = misspelt_access(config))
+        return LOGGED(0, LOG_SYSTEM,
+                      "\"%.80s\" in vod_config.json is no setting; is access, or its roots, meant? Correct it, or take it out",
+                      key);
+    return LOGGED(1, LOG_SYSTEM, "no access.roots in vod_config.json: clients may name every file");
+}
+
+// The last of two values counts, which may be the wider one.
+static bool is_access_repeated(const json_file_report &report)
+{
+    std::istringstream lines(report.repeated);
+    for (std::string key; std::getline(lines, key);)
+        if (key == "access" || key.starts_with("access.") || key == "...")
+            return true;
+    return false;
+}
+
+int access_rules_read(const char *config_path)
+{
+    json_file_report report;
+    json_ref config(json_object_from_file_told(config_path, &report));
+    if (is_access_repeated(report))
+        return LOGGED(0, LOG_SYSTEM, "access, or a key in it, stands twice in vod_config.json; take one of them out");
+    if (report.is_there && !json_object_is_type(config.get(), json_type_object)) {
+        // Hosts may rely on the defaults of everything but these rules.
+        if (json_file_may_hold(config_path, "acces") || json_file_may_hold(config_path, "root"))
+            return LOGGED(0, LOG_SYSTEM, "vod_config.json cannot be used and may hold access rules (%s); correct it",
+                          report.error);
+        LOG(LOG_SYSTEM, "vod_config.json cannot be used, defaults taken (%s)", report.error);
+    }
+    return access_settings_read(config.get());
+}
+
+const access_rules &access_rules_now()
+{
+    return s_access_rules;
 }
 
 void access_settings_forget()
 {
-    s_access_is_limited = false;
-    s_access_state_dir = STATE_DIR_DEFAULT;
+    s_access_rules = {.reading = s_access_rules.reading + 1};
+    os_access_hosts_shut(0);
     os_access_roots_set(nullptr, 0);
-}
-
-// One component, so that it cannot lead out of the folder, and no hidden one.
-static bool is_plain_name(const std::string &name)
-{
-    return !name.empty() && name.front() != '.' && name.find_first_of("/\\:") == std::string::npos;
-}
-
-static bool is_foreign_file(const std::string &path)
-{
-    os_file_info info;
-    if (!os_file_stat(path.c_str(), 0, &info))
-        return false;
-    os_file *opened = nullptr;
-    if (!os_file_open(path.c_str(), OS_FILE_READ, &opened))
-        return true;
-    os_file_ptr file(opened);
-    char start[STATE_DOCUMENT_START.size()];
-    return os_file_pread(file.get(), start, sizeof start, 0) != static_cast<int64_t>(sizeof start) ||
-           std::string_view(start, sizeof start) != STATE_DOCUMENT_START;
-}
-
-static void state_dir_create()
-{
-    for (size_t end = 0; end != std::string::npos;) {
-        end = s_access_state_dir.find_first_of("/\\", end + 1);
-        os_directory_create(s_access_state_dir.substr(0, end).c_str());
-    }
-}
-
-int state_file_write(const std::string &name, const std::string &text)
-{
-    char path[VOD_PATH_SIZE];
-    if (os_code_convert("utf-8", "GB18030", path, sizeof path, name.c_str(), name.size()) <= 0)
-        return LOGGED(0, LOG_REFUSE, "os_code_convert <= 0");
-    std::string target = path;
-    int flags = OS_FILE_CLIENT;
-    if (s_access_is_limited) {
-        flags = 0; // the folder is the operator's choice, and the name cannot lead out of it
-        if (!is_plain_name(target))
-            return LOGGED(0, LOG_REFUSE, "state file refused, no plain name: %s", name.c_str());
-        state_dir_create();
-        target = s_access_state_dir + '\\' + target;
-        if (is_foreign_file(target))
-            return LOGGED(0, LOG_REFUSE, "state file refused, another file has its name: %s", name.c_str());
-    }
-    if (!os_file_replace(target.c_str(), flags, text.data(), text.size()))
-        return LOGGED(0, LOG_SYSTEM, "state file not written: %s: %s", name.c_str(), os_file_error());
-    return 1;
 }

@@ -1,7 +1,7 @@
 // The link-state request: which recordings are being played and downloaded, as an XML document.
-#include "vod/access.h"
 #include "vod/hardplay_request.h"
 #include "vod/reply.h"
+#include "vod/state_file.h"
 #include "vod/vod_event.h"
 #include "vod/vod_interface.h"
 #include "vod/xml_text.h"

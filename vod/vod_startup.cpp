@@ -97,13 +97,6 @@ static int merge_paths_load()
     return 1;
 }
 
-// Before the first request may arrive, so that no request is served under wider rules than were set.
-static int access_rules_read()
-{
-    json_ref config(json_object_from_file_ex(VOD_CONFIG));
-    return access_settings_read(config.get());
-}
-
 static int client_events_bind()
 {
     return ms_bind_client_event(VOD_MODULE, on_vod_module_event) ? 1 : LOGGED(0, LOG_PACKAGE, "!ms_bind_client_event");
@@ -176,7 +169,7 @@ static int startup_steps()
     free_disk_lock_init();
     xml_library_init();
     return message_service_start() && link_table_init() && flow_control_start() && merge_paths_load() &&
-           record_lists_create() && record_worker_start() && access_rules_read() && client_events_bind() &&
+           record_lists_create() && record_worker_start() && access_rules_read(VOD_CONFIG) && client_events_bind() &&
            settings_read() && analysis_start_if_wanted() && record_index_init() && server_mode_read() &&
            player_layer_init();
 }
@@ -189,6 +182,18 @@ int vod_startup()
         return startup_steps();
     } catch (const std::exception &error) {
         return LOGGED(0, LOG_SYSTEM, "vod_startup: %s", error.what());
+    }
+}
+
+int vod_check_settings()
+{
+    try {
+        bool is_usable = access_rules_read(VOD_CONFIG) && settings_read() && analysis_start_if_wanted();
+        if (s_start_vca != 0)
+            vca_cleanup();
+        return is_usable;
+    } catch (const std::exception &error) {
+        return LOGGED(0, LOG_SYSTEM, "vod_check_settings: %s", error.what());
     }
 }
 

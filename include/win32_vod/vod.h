@@ -16,6 +16,12 @@ extern "C" {
  */
 VOD_API int vod_startup(void);
 /*
+ * For a process that looks at a configuration instead of serving: reads it with the very readers of vod_startup, starts
+ * nothing that lasts and writes the same lines to the log. 1 when nothing of it would end the start, else 0. The message
+ * service's own settings are not looked at.
+ */
+VOD_API int vod_check_settings(void);
+/*
  * Stops the analysis engine and the flow controller and unloads the player libraries; returns the result of the latter,
  * 1. The message-service binding, the link table and the worker live as long as the process.
  */

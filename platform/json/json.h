@@ -20,7 +20,9 @@ ORB_API struct json_object *json_object_from_file_ex(const char *path);
 struct json_file_report {
     int is_there;       /* 0 only when no file has that name; 1 also for one that may not be looked at */
     char error[160];    /* why a file that is there gives nothing, with the line */
-    char repeated[96];  /* the first key that stands twice in its object, as "access.roots"; its last value counts */
+    /* Keys that stand twice in their object, "access.roots", a line for each; their last values count. "..." at the end
+     * stands for those that do not fit. */
+    char repeated[256];
 };
 /* As json_object_from_file_ex; `report` (not NULL) is filled in any case. */
 ORB_API struct json_object *json_object_from_file_told(const char *path, struct json_file_report *report);

@@ -69,6 +69,18 @@ static json_object *parse(const std::string &text, std::string *error)
     return error->empty() ? value.release() : nullptr;
 }
 
+static std::string lines_of(const std::vector<std::string> &keys, size_t room)
+{
+    static constexpr std::string_view MORE = "...";
+    std::string lines;
+    for (const std::string &key : keys) {
+        if (lines.size() + key.size() + 1 + MORE.size() > room)
+            return lines.append(MORE);
+        lines.append(key).append("\n");
+    }
+    return lines.substr(0, lines.empty() ? 0 : lines.size() - 1);
+}
+
 static json_object *read_file(const char *path, json_file_report *report)
 {
     std::string text, error;
@@ -84,7 +96,7 @@ static json_object *read_file(const char *path, json_file_report *report)
     json_ref value(parse(text, &error));
     text_copy(report->error, error);
     if (value != nullptr)
-        text_copy(report->repeated, json_repeated_key(text));
+        text_copy(report->repeated, lines_of(json_repeated_keys(text), sizeof report->repeated - 1));
     return value.release();
 }
 

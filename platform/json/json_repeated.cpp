@@ -17,7 +17,7 @@ struct open_value {
 class key_scan {
   public:
     explicit key_scan(std::string_view text) : text_(text) {}
-    std::string first_repeated();
+    std::vector<std::string> repeated();
 
   private:
     void skip_comment();
@@ -70,15 +70,16 @@ void key_scan::open(bool is_object)
     open_.push_back({is_object, is_object, is_element ? open_.back().path : path_, {}});
 }
 
-std::string key_scan::first_repeated()
+std::vector<std::string> key_scan::repeated()
 {
+    std::vector<std::string> twice;
     while (at_ < text_.size()) {
         char c = text_[at_];
         if (c == '"' || c == '\'') {
             bool is_key = !open_.empty() && open_.back().wants_key;
             std::string found = quoted();
             if (is_key && take_key(found))
-                return path_;
+                twice.push_back(path_);
             continue;
         }
         if (c == '/') {
@@ -93,10 +94,10 @@ std::string key_scan::first_repeated()
             open_.back().wants_key = open_.back().is_object;
         at_++;
     }
-    return {};
+    return twice;
 }
 
-std::string json_repeated_key(std::string_view text)
+std::vector<std::string> json_repeated_keys(std::string_view text)
 {
-    return key_scan(text).first_repeated();
+    return key_scan(text).repeated();
 }

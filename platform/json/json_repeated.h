@@ -3,7 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
-// For a text that the parser takes: the first such key with those of the objects around it, "access.roots", in document
-// order of its second place. Empty when there is none.
-std::string json_repeated_key(std::string_view text);
+// For a text that the parser takes: those keys with those of the objects around them, "access.roots".
+std::vector<std::string> json_repeated_keys(std::string_view text);

@@ -145,6 +145,7 @@ TEST_F(Json, AKeyThatStandsTwiceIsTold)
         {R"({"a": [{"b": 1}, {"c": 1, "c": 2}]})", "a.c"},
         {R"({"access": {"roots": ["x"]}, "acc\u0065ss": {}})", "access"},
         {R"({"a": "a\", \"a", "b": ["a", "a"], "c": "a"})", ""},
+        {R"({"a": 1, "a": 2, "a": 3, "access": {}, "access": {}})", "a\na\naccess"},
         {"{'a': 1, \"a\": 2}", "a"},
         {"{\"a\": 1, /* \"a\": 2, */ \"b\": 3 // \"a\": 4\n}", ""},
         {"[1, 2, \"a\", \"a\"]", ""},
@@ -157,6 +158,18 @@ TEST_F(Json, AKeyThatStandsTwiceIsTold)
         EXPECT_NE(object, nullptr) << one.text << ": " << report.error;
         EXPECT_STREQ(report.repeated, one.key) << one.text;
     }
+}
+
+TEST_F(Json, KeysThatStandTwiceAndDoNotFitAreStoodFor)
+{
+    std::string text = "{\"a\": 1";
+    for (int i = 0; i < 300; i++)
+        text += ", \"a\": 1";
+    json_file_report report;
+    folder_.write("a.json", text + ", \"" + std::string(300, 'k') + "\": 1, \"" + std::string(300, 'k') + "\": 1}");
+    json_ref object(json_object_from_file_told(folder_.file("a.json").c_str(), &report));
+    std::string repeated = report.repeated;
+    EXPECT_TRUE(repeated.starts_with("a\na\na\n") && repeated.ends_with("a\n...")) << repeated;
 }
 
 TEST_F(Json, WhatAFileMayHoldIsSeenInAnyForm)

@@ -4,6 +4,7 @@
 
 #include "platform/json/json.h"
 #include "vod/access.h"
+#include "vod/state_file.h"
 
 #include <filesystem>
 

@@ -12,6 +12,7 @@
 #include "vod/vod_startup.h"
 #include "win32_vod/vod.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -257,6 +258,107 @@ TEST_F(StartupTest, RootsThatDoNotExistEndTheStart)
     EXPECT_EQ(s_fake_ms.bound_handler, nullptr) << "no request may be served under wider rules";
 }
 
+TEST_F(StartupTest, AnAccessThatGivesNoUsableRootsEndsTheStart)
+{
+    std::filesystem::create_directory("recordings");
+    for (const char *json : {
+             R"({"access":{"roots":"recordings"}})",
+             R"({"access":{"roots":[]}})",
+             R"({"access":{"roots":[5]}})",
+             R"({"access":{"roots":["recordings",5]}})",
+             R"({"access":{"roots":[""]}})",
+             R"({"access":{"roots":["recordings\\u0000x"]}})",
+             R"({"access":{"roots":null}})",
+             R"({"access":{"roots":{"recordings":1}}})",
+             R"({"access":{"root":["recordings"]}})",
+             R"({"access":{"Roots":["recordings"]}})",
+             R"({"access":{}})",
+             R"({"access":null})",
+             R"({"access":["recordings"]})",
+             R"({"access":"recordings"})",
+             R"({"access":true})",
+             R"({"acces":{"roots":["recordings"]}})",
+             R"({"Access":{"roots":["recordings"]}})",
+             R"({"acccess":{"roots":["recordings"]}})",
+             R"({"roots":["recordings"]})",
+             R"({"root":["recordings"]})",
+             R"({"access.roots":["recordings"]})",
+             R"({"access":{"roots":["recordings"]}} x)",
+             R"({"access":{"roots":["recordings"]}}{})",
+             R"({"access":{"roots":["recordings"]})",
+             R"({"access":{"roots":["recordings"]},"access":{"roots":["/"]}})",
+             R"({"access":{"roots":["recordings"],"roots":["/"]}})",
+             R"({"max_num":1,"max_num":2,"access":{"roots":["recordings"]},"access":{"roots":["/"]}})",
+             R"({"access":{"roots":["recordings"],"state_dir":""}})",
+             R"({"access":{"roots":["recordings"],"state_dir":5}})",
+             R"({"access":{"roots":["recordings"],"state_dir":null}})",
+             R"({"access":{"roots":["recordings"],"state_files":0}})",
+             R"({"access":{"roots":["recordings"],"state_files":-1}})",
+             R"({"access":{"roots":["recordings"],"state_files":4097}})",
+             R"({"access":{"roots":["recordings"],"state_files":"64"}})",
+         }) {
+        config(json);
+        EXPECT_EQ(access_rules_read("etc\\conf\\vod_config.json"), 0) << json;
+        ASSERT_EQ(log.lines().size(), 1u) << json;
+        EXPECT_EQ(log.lines()[0].level, LOG_SYSTEM) << json;
+        EXPECT_NE(log.lines()[0].text.find("vod_config.json"), std::string::npos) << log.lines()[0].text;
+        log.clear();
+        EXPECT_EQ(vod_check_settings(), 0) << json;
+        log.clear();
+    }
+    EXPECT_EQ(vod_startup(), 0);
+    EXPECT_EQ(s_fake_ms.bound_handler, nullptr);
+}
+
+TEST_F(StartupTest, UsableRootsAreTakenWhateverStandsAround)
+{
+    std::filesystem::create_directory("recordings");
+    for (std::string json : {
+             std::string(R"({"access":{"roots":["recordings"]}})"),
+             "\xEF\xBB\xBF" + std::string(R"({"access":{"roots":["recordings"]}})") + " \r\n",
+             std::string(R"({"acces":{},"access":{"roots":["recordings"],"state_dir":"s","state_files":4096}})"),
+             std::string(R"({"max_num":1,"max_num":2,"access":{"roots":["recordings","recordings"]}})"),
+         }) {
+        config(json);
+        EXPECT_EQ(access_rules_read("etc\\conf\\vod_config.json"), 1) << json;
+        EXPECT_TRUE(access_rules_now().is_limited) << json;
+        EXPECT_TRUE(log.lines().empty()) << json;
+        access_settings_forget();
+    }
+}
+
+TEST_F(StartupTest, WithoutAccessRulesOneLineSaysSo)
+{
+    for (const char *json : {"", "{}", R"({"max_num":5,"upload":{"save_day":3}})", "not json", "[1,2]"}) {
+        if (*json != '\0')
+            config(json);
+        EXPECT_EQ(access_rules_read("etc\\conf\\vod_config.json"), 1) << json;
+        EXPECT_EQ(log.count("no access.roots in vod_config.json: clients may name every file", LOG_SYSTEM), 1u) << json;
+        log.clear();
+    }
+}
+
+TEST_F(StartupTest, AFileThatCannotBeReadEndsTheStart)
+{
+    std::filesystem::create_directories("etc/conf/vod_config.json");
+    EXPECT_EQ(access_rules_read("etc\\conf\\vod_config.json"), 0);
+    EXPECT_EQ(log.count_containing("vod_config.json cannot be used and may hold access rules"), 1u);
+}
+
+TEST_F(StartupTest, CheckingAgreesWithTheWantedEngine)
+{
+    config("{\"start_vca\":1}");
+    EXPECT_EQ(vod_check_settings(), 1);
+    EXPECT_EQ(s_fake_vca.startups, 1);
+    EXPECT_EQ(s_fake_vca.cleanups, 1);
+    s_fake_vca.startup_result = 1;
+    EXPECT_EQ(vod_check_settings(), 0);
+    EXPECT_EQ(log.count("vca_startup fail", LOG_REFUSE), 1u);
+    config("{}");
+    EXPECT_EQ(vod_check_settings(), 1);
+    settings_read();
+}
+
 TEST_F(StartupTest, WithRootsStateDocumentsStayInTheirFolder)
 {
     std::filesystem::create_directory("recordings");
@@ -269,7 +371,9 @@ TEST_F(StartupTest, WithRootsStateDocumentsStayInTheirFolder)
     folder.write("states\\foreign.xml", "something else");
     for (row request :
          {row{"plain.xml", true}, row{"plain.xml", true}, row{"foreign.xml", false}, row{"../up.xml", false},
-          row{"a\\b.xml", false}, row{"/tmp/abs.xml", false}, row{".hidden", false}, row{"C:x.xml", false}}) {
+          row{"a\\b.xml", false}, row{"/tmp/abs.xml", false}, row{".hidden", false}, row{"C:x.xml", false},
+          row{"a b.xml", false}, row{"a%20.xml", false}, row{"\xC3\xA4.xml", false}, row{"a\nb", false}, row{"*", false},
+          row{"..", false}, row{"A-Z_0.9", true}}) {
         MsLink mslink;
         read(mslink, res_package(0x8003, request.name));
         EXPECT_EQ(mslink.sent_count() == 1, request.answered) << request.name;
@@ -277,6 +381,70 @@ TEST_F(StartupTest, WithRootsStateDocumentsStayInTheirFolder)
     }
     EXPECT_TRUE(std::filesystem::exists("states/plain.xml"));
     EXPECT_FALSE(std::filesystem::exists("up.xml"));
+}
+
+static std::vector<std::string> names_in(const char *folder)
+{
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::ranges::sort(names);
+    return names;
+}
+
+TEST_F(StartupTest, AFloodOfStateDocumentsLeavesTheLastOnes)
+{
+    std::filesystem::create_directory("recordings");
+    folder.write("states\\0-foreign.xml", "something else");
+    folder.write("states\\.hidden", "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n<vod></vod>");
+    config("{\"access\":{\"roots\":[\"recordings\"],\"state_dir\":\"states\"}}");
+    ASSERT_EQ(vod_startup(), 1);
+    std::vector<std::string> wanted = {".hidden", "0-foreign.xml"};
+    for (int i = 0; i < 1000; i++) {
+        // Names in no order, so that the order of writing must count.
+        std::string name = "doc" + std::to_string(i * 7919 % 1000) + ".xml";
+        MsLink mslink;
+        read(mslink, res_package(0x8003, name));
+        EXPECT_EQ(mslink.sent_count(), 1u) << name;
+        disconnect(mslink);
+        if (i >= 1000 - 64)
+            wanted.push_back(name);
+    }
+    std::ranges::sort(wanted);
+    EXPECT_EQ(names_in("states"), wanted);
+    EXPECT_GE(log.count_containing("state file doc"), 1000u - 64u);
+}
+
+TEST_F(StartupTest, StateDocumentsOfEarlierRunsAndRewrittenOnesCount)
+{
+    static constexpr char DOCUMENT[] = "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n<vod></vod>";
+    std::filesystem::create_directory("recordings");
+    for (const char *name : {"b.xml", "a.xml", "c.xml", "d.xml"})
+        folder.write(std::string("states/") + name, DOCUMENT);
+    os_file_set_modified("states\\b.xml", 1'000'000);
+    os_file_set_modified("states\\c.xml", 2'000'000);
+    os_file_set_modified("states\\a.xml", 3'000'000);
+    os_file_set_modified("states\\d.xml", 4'000'000);
+    config(R"({"access":{"roots":["recordings"],"state_dir":"states","state_files":3}})");
+    ASSERT_EQ(vod_startup(), 1);
+    struct row {
+        const char *name;
+        std::vector<std::string> left;
+    };
+    for (const row &request : {row{"e.xml", {"a.xml", "d.xml", "e.xml"}}, row{"a.xml", {"a.xml", "d.xml", "e.xml"}},
+                               row{"f.xml", {"a.xml", "e.xml", "f.xml"}}, row{"g.xml", {"a.xml", "f.xml", "g.xml"}}}) {
+        MsLink mslink;
+        read(mslink, res_package(0x8003, request.name));
+        EXPECT_EQ(mslink.sent_count(), 1u) << request.name;
+        EXPECT_EQ(names_in("states"), request.left) << request.name;
+        disconnect(mslink);
+    }
+    // What took the place of a document is not ours to remove.
+    folder.write("states/a.xml", "foreign");
+    MsLink mslink;
+    read(mslink, res_package(0x8003, "h.xml"));
+    EXPECT_EQ(names_in("states"), (std::vector<std::string>{"a.xml", "f.xml", "g.xml", "h.xml"}));
+    disconnect(mslink);
 }
 
 TEST_F(StartupTest, FailingPlatformCallsEndTheStartCleanly)
