@@ -24,7 +24,7 @@ ms_listener::~ms_listener()
     ms_socket_release(reserve_);
 }
 
-std::string ms_listener::open(const std::string &address, uint16_t port)
+std::string ms_listener::bind(const std::string &address, uint16_t port, bool *is_taken)
 {
     asio::error_code error;
     asio::ip::address ip = asio::ip::make_address(address, error);
@@ -41,9 +41,19 @@ std::string ms_listener::open(const std::string &address, uint16_t port)
     }
     ms_socket_listen_options(socket);
     acceptor_.bind(endpoint, error);
-    if (!error && !os_fault_point("ms_listen"))
+    *is_taken = error == asio::error::address_in_use;
+    return error ? ms_socket_words(error) : std::string();
+}
+
+std::string ms_listener::open(const std::string &address, uint16_t port)
+{
+    bool is_taken = false;
+    if (std::string why = bind(address, port, &is_taken); !why.empty())
+        return why;
+    asio::error_code error;
+    if (!os_fault_point("ms_listen"))
         acceptor_.listen(asio::socket_base::max_listen_connections, error);
-    else if (!error)
+    else
         error = asio::error::no_memory;
     if (!error)
         port_ = acceptor_.local_endpoint(error).port();

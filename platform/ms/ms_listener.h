@@ -19,6 +19,9 @@ public:
     ms_listener(const ms_listener &) = delete;
     ms_listener &operator=(const ms_listener &) = delete;
 
+    // Takes the address without listening there; empty on success, else why not. `is_taken`: because another socket has
+    // it.
+    std::string bind(const std::string &address, uint16_t port, bool *is_taken);
     // Listens; empty on success, else why not.
     std::string open(const std::string &address, uint16_t port);
     uint16_t port() const { return port_; }

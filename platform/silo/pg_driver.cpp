@@ -19,13 +19,26 @@ static bool pg_takes(std::string_view uri)
     return pg_address_is_ours(std::string(uri));
 }
 
+static bool understand(const std::string &uri, pg_address *address)
+{
+    std::string reason;
+    return pg_address_parse(uri, address, &reason) ||
+           LOGGED(false, LOG_SYSTEM, "store: the address '%s' cannot be used: %s", printable(uri).c_str(),
+                  reason.c_str());
+}
+
+static bool pg_check(std::string_view uri)
+{
+    pg_address address;
+    return understand(std::string(uri), &address);
+}
+
 static silo_t *pg_driver_connect(std::string_view uri_text)
 {
     std::string uri(uri_text), reason;
     pg_address address;
-    if (!pg_address_parse(uri, &address, &reason))
-        return LOGGED(nullptr, LOG_SYSTEM, "store: the address '%s' cannot be used: %s", printable(uri).c_str(),
-                      reason.c_str());
+    if (!understand(uri, &address))
+        return nullptr;
     pg_connection conn = pg_connect(address, &reason);
     if (conn == nullptr)
         return LOGGED(
@@ -94,6 +107,7 @@ void pg_db_complain(pg_db *db, const char *what)
 
 const silo_driver silo_pg_driver = {
     .takes = pg_takes,
+    .check = pg_check,
     .connect = pg_driver_connect,
     .disconnect = pg_disconnect,
     .select_db = pg_select_db,

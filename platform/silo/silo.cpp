@@ -64,15 +64,34 @@ static int connect_checked(std::string_view uri)
     return fd;
 }
 
-int silo_connect_fd(const char *uri)
+// Empty, logged, when it has no length that an address may have.
+static std::string_view uri_text(const char *uri)
 {
     size_t length = uri == nullptr ? 0 : strnlen(uri, URI_BYTES_MAX + 1);
     if (length == 0 || length > URI_BYTES_MAX)
-        return LOGGED(-1, LOG_SYSTEM, "silo_connect_fd: an address has 1 to %zu bytes", URI_BYTES_MAX);
+        return LOGGED(std::string_view(), LOG_SYSTEM, "silo_connect_fd: an address has 1 to %zu bytes", URI_BYTES_MAX);
+    return {uri, length};
+}
+
+int silo_uri_check(const char *uri)
+{
+    std::string_view text = uri_text(uri);
+    bool is_failed = false;
+    return !text.empty() && silo_guarded(0, &is_failed, [&] {
+        const silo_driver *driver = driver_of(text);
+        return driver != nullptr && driver->check(text) ? 1 : 0;
+    });
+}
+
+int silo_connect_fd(const char *uri)
+{
+    std::string_view text = uri_text(uri);
+    if (text.empty())
+        return -1;
     if (os_fault_point("silo_connect_fd"))
         return LOGGED(-1, LOG_SYSTEM, "silo_connect_fd: injected failure");
     bool is_failed = false;
-    return silo_guarded(-1, &is_failed, [&] { return connect_checked({uri, length}); });
+    return silo_guarded(-1, &is_failed, [&] { return connect_checked(text); });
 }
 
 void silo_close_fd(int fd)

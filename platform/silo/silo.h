@@ -46,6 +46,8 @@ typedef struct silo_kv {
 /* Connects to the store at an address (at most 1023 bytes, UTF-8): a descriptor, or -1. Opening takes no longer than the
  * address allows. The descriptor is closed with silo_close_fd, before or after the handle that was opened on it. */
 ORB_API int silo_connect_fd(const char *uri);
+/* 1 when silo_connect_fd would understand the address: asks no store and makes none. 0, logged as it would. */
+ORB_API int silo_uri_check(const char *uri);
 ORB_API void silo_close_fd(int fd);
 
 /* Opens the protocol on a descriptor that silo_connect_fd gave; both arguments name it. NULL when it is none, when the two

@@ -59,6 +59,8 @@ enum silo_found { SILO_FOUND = 1, SILO_ABSENT = 0, SILO_ERROR = -1 };
 struct silo_driver {
     // Whether an address is this driver's. The first one that takes it serves it.
     bool (*takes)(std::string_view uri);
+    // Whether it understands all of it; asks and makes nothing.
+    bool (*check)(std::string_view uri);
     // A connection with `driver` set, made with new; nullptr when there is none. Ended by `disconnect`, which deletes it.
     silo_t *(*connect)(std::string_view uri);
     void (*disconnect)(silo_t *db);

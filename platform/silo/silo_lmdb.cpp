@@ -23,6 +23,12 @@ static bool lmdb_takes(std::string_view uri)
     return uri.starts_with(SCHEME);
 }
 
+static bool lmdb_check(std::string_view uri)
+{
+    lmdb_address address;
+    return lmdb_address_parse(uri.substr(SCHEME.size()), &address);
+}
+
 static silo_t *lmdb_connect(std::string_view uri)
 {
     lmdb_address address;
@@ -176,6 +182,7 @@ static uint64_t lmdb_snapshot_id(silo_transaction_t *of)
 
 const silo_driver silo_lmdb_driver = {
     .takes = lmdb_takes,
+    .check = lmdb_check,
     .connect = lmdb_connect,
     .disconnect = lmdb_disconnect,
     .select_db = lmdb_select_db,

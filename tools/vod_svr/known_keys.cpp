@@ -34,6 +34,7 @@ static constexpr known_key s_known[] = {
     {VOD, "start_vca", SETTING_NUMBER},
     {VOD, "access.roots", SETTING_OWN},
     {VOD, "access.state_dir", SETTING_OWN},
+    {VOD, "access.state_files", SETTING_OWN},
     {VOD, "index.trust_seconds", SETTING_NUMBER},
     {VOD, "commands.max_bytes", SETTING_OWN},
     {VOD, "search.waiting_max", SETTING_NUMBER},

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <sstream>
 
 static constexpr char SVR_CONFIG[] = "etc\\conf\\vod_svr.json";
 static constexpr size_t STORE_ADDRESS_MAX = 1023;
@@ -37,9 +38,9 @@ static bool config_look(const char *name, svr_settings *settings, std::string *e
         *error = shown + " is no JSON object (" + why + "); correct it or take it away";
         return false;
     }
-    if (*report.repeated != '\0')
-        settings->findings.push_back("\"" + std::string(report.repeated) + "\" stands twice in " + shown +
-                                     ", the last one counts");
+    std::istringstream repeated(report.repeated);
+    for (std::string key; std::getline(repeated, key);)
+        settings->findings.push_back("\"" + key + "\" stands twice in " + shown + ", the last one counts");
     std::ranges::copy(key_findings(name, config.get()), std::back_inserter(settings->findings));
     return true;
 }
@@ -101,7 +102,11 @@ bool svr_settings_apply(const svr_settings &settings, std::string *error)
         *error = "the log cannot be opened: " + settings.log_file + "; see log.file in etc/conf/vod_svr.json";
         return false;
     }
+    return true;
+}
+
+void svr_settings_tell(const svr_settings &settings)
+{
     for (const std::string &finding : settings.findings)
         LOG(LOG_SYSTEM, "%s", finding.c_str());
-    return true;
 }

@@ -17,7 +17,7 @@ struct svr_settings {
     std::string log_file; // empty: none
     uint64_t log_file_bytes = 10u << 20;
     int log_file_count = 5;
-    // What stands in the three files without effect, a line of words each; to be logged once there is a log.
+    // What stands in the three files without effect, a line of words each.
     std::vector<std::string> findings;
 };
 
@@ -26,3 +26,5 @@ struct svr_settings {
 bool svr_settings_read(svr_settings *settings, std::string *error);
 // False when the platform refuses them.
 bool svr_settings_apply(const svr_settings &settings, std::string *error);
+// Logs what stands in the files without effect, once there is a log.
+void svr_settings_tell(const svr_settings &settings);

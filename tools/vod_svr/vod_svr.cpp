@@ -1,4 +1,5 @@
 // The host process: configures the platform libraries, starts the service, runs until it is told to stop.
+#include "tools/vod_svr/svr_check.h"
 #include "tools/vod_svr/svr_settings.h"
 
 #include "platform/ms/ms.h"
@@ -26,7 +27,8 @@ static constexpr char DESCRIPTION[] =
     "Example:\n"
     "  vod_svr --root /var/lib/win32-vod\n"
     "\n"
-    "Exit status: 0 stopped when told to, 1 not started (the log says why), 64 wrong arguments.";
+    "Exit status: 0 stopped when told to, or the checked configuration can be used, 1 not started (the log says why), or it "
+    "cannot, 64 wrong arguments.";
 
 struct svr_arguments {
     std::string root;
@@ -51,6 +53,19 @@ static void say_ready(bool json)
     std::fflush(stdout);
 }
 
+// What is found goes to standard error, the result to standard output.
+static int check(bool json)
+{
+    check_result result = settings_check();
+    for (const check_finding &found : result.findings)
+        std::fprintf(stderr, "vod_svr: [%d] %s\n", found.level, found.text.c_str());
+    if (json)
+        std::puts(check_as_json(result).c_str());
+    else if (result.is_usable)
+        std::puts("the configuration can be used");
+    return result.is_usable ? EXIT_STOPPED : EXIT_NOT_STARTED;
+}
+
 // Connections end first, so that every session closes its player while the service is still whole.
 static void stop_service()
 {
@@ -67,6 +82,8 @@ static int run(const svr_arguments &arguments)
         std::filesystem::current_path(root, failed);
     if (failed)
         return complain("--root " + arguments.root + ": " + failed.message() + "; name an existing folder");
+    if (arguments.check)
+        return check(arguments.json);
     svr_settings settings;
     std::string error;
     if (!svr_settings_read(&settings, &error))
@@ -75,10 +92,7 @@ static int run(const svr_arguments &arguments)
         settings.log_level = arguments.log_level;
     if (!svr_settings_apply(settings, &error))
         return complain(error);
-    if (arguments.check) {
-        std::puts("the configuration can be used");
-        return EXIT_STOPPED;
-    }
+    svr_settings_tell(settings);
     // Before the start: a request that comes meanwhile is kept until it is waited for.
     if (!os_end_take())
         return complain("requests to end cannot be taken");
@@ -103,8 +117,8 @@ int main(int argc, char **argv)
         ->type_name("DIR");
     app.add_option("--log-level", arguments.log_level, "1 writes every package and step, 2 is usual, 5 only ends")
         ->check(CLI::Range(1, 5));
-    app.add_flag("--check", arguments.check, "Read the configuration, say whether it can be used, and end");
-    app.add_flag("--json", arguments.json, "Say that the service is ready as a JSON object");
+    app.add_flag("--check", arguments.check, "Read the configuration as the start does, say whether it can be used, and end");
+    app.add_flag("--json", arguments.json, "Say that the service is ready, or what --check found, as a JSON object");
     app.set_version_flag("--version", "vod_svr " VOD_VERSION);
     try {
         app.parse(argc, argv);
