@@ -1,1 +1,2 @@
-vod_add_test(orb_userdata_test SOURCES orb_userdata_test.cpp orb_userdata_read_test.cpp orb_userdata_insert_test.cpp LIBS orb_userdata)
+vod_add_test(orb_userdata_test SOURCES orb_userdata_test.cpp orb_userdata_read_test.cpp orb_userdata_insert_test.cpp
+  orb_userdata_document_test.cpp LIBS vod_test_documents orb_userdata)
