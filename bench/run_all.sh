@@ -14,7 +14,7 @@ figures=$data/figures.txt
 : >"$figures"
 
 status=0
-for bench in micro open index find stream pacing idle; do
+for bench in micro open index find stream pacing idle rounds; do
   if [ ! -x "$bin/${bench}_bench" ]; then
     echo "$bin/${bench}_bench is missing: cmake --preset release && cmake --build --preset release" >&2
     exit 1

@@ -1,16 +1,13 @@
 // The reading thread of a recording opened by name.
+#include "vod_player_orb/read_buffer.h"
 #include "vod_player_orb/vod_player_orb.h"
 
 #include <algorithm>
 #include <cstring>
 
-struct read_buffer {
-    char bytes[READ_BUFFER_SIZE];
-};
-
 struct file_reader {
     VODOrbPlayer *player;
-    read_buffer *buffer; // all zero between passes
+    read_buffer_ptr buffer; // all zero between passes
     int dirty_bytes;     // how many the current pass may have written
     bool header_pending;
     bool is_refused; // something of the current pass
@@ -219,10 +216,8 @@ int get_original_data(void *player)
     os_thread_name("orb_reader");
     file_reader reader = {static_cast<VODOrbPlayer *>(player), nullptr, 0, true, false};
     reader_measure(reader.player);
-    reader.buffer = new_or_exit<read_buffer>("buf == NULL");
-    if (reader.buffer == nullptr)
-        return 0;
-    reader_run(&reader);
-    std::free(reader.buffer);
+    reader.buffer = read_buffer_map();
+    if (reader.buffer != nullptr)
+        reader_run(&reader);
     return 0;
 }

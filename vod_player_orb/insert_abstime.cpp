@@ -2,6 +2,7 @@
 
 #include "comm_func/orb_userdata.h"
 #include "vod_player/usr_abstime.h"
+#include "vod_player_orb/read_buffer.h"
 #include "vod_player_orb/vod_player_orb.h"
 
 constexpr int SCANNED_FRAMES_MAX = 100;
@@ -11,25 +12,17 @@ struct avfilter_destroyer {
 };
 using avfilter_ptr = std::unique_ptr<void, avfilter_destroyer>;
 
-struct scan_buffer {
-    uint8_t bytes[READ_BUFFER_SIZE];
-};
-struct memory_freer {
-    void operator()(void *memory) const { std::free(memory); }
-};
-using scan_buffer_ptr = std::unique_ptr<scan_buffer, memory_freer>;
-
-static bool next_has_abstime(void *handle, int mode, scan_buffer *buffer)
+static bool next_has_abstime(void *handle, int mode, read_buffer *buffer)
 {
     AVFrameInfo frame = {};
     frame.iSize = sizeof frame;
     int size = AVFilterGetData(handle, AVFILTER_DATA_FRAMES, buffer->bytes, READ_BUFFER_SIZE, &frame);
     uint32_t abs_time = 0;
-    return size > 0 && get_abstime_from_sei(mode, buffer->bytes, std::min(size, READ_BUFFER_SIZE), &abs_time) &&
-           abs_time != 0;
+    auto bytes = reinterpret_cast<const uint8_t *>(buffer->bytes);
+    return size > 0 && get_abstime_from_sei(mode, bytes, std::min(size, READ_BUFFER_SIZE), &abs_time) && abs_time != 0;
 }
 
-static bool scan_for_abstime(void *handle, scan_buffer *buffer)
+static bool scan_for_abstime(void *handle, read_buffer *buffer)
 {
     AVFileInfo info = {};
     info.iSise = sizeof info;
@@ -50,7 +43,7 @@ int check_iframe_abstime_exist(AVOrbFileFilter *filter_info)
     avfilter_ptr handle(AVFilterCreate(0, filter_info, sizeof *filter_info));
     if (handle == nullptr)
         return LOGGED(0, LOG_REFUSE, "AVFilterCreate failed");
-    scan_buffer_ptr buffer(new_or_exit<scan_buffer>("buf == NULL"));
+    read_buffer_ptr buffer = read_buffer_map();
     return buffer != nullptr && scan_for_abstime(handle.get(), buffer.get());
 }
 
