@@ -175,16 +175,33 @@ static bool read_current(silo_orb_iterator *it, uint64_t id)
            (it->host_id[0] == '\0' || silo_channel_matches(it->walk->channels, record->host_id, record->ch));
 }
 
+// Said once for each search. Why the store failed it has said itself.
+static int broken_off(silo_orb_iterator *it)
+{
+    silo_orb_walk *walk = it->walk;
+    if (!walk->is_broken_off)
+        LOG(LOG_SYSTEM, "silo_orb_iterator_next: the store broke the search off, it ends after %llu records",
+            static_cast<unsigned long long>(walk->given));
+    walk->is_broken_off = true;
+    return -1;
+}
+
+// What was read of a record when the store failed may be a part of it.
 static int next_record(silo_orb_iterator *it)
 {
     silo_orb_walk *walk = it->walk;
     for (;;) {
         if (walk->next == walk->count)
             silo_walk_fill(it);
+        bool is_found = walk->count != 0 && read_current(it, walk->waiting[walk->next++]);
+        if (silo_transaction_failed(it->trans))
+            return broken_off(it);
         if (walk->count == 0)
             return -1;
-        if (read_current(it, walk->waiting[walk->next++]))
-            return 0;
+        if (!is_found)
+            continue;
+        walk->given++;
+        return 0;
     }
 }
 

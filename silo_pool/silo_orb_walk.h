@@ -15,6 +15,8 @@ struct silo_orb_walk {
     uint32_t count = 0, next = 0;
     uint32_t portion = SILO_PORTION_FIRST;
     bool is_ended = false;
+    bool is_broken_off = false;    // by the store, and that was said
+    uint64_t given = 0;            // records
     bool is_announced = true;      // the store gains from knowing what is read next
     silo_channels_search channels; // empty host: any
 };

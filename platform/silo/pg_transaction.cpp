@@ -9,6 +9,8 @@
 
 // A writer that says nothing for so long is ended by the server, with its lock.
 static constexpr const char *WRITER_IDLE = "SET LOCAL idle_in_transaction_session_timeout = 10000";
+// A reader may: a search waits for its client, however the server is set up.
+static constexpr const char *READER_IDLE = "SET LOCAL idle_in_transaction_session_timeout = 0";
 static constexpr uint32_t RETRY_MS = 10, RETRY_MS_MAX = 100;
 
 // ---- Begin ---------------------------------------------------------------------------------------------------------
@@ -19,13 +21,14 @@ static pg_statement lock_row_statement(const pg_db &db, std::string_view name)
             {pg_text(db.name), pg_bytes(name)}};
 }
 
-// A reader's first statement takes the snapshot. A writer takes its turn, and each of its statements sees what those
+// A reader's first question takes the snapshot. A writer takes its turn, and each of its statements sees what those
 // before it committed, which a snapshot taken before the turn came would not.
 static std::vector<pg_statement> begin_statements(const pg_db &db, bool is_write)
 {
     if (is_write)
         return {{"BEGIN ISOLATION LEVEL READ COMMITTED READ WRITE"}, {WRITER_IDLE}, lock_row_statement(db, "")};
     return {{"BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY"},
+            {READER_IDLE},
             {"SELECT version FROM silo_locks WHERE db = $1 AND name = $2", {pg_text(db.name), pg_bytes("")}}};
 }
 

@@ -83,6 +83,8 @@ ORB_API silo_transaction_t *silo_begin_transaction(silo_t *db, int flag);
 ORB_API int silo_commit(silo_transaction_t *trans);
 /* Not 0 when the transaction failed only because of another writer, so that the same again may succeed. */
 ORB_API int silo_transaction_conflict(silo_transaction_t *trans);
+/* Not 0 once the transaction or its connection has failed: what is not found from then on may be there all the same. */
+ORB_API int silo_transaction_failed(silo_transaction_t *trans);
 /* Ends a transaction; without a commit nothing of it remains. Its iterators must have ended. NULL is ignored. */
 ORB_API void silo_end_transaction(silo_transaction_t *trans);
 

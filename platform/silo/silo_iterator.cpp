@@ -45,7 +45,7 @@ template <class Step> static int move(silo_iterator_t *iter, const char *name, S
     if (!os_fault_point(name))
         found = silo_trans_guarded(SILO_ERROR, iter->trans, step);
     else
-        LOG(LOG_SYSTEM, "%s: injected failure", name);
+        iter->trans->is_broken = LOGGED(true, LOG_SYSTEM, "%s: injected failure", name);
     if (found == SILO_FOUND && !silo_is_beyond_bound(iter))
         return 0;
     iter->kv = END;

@@ -61,6 +61,11 @@ int silo_transaction_conflict(silo_transaction_t *trans)
     return trans != nullptr && trans->is_conflict ? 1 : 0;
 }
 
+int silo_transaction_failed(silo_transaction_t *trans)
+{
+    return trans == nullptr || trans->is_broken || trans->db->is_failed ? 1 : 0;
+}
+
 void silo_end_transaction(silo_transaction_t *trans)
 {
     if (trans == nullptr)

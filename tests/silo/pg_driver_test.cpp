@@ -34,6 +34,37 @@ TEST_F(PgDriverTest, OpensAtOnceFromManySides)
     EXPECT_TRUE(log.lines().empty());
 }
 
+// The server ends whoever says nothing in a transaction for 20 ms.
+TEST_F(PgDriverTest, AReaderMayBeIdleForAsLongAsItLikes)
+{
+    std::string hasty = uri();
+    hasty.insert(hasty.find("&"), "%20-cidle_in_transaction_session_timeout%3D20");
+    pg_handle handle(hasty);
+    ASSERT_EQ(pg_write(handle, "a", "1"), 0);
+    pg_transaction_ptr trans = pg_begin_on(handle, SILO_READ);
+    ASSERT_NE(trans, nullptr);
+    EXPECT_EQ(silo_transaction_failed(trans.get()), 0);
+    ask("SELECT pg_sleep(0.3)");
+    EXPECT_EQ(pg_read(trans, "a"), "1");
+    EXPECT_EQ(silo_transaction_failed(trans.get()), 0);
+    trans = nullptr;
+    EXPECT_EQ(ask("SELECT count(*) FROM pg_stat_activity WHERE state LIKE 'idle in transaction%' AND query LIKE '%" +
+                  schema_ + "%'"),
+              "0");
+}
+
+TEST_F(PgDriverTest, AReaderWhoseConnectionIsEndedHasFailed)
+{
+    pg_handle handle(uri("application_name=" + schema_));
+    ASSERT_EQ(pg_write(handle, "a", "1"), 0);
+    pg_transaction_ptr trans = pg_begin_on(handle, SILO_READ);
+    ASSERT_NE(trans, nullptr);
+    EXPECT_EQ(ask("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE application_name = '" + schema_ + "'"),
+              "t");
+    EXPECT_EQ(pg_read(trans, "a"), "(none)");
+    EXPECT_NE(silo_transaction_failed(trans.get()), 0);
+}
+
 TEST_F(PgDriverTest, SelectingAnExistingDatabaseIsOneRoundTrip)
 {
     EXPECT_TRUE(pg_handle(uri()).is_open());

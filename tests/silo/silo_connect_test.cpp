@@ -173,6 +173,7 @@ TEST_P(SiloConnect, NullIsIgnoredOrRefused)
     EXPECT_EQ(silo_iterator_init(nullptr), nullptr);
     EXPECT_LT(silo_commit(nullptr), 0);
     EXPECT_EQ(silo_transaction_conflict(nullptr), 0);
+    EXPECT_NE(silo_transaction_failed(nullptr), 0);
     EXPECT_EQ(silo_snapshot_id(nullptr), 0u);
     EXPECT_LT(silo_prefetch(nullptr, nullptr, 0), 0);
 }

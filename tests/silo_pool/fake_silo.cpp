@@ -129,6 +129,12 @@ void fake_silo_fail(const std::string &call, int times, int after)
     s_fake.failures.push_back({call, times, after});
 }
 
+void fake_silo_fail_no_more()
+{
+    fake_lock held(s_fake.mutex);
+    s_fake.failures.clear();
+}
+
 void fake_silo_answer_commit(int answer, bool applied)
 {
     fake_lock held(s_fake.mutex);
@@ -303,6 +309,12 @@ int silo_transaction_conflict(silo_transaction_t *trans)
 {
     fake_lock held(s_fake.mutex);
     return trans->is_failed && s_fake.is_conflict;
+}
+
+int silo_transaction_failed(silo_transaction_t *trans)
+{
+    fake_lock held(s_fake.mutex);
+    return trans->is_failed || s_fake.is_error;
 }
 
 void silo_end_transaction(silo_transaction_t *trans)

@@ -29,6 +29,7 @@ void fake_silo_clear_calls();
 
 // The next `times` calls whose recorded text starts so fail, after `after` that still succeed.
 void fake_silo_fail(const std::string &call, int times = 1, int after = 0);
+void fake_silo_fail_no_more();
 // What the next commits answer, in turn, and whether the changes are applied all the same.
 void fake_silo_answer_commit(int answer, bool applied = false);
 // What silo_transaction_conflict answers for a transaction in which a call failed.

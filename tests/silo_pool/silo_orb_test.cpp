@@ -329,6 +329,43 @@ TEST_F(SearchTest, AStoreThatFailsOnTheWayEndsTheSearch)
     }
 }
 
+TEST_F(SearchTest, ASearchThatTheStoreBreaksOffSaysSoOnce)
+{
+    static constexpr const char *TEXT =
+        "silo_orb_iterator_next: the store broke the search off, it ends after %d records";
+    put_many(100);
+    EXPECT_EQ(found().size(), 100u);
+    for (const char *host : {"", "dev1"})
+        for (int records : {0, 3, 64, 99}) {
+            log.clear();
+            search_ptr it = open(*host != '\0' ? host : nullptr);
+            for (int i = 0; i < records; i++)
+                EXPECT_EQ(silo_orb_iterator_next(it.get()), 0);
+            fake_silo_fail("seek");
+            EXPECT_EQ(silo_orb_iterator_next(it.get()), -1);
+            EXPECT_EQ(silo_orb_iterator_next(it.get()), -1);
+            char text[128];
+            snprintf(text, sizeof text, TEXT, records);
+            EXPECT_EQ(log.count(text, LOG_SYSTEM), 1u) << host << records;
+            EXPECT_EQ(log.lines().size(), 1u);
+        }
+    log.clear();
+    EXPECT_EQ(found("dev1").size(), 100u);
+    EXPECT_TRUE(log.lines().empty()) << "an end is no failure";
+}
+
+TEST_F(SearchTest, APartOfARecordIsNotGivenOut)
+{
+    put_made({.id = 7, .size = 12345});
+    for (int after = 0; after < 12; after++) {
+        search_ptr it = open("dev1");
+        fake_silo_fail("next", 1, after);
+        while (silo_orb_iterator_next(it.get()) == 0)
+            EXPECT_EQ(it->current.size, 12345u) << after;
+        fake_silo_fail_no_more();
+    }
+}
+
 TEST_F(SearchTest, ReadsWithAReadingTransactionAndReturnsItsConnection)
 {
     put_made({.id = 1});
