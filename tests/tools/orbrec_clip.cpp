@@ -4,6 +4,7 @@
 #include "tools/media_export/av_guard.h"
 
 extern "C" {
+#include <libavutil/display.h>
 #include <libavutil/opt.h>
 }
 
@@ -22,6 +23,12 @@ static constexpr int AUDIO_RATE = 48000;
 struct clip_writer {
     av_output_owner output;
     av_packet_owner packet{av_packet_alloc()};
+
+    ~clip_writer()
+    {
+        if (output != nullptr)
+            avio_closep(&output->pb);
+    }
 };
 
 static void check(int result, const char *what)
@@ -154,6 +161,10 @@ void clip_make(const std::string &path, const clip &wanted)
     }
     if (wanted.creation_time != nullptr)
         av_dict_set(&output->metadata, "creation_time", wanted.creation_time, 0);
+    if (wanted.rotation != 0)
+        av_display_rotation_set(reinterpret_cast<int32_t *>(av_stream_new_side_data(
+                                    video_stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(int32_t))),
+                                wanted.rotation);
     check(avio_open(&output->pb, ("file:" + path).c_str(), AVIO_FLAG_WRITE), "open");
     check(avformat_write_header(output, nullptr), "header");
     int64_t sample = 0;

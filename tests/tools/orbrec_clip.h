@@ -16,6 +16,7 @@ struct clip {
     int b_frames = 0, key_distance = 25;
     bool audio = false;
     const char *creation_time = nullptr; // "2024-05-01T08:00:00Z"
+    int rotation = 0;                    // by which players turn it clockwise, degrees
 };
 
 // Writes the film; its container follows from the name. The picture is a moving pattern, the audio a 440 Hz tone.

@@ -300,11 +300,12 @@ TEST_F(OrbrecImportTest, NamesOutsideAsciiAreTaken)
     EXPECT_EQ(names_in(folder_.file("Einfahrt Süd 门")), std::vector<std::string>{"门口_00_0_20240501080000_1.rec"});
 }
 
-TEST_F(OrbrecImportTest, OutputIsQuietInAPipeButForTheFilesMade)
+TEST_F(OrbrecImportTest, OutputIsQuietInAPipeButForTheFilesMadeAndASummary)
 {
     clip_make(folder_.file("in.avi"), {.encoder = "mpeg4", .frames = 30});
     tool_result result = orbrec(folder_, "import in.avi -o rec/ --start '2024-05-01 08:00:00'");
     EXPECT_EQ(result.err, "");
-    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 1);
+    EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 2);
+    EXPECT_NE(result.out.find("in.avi: 30 pictures in, 30 out, 0 times mended"), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("rec/local_00_0_20240501080000_1.rec: 30 frames"), std::string::npos) << result.out;
 }

@@ -1,10 +1,64 @@
-// POSIX only: a device that is always full, and script(1), which makes a terminal.
+// POSIX only: a device that is always full, script(1), which makes a terminal, and a server that breaks off.
 #include "tests/tools/orbrec_clip.h"
 
 #include <filesystem>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+using testing::HasSubstr;
 
 namespace {
+
+// Gives the first part of a file to everybody who asks for all of it, and closes the connection.
+class breaking_server {
+public:
+    breaking_server(std::vector<uint8_t> bytes, size_t given) : bytes_(std::move(bytes)), given_(given)
+    {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        EXPECT_EQ(bind(socket_, reinterpret_cast<sockaddr *>(&address), size), 0);
+        EXPECT_EQ(listen(socket_, 5), 0);
+        EXPECT_EQ(getsockname(socket_, reinterpret_cast<sockaddr *>(&address), &size), 0);
+        url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/in.mkv";
+        thread_ = std::thread([this] { serve(); });
+    }
+    ~breaking_server()
+    {
+        shutdown(socket_, SHUT_RDWR);
+        thread_.join();
+        close(socket_);
+    }
+    breaking_server(const breaking_server &) = delete;
+    breaking_server &operator=(const breaking_server &) = delete;
+    std::string url;
+
+private:
+    void serve()
+    {
+        for (int taken; (taken = accept(socket_, nullptr, nullptr)) >= 0; close(taken)) {
+            char request[4096];
+            std::string head =
+                "HTTP/1.1 200 OK\r\nContent-Type: video/x-matroska\r\nContent-Length: " + std::to_string(bytes_.size()) +
+                "\r\n\r\n";
+            if (read(taken, request, sizeof request) <= 0)
+                continue;
+            send(taken, head.data(), head.size(), MSG_NOSIGNAL);
+            send(taken, bytes_.data(), given_, MSG_NOSIGNAL);
+            shutdown(taken, SHUT_WR);
+            while (read(taken, request, sizeof request) > 0)
+                ;
+        }
+    }
+    std::vector<uint8_t> bytes_;
+    size_t given_;
+    int socket_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::thread thread_;
+};
 
 class OrbrecPosixTest : public testing::Test {
 protected:
@@ -36,4 +90,16 @@ TEST_F(OrbrecPosixTest, ProgressIsDrawnOnATerminalAndWipedAtTheEnd)
     EXPECT_EQ(result.status, 0);
     EXPECT_NE(result.out.find("in.avi ["), std::string::npos) << result.out;
     EXPECT_NE(result.out.find("\033[K"), std::string::npos);
+}
+
+TEST_F(OrbrecPosixTest, AConnectionThatBreaksOffIsAnErrorAndTellsHowMuchCame)
+{
+    clip_make(folder_.file("in.mkv"), {.encoder = "mpeg4", .frames = 200});
+    std::vector<uint8_t> bytes = file_bytes(folder_.file("in.mkv"));
+    breaking_server server(bytes, bytes.size() / 2);
+    tool_result result = orbrec(folder_, "import " + server.url + " -o rec/ --start '2024-05-01 08:00:00'");
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("to its end: "));
+    EXPECT_THAT(result.err, HasSubstr("pictures, "));
+    EXPECT_THAT(result.err, HasSubstr("what came until then is in rec/local_00_0_20240501080000_1.rec.part"));
 }

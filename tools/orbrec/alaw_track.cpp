@@ -111,6 +111,13 @@ void alaw_track::take_decoded(const AVFrame *decoded)
         return;
     int64_t time = media_source_ms(source_, source_.audio, decoded->best_effort_timestamp);
     int64_t expected = start_ms_ + (samples_ + filled_) * 1000 / RATE;
+    if (time != AV_NOPTS_VALUE)
+        time += shift_ms_;
+    // As the pictures do, it goes on where it is when its times fall.
+    if (started_ && time != AV_NOPTS_VALUE && time < expected - JUMP_MS) {
+        shift_ms_ += expected - time;
+        time = expected;
+    }
     if (time != AV_NOPTS_VALUE && (!started_ || std::abs(time - expected) > JUMP_MS)) {
         start_ms_ = time;
         samples_ = 0;

@@ -46,6 +46,7 @@ private:
     int filled_ = 0;       // samples in block_
     int64_t start_ms_ = 0; // of the samples counted by samples_
     int64_t samples_ = 0;  // given out since start_ms_
+    int64_t shift_ms_ = 0; // of its times that fell
     int64_t reached_ms_ = INT64_MIN;
     bool started_ = false, ended_ = false;
 };

@@ -1,17 +1,20 @@
-#include "tools/orbrec/import_pairing.h"
+#include "tools/orbrec/import_flow.h"
+#include "tools/orbrec/import_report.h"
 #include "tools/orbrec/index_entry.h"
-#include "tools/orbrec/progress.h"
+#include "tools/orbrec/media_ending.h"
+#include "tools/orbrec/picture_turn.h"
 
 #include "platform/avfiltersdk/avfilterwriter.h"
 
 #include <algorithm>
+#include <cstdio>
 
 struct import_job {
     const import_settings &settings;
     video_wish wish;
     recording_output output;
     int64_t start_seconds = -1; // of the next input; -1: ask the input
-    json_ref report{json_object_new_array()};
+    import_report report{};
 };
 
 static bool wants_coding(const import_settings &settings)
@@ -107,14 +110,6 @@ static bool start_find(import_job *job, const media_source &source, std::string 
     return false;
 }
 
-// One input on its way through.
-struct import_flow {
-    media_source source;
-    std::unique_ptr<video_path> video;
-    std::unique_ptr<alaw_track> audio;
-    std::string method_reason;
-};
-
 static int flow_open(import_job *job, const std::string &name, import_flow *flow)
 {
     std::string error;
@@ -131,84 +126,27 @@ static int flow_open(import_job *job, const std::string &name, import_flow *flow
     return flow->video ? ORBREC_OK : orbrec_fail(ORBREC_MEDIA, name + ": " + error);
 }
 
-static bool flow_packet(import_flow *flow, import_pairing *pairing, AVPacket *packet, std::string *error)
+// A recording has no place for what a film tells its players about turning.
+static void turn_tell(import_flow *flow, const std::string &name)
 {
-    auto give = [pairing](access_unit unit) { return pairing->add(std::move(unit)); };
-    if (packet->stream_index == flow->source.video->index)
-        return flow->video->push(packet, give, error);
-    if (flow->audio == nullptr || packet->stream_index != flow->source.audio->index)
-        return true;
-    flow->audio->push(packet);
-    return pairing->audio_arrived();
+    int degrees;
+    picture_turn turn = picture_turn_of(flow->source.video, &degrees);
+    flow->is_turned = turn.is_needed() && !flow->method_reason.empty();
+    std::string angle = std::to_string(degrees) + " degrees";
+    if (turn.is_needed() && !flow->is_turned)
+        orbrec_warn(name + ": players turn or mirror its pictures (" + angle +
+                    "), which a copy cannot tell them: with --gop 2, say, they are coded anew and turned");
+    else if (!turn.is_needed() && degrees != 0)
+        orbrec_warn(name + ": its pictures cannot be turned by " + angle + " and stay as they are");
 }
 
-static bool flow_end(import_flow *flow, import_pairing *pairing, std::string *error)
+static int flow_cut_off(import_job *job, const import_flow &flow, const import_pairing &pairing)
 {
-    auto give = [pairing](access_unit unit) { return pairing->add(std::move(unit)); };
-    if (flow->audio != nullptr)
-        flow->audio->push(nullptr);
-    return flow->video->push(nullptr, give, error) && pairing->end();
-}
-
-static bool flow_run(import_flow *flow, import_pairing *pairing, std::string *error)
-{
-    progress_bar progress(flow->source.name, flow->source.duration_ms);
-    av_packet_owner packet(av_packet_alloc());
-    while (packet && !orbrec_is_stopped() && av_read_frame(flow->source.input.get(), packet.get()) >= 0) {
-        const AVStream *stream = flow->source.input->streams[packet->stream_index];
-        int64_t time = media_source_ms(flow->source, stream, packet->dts);
-        bool went_on = flow_packet(flow, pairing, packet.get(), error);
-        av_packet_unref(packet.get());
-        if (!went_on)
-            return false;
-        if (time != AV_NOPTS_VALUE)
-            progress.show(time);
-    }
-    return !orbrec_is_stopped() && flow_end(flow, pairing, error);
-}
-
-static void report_add(import_job *job, const import_flow &flow, size_t first_file)
-{
-    json_object *input = json_object_new_object();
-    json_add(input, "input", flow.source.name);
-    json_add(input, "method", flow.method_reason.empty() ? "copy" : "transcode");
-    json_add(input, "reason", flow.method_reason);
-    json_add(input, "codec", flow.video->mode() == AVMODE_H265 ? "h265" : "h264");
-    json_add(input, "width", flow.video->width());
-    json_add(input, "height", flow.video->height());
-    json_add(input, "frame_rate", flow.video->frame_rate());
-    json_add_flag(input, "audio", flow.audio != nullptr);
-    json_add(input, "broken_packets", flow.video->broken_packets());
-    json_object *files = json_object_new_array();
-    for (size_t i = first_file; i < job->output.files().size(); i++) {
-        const written_file &file = job->output.files()[i];
-        json_object *entry = json_object_new_object();
-        json_add(entry, "path", file.name);
-        json_add(entry, "start", local_time_text(file.start_seconds));
-        json_add(entry, "end", local_time_text(file.end_seconds));
-        json_add(entry, "frames", file.frames);
-        json_add(entry, "key_frames", file.key_frames);
-        json_add(entry, "audio_frames", file.audio_frames);
-        json_add(entry, "bytes", file.bytes);
-        json_object_array_add(files, entry);
-    }
-    json_object_object_add(input, "files", files);
-    json_object_array_add(job->report.get(), input);
-}
-
-static void report_print(const import_job &job)
-{
-    if (job.settings.json) {
-        json_ref all(json_object_new_object());
-        json_object_object_add(all.get(), "inputs", json_object_get(job.report.get()));
-        json_print(all.get());
-        return;
-    }
-    for (const written_file &file : job.output.files())
-        std::printf("%s: %lld frames, %lld key frames, %lld audio frames, %lld bytes, %s to %s\n", file.name.c_str(),
-                    static_cast<long long>(file.frames), static_cast<long long>(file.key_frames),
-                    static_cast<long long>(file.audio_frames), static_cast<long long>(file.bytes),
-                    local_time_text(file.start_seconds).c_str(), local_time_text(file.end_seconds).c_str());
+    char came[64];
+    std::snprintf(came, sizeof came, "%lld pictures, %.1f s, came", static_cast<long long>(pairing.given()),
+                  static_cast<double>(flow.last_ms) / 1000);
+    return orbrec_fail(ORBREC_UNREADABLE, "cannot read " + flow.source.name + " to its end: " + flow.fault + "; " + came +
+                                              "; " + job->output.leave());
 }
 
 static int flow_failed(import_job *job, const std::string &name, const std::string &error)
@@ -223,8 +161,10 @@ static int flow_failed(import_job *job, const std::string &name, const std::stri
 static int import_one(import_job *job, const std::string &name)
 {
     import_flow flow;
+    media_ending_watch();
     if (int status = flow_open(job, name, &flow); status != ORBREC_OK)
         return status;
+    turn_tell(&flow, name);
     size_t first_file = job->output.files().size();
     job->output.begin({.mode = flow.video->mode(),
                        .width = flow.video->width(),
@@ -234,13 +174,17 @@ static int import_one(import_job *job, const std::string &name)
                       job->start_seconds);
     import_pairing pairing(&job->output, flow.audio.get());
     std::string error;
-    if (!flow_run(&flow, &pairing, &error) || !job->output.end())
+    if (!flow_run(&flow, &pairing, &error))
+        return flow_failed(job, name, error);
+    if (!flow.fault.empty())
+        return flow_cut_off(job, flow, pairing);
+    if (!job->output.end())
         return flow_failed(job, name, error);
     if (pairing.given() == 0)
         return flow_failed(job, name, "not one of its pictures can be decoded");
     if (flow.video->broken_packets() > 0)
         orbrec_warn(name + ": " + std::to_string(flow.video->broken_packets()) + " packets could not be decoded");
-    report_add(job, flow, first_file);
+    job->report.add(flow, pairing.given(), std::span(job->output.files()).subspan(first_file));
     // With a start time given, one input goes on where the last ended.
     job->start_seconds = job->settings.start.empty() ? -1 : job->output.files().back().end_seconds;
     return ORBREC_OK;
@@ -302,6 +246,6 @@ int orbrec_import(const import_settings &settings)
         status = std::max(status, files_enter(job));
     // What was completed before a failure is there and is told.
     if (status == ORBREC_OK || !job.output.files().empty())
-        report_print(job);
+        job.report.print(settings.json, job.output.files());
     return status;
 }

@@ -1,18 +1,21 @@
 #include "tools/orbrec/video_path.h"
 
 #include "platform/avfiltersdk/avfilterwriter.h"
-
-#include <algorithm>
+#include "tools/orbrec/source_clock.h"
 
 class video_copy : public video_path {
 public:
-    explicit video_copy(const media_source &source) : source_(source), frame_rate_(media_source_frame_rate(source)) {}
+    explicit video_copy(const media_source &source)
+        : source_(source), frame_rate_(media_source_frame_rate(source)), clock_(frame_rate_)
+    {
+    }
     bool open(std::string *error);
     int mode() const override { return mode_; }
     int width() const override { return source_.video->codecpar->width; }
     int height() const override { return source_.video->codecpar->height; }
     int frame_rate() const override { return frame_rate_; }
     bool push(AVPacket *packet, const access_unit_func &give, std::string *error) override;
+    int64_t mended_times() const override { return clock_.mended(); }
 
 private:
     int64_t packet_time(const AVPacket *packet);
@@ -23,7 +26,7 @@ private:
     av_bsf_owner to_annexb_;
     av_packet_owner filtered_;
     byte_vector parameter_sets_; // the stream's own, for key frames that come without
-    int64_t last_ms_ = -1;
+    source_clock clock_;
     bool started_ = false;
 };
 
@@ -56,10 +59,7 @@ bool video_copy::open(std::string *error)
 int64_t video_copy::packet_time(const AVPacket *packet)
 {
     int64_t time = media_source_ms(source_, source_.video, packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts);
-    if (time == AV_NOPTS_VALUE)
-        time = last_ms_ < 0 ? 0 : last_ms_ + std::max(1000 / frame_rate_, 1);
-    last_ms_ = std::max(time, std::max<int64_t>(last_ms_, 0));
-    return last_ms_;
+    return clock_.place(time, time != AV_NOPTS_VALUE);
 }
 
 bool video_copy::give_packet(const AVPacket *packet, const access_unit_func &give)

@@ -2,6 +2,8 @@
 
 #include "platform/avfiltersdk/avfilterwriter.h"
 #include "tools/common/library_watch.h"
+#include "tools/orbrec/picture_turn.h"
+#include "tools/orbrec/source_clock.h"
 
 extern "C" {
 #include <libavutil/opt.h>
@@ -34,6 +36,7 @@ public:
     int frame_rate() const override { return frame_rate_; }
     bool push(AVPacket *packet, const access_unit_func &give, std::string *error) override;
     int64_t broken_packets() const override { return broken_packets_; }
+    int64_t mended_times() const override { return clock_.mended(); }
 
 private:
     bool open_decoder(std::string *error);
@@ -49,11 +52,13 @@ private:
     video_wish wish_;
     av_codec_owner decoder_, encoder_;
     std::unique_ptr<SwsContext, sws_closer> scaler_;
-    av_frame_owner decoded_, picture_;
+    picture_turn turn_;
+    av_frame_owner decoded_, picture_, unturned_; // the last only where there is a turn
+    source_clock clock_{0};
     av_packet_owner coded_;
     byte_vector parameter_sets_;
     int frame_rate_ = 25;
-    int64_t last_ms_ = -1, next_key_ms_ = 0, next_slot_ = 0, broken_packets_ = 0;
+    int64_t next_key_ms_ = 0, next_slot_ = 0, broken_packets_ = 0;
 };
 
 bool video_encode::open_decoder(std::string *error)
@@ -91,6 +96,14 @@ void video_encode::encoder_options()
         av_opt_set(options, "x264-params", "bframes=0:scenecut=0:open-gop=0:repeat-headers=1", 0);
 }
 
+static int picture_new(AVFrame *picture, int width, int height)
+{
+    picture->format = AV_PIX_FMT_YUV420P;
+    picture->width = width;
+    picture->height = height;
+    return av_frame_get_buffer(picture, 0);
+}
+
 bool video_encode::open_encoder(std::string *error)
 {
     const char *name = wish_.mode == AVMODE_H265 ? "libx265" : "libx264";
@@ -100,18 +113,20 @@ bool video_encode::open_encoder(std::string *error)
         *error = std::string("this FFmpeg has no ") + name + ": install one that has it, or use --codec copy";
         return false;
     }
-    encoder_->width = wish_.width > 0 ? wish_.width : std::max(decoder_->width & ~1, 16);
-    encoder_->height = wish_.height > 0 ? wish_.height : std::max(decoder_->height & ~1, 16);
+    int width = turn_.swaps ? decoder_->height : decoder_->width;
+    int height = turn_.swaps ? decoder_->width : decoder_->height;
+    encoder_->width = wish_.width > 0 ? wish_.width : std::max(width & ~1, 16);
+    encoder_->height = wish_.height > 0 ? wish_.height : std::max(height & ~1, 16);
     encoder_->pix_fmt = AV_PIX_FMT_YUV420P;
     encoder_->time_base = {1, 1000};
     encoder_->framerate = {frame_rate_, 1};
     encoder_options();
     int result = avcodec_open2(encoder_.get(), codec, nullptr);
-    picture_->format = encoder_->pix_fmt;
-    picture_->width = encoder_->width;
-    picture_->height = encoder_->height;
     if (result >= 0)
-        result = av_frame_get_buffer(picture_.get(), 0);
+        result = picture_new(picture_.get(), encoder_->width, encoder_->height);
+    if (result >= 0 && turn_.is_needed())
+        result = picture_new(unturned_.get(), turn_.swaps ? encoder_->height : encoder_->width,
+                             turn_.swaps ? encoder_->width : encoder_->height);
     if (result < 0)
         *error = std::string(name) + " cannot be opened: " + av_reason(result);
     return result >= 0;
@@ -121,13 +136,17 @@ bool video_encode::open(std::string *error)
 {
     decoded_.reset(av_frame_alloc());
     picture_.reset(av_frame_alloc());
+    unturned_.reset(av_frame_alloc());
     coded_.reset(av_packet_alloc());
-    if (!decoded_ || !picture_ || !coded_) {
+    if (!decoded_ || !picture_ || !unturned_ || !coded_) {
         *error = "out of memory";
         return false;
     }
     frame_rate_ =
         wish_.fps > 0 ? std::max(static_cast<int>(std::lround(wish_.fps)), 1) : media_source_frame_rate(source_);
+    clock_ = source_clock(frame_rate_);
+    int degrees;
+    turn_ = picture_turn_of(source_.video, &degrees);
     return open_decoder(error) && open_encoder(error);
 }
 
@@ -160,23 +179,22 @@ bool video_encode::drain(const AVFrame *picture, const access_unit_func &give, s
 bool video_encode::scale(std::string *error)
 {
     int result = av_frame_make_writable(picture_.get());
+    AVFrame *to = turn_.is_needed() ? unturned_.get() : picture_.get();
     scaler_.reset(sws_getCachedContext(scaler_.release(), decoded_->width, decoded_->height,
-                                       static_cast<AVPixelFormat>(decoded_->format), picture_->width, picture_->height,
+                                       static_cast<AVPixelFormat>(decoded_->format), to->width, to->height,
                                        AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr));
     if (result < 0 || !scaler_) {
         *error = "its pictures cannot be converted";
         return false;
     }
-    sws_scale(scaler_.get(), decoded_->data, decoded_->linesize, 0, decoded_->height, picture_->data,
-              picture_->linesize);
+    sws_scale(scaler_.get(), decoded_->data, decoded_->linesize, 0, decoded_->height, to->data, to->linesize);
+    if (turn_.is_needed())
+        picture_turn_copy(turn_, unturned_.get(), picture_.get());
     return true;
 }
 
 bool video_encode::encode_at(int64_t time_ms, const access_unit_func &give, std::string *error)
 {
-    if (time_ms <= last_ms_)
-        return true;
-    last_ms_ = time_ms;
     picture_->pts = time_ms;
     bool is_key = time_ms >= next_key_ms_;
     picture_->pict_type = is_key ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
@@ -193,12 +211,11 @@ bool video_encode::encode_at(int64_t time_ms, const access_unit_func &give, std:
 bool video_encode::take_decoded(const access_unit_func &give, std::string *error)
 {
     int64_t time = media_source_ms(source_, source_.video, decoded_->best_effort_timestamp);
-    if (time == AV_NOPTS_VALUE)
-        time = last_ms_ < 0 ? 0 : last_ms_ + std::max(1000 / frame_rate_, 1);
+    time = clock_.place(time, time != AV_NOPTS_VALUE);
     if (!scale(error))
         return false;
     if (wish_.fps <= 0)
-        return encode_at(std::max<int64_t>(time, 0), give, error);
+        return encode_at(time, give, error);
     // A fixed rate: each slot up to this picture's time takes this picture, slots already filled take none.
     // After a long hole the slots begin anew: filling it would take as long as the hole.
     auto slot_now = static_cast<int64_t>(static_cast<double>(time) * wish_.fps / 1000);

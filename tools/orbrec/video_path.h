@@ -28,6 +28,8 @@ public:
     // `packet` null: the end, give out what is held back. False: failed, `error` filled, or stopped by `give`.
     virtual bool push(AVPacket *packet, const access_unit_func &give, std::string *error) = 0;
     virtual int64_t broken_packets() const { return 0; }
+    // Times that fell or stood still and go on after the last.
+    virtual int64_t mended_times() const = 0;
 };
 
 std::unique_ptr<video_path> video_copy_open(const media_source &source, std::string *error);
