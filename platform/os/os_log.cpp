@@ -1,4 +1,5 @@
 #include "platform/os/os_internal.h"
+#include "platform/os/os_log_escape.h"
 #include "platform/os/os_log_output.h"
 #include "platform/os/os_log_rate.h"
 
@@ -61,22 +62,6 @@ static std::string format_text(const char *format, va_list args)
     return result;
 }
 
-// A text from outside must not be able to begin a line of its own or to steer a terminal.
-static std::string escape(std::string_view text)
-{
-    static constexpr char DIGITS[] = "0123456789abcdef";
-    std::string escaped;
-    escaped.reserve(text.size());
-    for (char c : text) {
-        auto byte = static_cast<unsigned char>(c);
-        if (byte >= 0x20 && byte != 0x7F)
-            escaped += c;
-        else
-            escaped.append({'\\', 'x', DIGITS[byte >> 4], DIGITS[byte & 15]});
-    }
-    return escaped;
-}
-
 static std::string date_text(int64_t ms)
 {
     struct tm parts = {};
@@ -98,8 +83,8 @@ static void write_out(int level, std::string_view unit, int line, std::string_vi
     std::string written("[");
     written.append(std::to_string(level)).append("] ");
     if (!unit.empty())
-        written.append(escape(without_folders(unit))).append(":").append(std::to_string(line)).append(" ");
-    written.append(escape(text));
+        written.append(os_log_escape(without_folders(unit))).append(":").append(std::to_string(line)).append(" ");
+    written.append(os_log_escape(text));
     os_log_output_write(level, date_text(os_wall_ms()), written);
 }
 

@@ -70,6 +70,13 @@ static pg_parameters parameters(const pg_address &address, const pg_host &host)
     return result;
 }
 
+// libpq by itself would write what the server says while it lets somebody in to standard error.
+static void greeting(void *, const PGresult *result)
+{
+    const char *text = PQresultErrorField(result, PG_DIAG_MESSAGE_PRIMARY);
+    LOG(LOG_REFUSE, "store: the server says: %s", pg_first_line(text).c_str());
+}
+
 static pg_connection start(const pg_address &address, const pg_host &host)
 {
     pg_parameters all = parameters(address, host);
@@ -80,7 +87,10 @@ static pg_connection start(const pg_address &address, const pg_host &host)
     }
     names.push_back(nullptr);
     values.push_back(nullptr);
-    return pg_connection(PQconnectStartParams(names.data(), values.data(), 0));
+    pg_connection conn(PQconnectStartParams(names.data(), values.data(), 0));
+    if (conn != nullptr)
+        PQsetNoticeReceiver(conn.get(), greeting, nullptr);
+    return conn;
 }
 
 static std::string server_name(const pg_host &host)

@@ -70,6 +70,39 @@ TEST_F(OsLog, ControlBytesAreEscaped)
     EXPECT_THAT(lines(), ElementsAre("[2] u:1 a\\x0ab\\x0d\\x09c\\x1b[31m\\x7f %d 通", "[2] bad\\x0aunit:2 x"));
 }
 
+TEST_F(OsLog, CharactersThatSteerOrTurnTheLineRoundAreEscaped)
+{
+    struct row {
+        const char *text, *written;
+    };
+    const row rows[] = {
+        {"\xC2\x80 \xC2\x9B" "31m \xC2\x9F", "\\xc2\\x80 \\xc2\\x9b31m \\xc2\\x9f"},
+        {"\xC2\xA0 \xC3\x9B", "\xC2\xA0 \xC3\x9B"}, // beside them
+        {"\u061C", "\\xd8\\x9c"},
+        {"\u200E\u200F", "\\xe2\\x80\\x8e\\xe2\\x80\\x8f"},
+        {"\u200D\u2010", "\u200D\u2010"},
+        {"\u2028\u2029", "\\xe2\\x80\\xa8\\xe2\\x80\\xa9"},
+        {"\u202A\u202B\u202C", "\\xe2\\x80\\xaa\\xe2\\x80\\xab\\xe2\\x80\\xac"},
+        {"\u202D\u202E", "\\xe2\\x80\\xad\\xe2\\x80\\xae"},
+        {"\u2027\u202F", "\u2027\u202F"},
+        {"\u2066\u2067", "\\xe2\\x81\\xa6\\xe2\\x81\\xa7"},
+        {"\u2068\u2069", "\\xe2\\x81\\xa8\\xe2\\x81\\xa9"},
+        {"\u2065\u206A", "\u2065\u206A"},
+        {"D:\\rec\\x0a.rec", "D:\\rec\\x0a.rec"},
+        {"\u901A\u9053 \U0001F3A5", "\u901A\u9053 \U0001F3A5"},
+        // No UTF-8: bytes that 8-bit terminals obey, alone, cut off and spelt too long; and GB18030.
+        {"a\x9B" "31m\x85", "a\\x9b31m\\x85"},
+        {"\xE2\x80", "\xE2\\x80"},
+        {"\xE0\x82\x9B", "\xE0\\x82\\x9b"},
+        {"\xCD\xA8\xB5\xC0", "\xCD\xA8\xB5\xC0"},
+    };
+    open(LOG_REFUSE);
+    for (const row &one : rows) {
+        log_debug_ex(LOG_REFUSE, "u", 1, "%s", one.text);
+        EXPECT_EQ(lines().back(), std::string("[2] u:1 ") + one.written);
+    }
+}
+
 TEST_F(OsLog, LongTextsAreWhole)
 {
     open(LOG_REFUSE);

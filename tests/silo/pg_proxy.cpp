@@ -127,3 +127,34 @@ pg_silent_server::~pg_silent_server()
 {
     close(listener_);
 }
+
+pg_warning_server::pg_warning_server(const std::string &warning) : warning_(warning)
+{
+    listener_ = listen_somewhere(&port_);
+    thread_ = std::thread([this] { serve(); });
+}
+
+pg_warning_server::~pg_warning_server()
+{
+    shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    close(listener_);
+}
+
+static std::string message(char kind, const std::string &body)
+{
+    return std::string{kind, '\0', '\0', '\0', static_cast<char>(body.size() + 4)} + body;
+}
+
+void pg_warning_server::serve()
+{
+    int client = accept(listener_, nullptr, nullptr);
+    char bytes[1024];
+    // Questions for encryption are of eight bytes, and refused.
+    while (recv(client, bytes, sizeof bytes, 0) == 8)
+        send(client, "N", 1, MSG_NOSIGNAL);
+    const std::string end(1, '\0'), fields = "VWARNING" + end + "C01000" + end + "M" + warning_ + end;
+    const std::string all = message('R', std::string(4, '\0')) + message('N', fields + end);
+    send(client, all.data(), all.size(), MSG_NOSIGNAL);
+    close(client);
+}

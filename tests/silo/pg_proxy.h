@@ -43,3 +43,20 @@ private:
     int listener_ = -1;
     uint16_t port_ = 0;
 };
+
+// Listens on 127.0.0.1, lets the first client in with a warning and hangs up.
+class pg_warning_server {
+public:
+    explicit pg_warning_server(const std::string &warning);
+    ~pg_warning_server();
+    pg_warning_server(const pg_warning_server &) = delete;
+    pg_warning_server &operator=(const pg_warning_server &) = delete;
+    uint16_t port() const { return port_; }
+
+private:
+    void serve();
+    const std::string warning_;
+    int listener_ = -1;
+    uint16_t port_ = 0;
+    std::thread thread_;
+};

@@ -55,6 +55,16 @@ TEST(PgSilentHost, WithoutAWishIsGivenUpWithinASecond)
     EXPECT_LE(os_tick() - start, 1000 + SLACK_MS);
 }
 
+TEST(PgWarningHost, IsHeardByTheLogAndNowhereElse)
+{
+    pg_warning_server server("the collation of this database is of another version");
+    log_capture log;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(silo_connect_fd(local(server.port()).c_str()), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(log.count("store: the server says: the collation of this database is of another version", LOG_REFUSE), 1u);
+}
+
 TEST_F(PgSilenceTest, ASilentHostLeavesTimeForTheOthers)
 {
     pg_silent_server silent;
