@@ -51,7 +51,8 @@ ORB_API void os_clock_install(const struct os_clock *clock);
 /*
  * Calendar conversions with one behaviour on every host. os_mktime reads local time, normalises `parts` and answers -1
  * for instants before 1970 and after the year 3000. os_localtime and os_gmtime fail, leaving `parts` as it is, for the
- * same instants.
+ * same instants. With tm_isdst below 0 a local time that comes twice is standard time, and one that is skipped is put
+ * right by the bias (02:30 becomes 01:30), whatever was converted before. The host's zone is read once in a process.
  */
 ORB_API int64_t os_mktime(struct tm *parts);
 ORB_API int os_localtime(int64_t seconds, struct tm *parts);
@@ -99,6 +100,12 @@ ORB_API int os_mutex_unlock(LMutex *mutex);
 ORB_API void os_mutex_set_rank(LMutex *mutex, int rank, const char *name);
 /* As os_mutex_lock, with the place that the order check names. */
 ORB_API int os_mutex_lock_at(LMutex *mutex, const char *file, int line);
+/*
+ * As os_mutex_unlock, for a mutex that is lent around a wait or a callback. Builds with OS_LOCK_RANKS stop the process,
+ * naming all places, unless the caller holds it exactly once: a recursive one would stay locked meanwhile. os_cond_wait
+ * checks the same.
+ */
+ORB_API int os_mutex_lend_at(LMutex *mutex, const char *file, int line);
 
 typedef struct LCond {
     struct os_cond_impl *impl;
@@ -261,7 +268,8 @@ ORB_API int os_interrupt_install(void (*handler)(void));
  * For a program that serves until it is told to end. From os_end_take on such a request (Ctrl-C, a polite kill; on
  * Windows also Ctrl-Break, the closing of the console, the end of the session or of the host) is kept for os_end_wait,
  * which waits for it. Another one after that ends the process at once. Where the host would end the process as soon as
- * it has been told, it is held up until the process has ended by itself, as long as the host allows.
+ * it has been told, it is held up until the process has ended by itself, as long as the host allows. Also from
+ * os_end_take on, a reader of the program's output that has gone is an error of the write, and no reason to end.
  */
 ORB_API int os_end_take(void);
 ORB_API int os_end_wait(void);
@@ -331,9 +339,19 @@ struct os_log_settings {
     int file_count;       /* rotated files kept; 0: 5 */
     int to_journal;       /* standard error leads to the host's journal: write priorities instead of dates there */
     uint32_t burst;       /* lines a second that one place may write before it is cut down; 0: 50 */
+    uint64_t queue_bytes; /* lines that may wait for each output; 0: 4 MiB */
 };
+/*
+ * Until it is opened, the log writes to standard error in place, as a program at a terminal wants it. Opened, each output
+ * has a queue and a thread ("vod-log") of its own: nobody who logs waits for a reader that has stopped, and one that has
+ * gone does not end the process. Lines that find the queue full are counted and told once the output takes lines again.
+ * Fails, leaving the outputs as they are, when the file cannot be opened or there is no thread.
+ */
 ORB_API int os_log_open(const struct os_log_settings *settings);
-/* Writes what is buffered. */
+/*
+ * Writes what is buffered, but waits no longer than a second for outputs that stand still. Lines of level 5 are followed
+ * by it. A program calls it before it returns from main.
+ */
 ORB_API void os_log_flush(void);
 
 /* Receives every line that passes the level instead of the outputs above, uncut and unescaped; for tests. */

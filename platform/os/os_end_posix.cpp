@@ -25,6 +25,7 @@ static bool ends_set(void (*handler)(int))
 
 int os_end_take(void)
 {
+    std::signal(SIGPIPE, SIG_IGN);
     return sem_init(&s_end_requested, 0, 0) == 0 && ends_set(end_requested) ? 1 : 0;
 }
 

@@ -62,16 +62,6 @@ static std::string format_text(const char *format, va_list args)
     return result;
 }
 
-static std::string date_text(int64_t ms)
-{
-    struct tm parts = {};
-    os_localtime(ms / 1000, &parts);
-    char text[48];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", parts.tm_year + 1900, parts.tm_mon + 1,
-                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, static_cast<int>(ms % 1000));
-    return text;
-}
-
 static std::string_view without_folders(std::string_view unit)
 {
     size_t separator = unit.find_last_of("/\\");
@@ -85,7 +75,7 @@ static void write_out(int level, std::string_view unit, int line, std::string_vi
     if (!unit.empty())
         written.append(os_log_escape(without_folders(unit))).append(":").append(std::to_string(line)).append(" ");
     written.append(os_log_escape(text));
-    os_log_output_write(level, date_text(os_wall_ms()), written);
+    os_log_output_write(level, written);
 }
 
 static void report_left_out(int level, std::string_view unit, int line, uint32_t left_out)
@@ -95,9 +85,10 @@ static void report_left_out(int level, std::string_view unit, int line, uint32_t
     write_out(level, unit, line, text);
 }
 
-static void report_lost_line()
+static void report_lost_line(int level)
 {
-    std::fputs("a log line was lost for want of memory\n", stderr);
+    log_guard held(log_mutex());
+    os_log_output_lose(level);
 }
 
 static void deliver(int level, const char *unit, int line, const std::string &text)
@@ -113,6 +104,19 @@ static void deliver(int level, const char *unit, int line, const std::string &te
         write_out(level, unit == nullptr ? "" : unit, line, text);
 }
 
+// Waits without the lock, so that an output that stands still holds up nobody but the caller.
+static void flush_outputs()
+{
+    std::vector<std::shared_ptr<os_log_queue>> queues;
+    try {
+        log_guard held(log_mutex());
+        queues = os_log_output_queues();
+    } catch (...) {
+        return;
+    }
+    os_log_output_flush(queues);
+}
+
 void log_debug_ex(int level, const char *unit, int line, const char *format, ...)
 {
     if (!os_log_enabled(level) || format == nullptr)
@@ -122,29 +126,34 @@ void log_debug_ex(int level, const char *unit, int line, const char *format, ...
     try {
         deliver(level, unit, line, format_text(format, args));
     } catch (...) {
-        report_lost_line();
+        report_lost_line(level);
     }
     va_end(args);
+    // The process is about to end, whoever ends it.
+    if (level >= LOG_FATAL)
+        flush_outputs();
 }
 
 void os_log_flush(void)
 {
-    log_guard held(log_mutex());
-    try {
-        os_log_rate_collect(os_tick(), true, report_left_out);
-        os_log_output_flush();
-    } catch (...) {
-        report_lost_line();
+    {
+        log_guard held(log_mutex());
+        try {
+            os_log_rate_collect(os_tick(), true, report_left_out);
+        } catch (...) {
+            report_lost_line(LOG_REFUSE);
+        }
     }
+    flush_outputs();
 }
 
 int os_log_open(const struct os_log_settings *settings)
 {
     if (settings == nullptr || os_fault_point("os_log_open"))
         return 0;
-    log_guard held(log_mutex());
     // What was left out so far belongs to the outputs so far.
     os_log_flush();
+    log_guard held(log_mutex());
     if (!os_log_output_open(*settings))
         return 0;
     os_log_rate_start(settings->burst);
@@ -175,7 +184,7 @@ void log_buf_lock(void)
     s_buffer.clear();
 }
 
-// Every line carries its date already; the call is kept because the sequence of calls is laid down.
+// Every line carries its date already; the call is kept for those who make it.
 void log_buf_date(void) {}
 
 static void append(const char *format, va_list args)
@@ -183,7 +192,7 @@ static void append(const char *format, va_list args)
     try {
         s_buffer += format_text(format, args);
     } catch (...) {
-        report_lost_line();
+        report_lost_line(LOG_REFUSE);
     }
 }
 
@@ -203,7 +212,7 @@ static void write_buffer(int level)
     try {
         deliver(level, "", 0, s_buffer);
     } catch (...) {
-        report_lost_line();
+        report_lost_line(level);
     }
 }
 

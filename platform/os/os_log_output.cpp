@@ -1,50 +1,46 @@
 #include "platform/os/os_log_output.h"
 
 #include "platform/os/os_internal.h"
-#if defined(_WIN32)
-#include "platform/os/os_win32.h"
-#endif
+#include "platform/os/os_log_file.h"
+#include "platform/os/os_log_host.h"
 
 #include <algorithm>
-#include <memory>
-#include <spdlog/logger.h>
-#include <spdlog/pattern_formatter.h>
-#include <spdlog/sinks/rotating_file_sink.h>
-#include <spdlog/sinks/stdout_sinks.h>
-#include <vector>
+#include <cstdio>
+#include <mutex>
+#include <utility>
 
-static constexpr uint64_t FILE_BYTES_DEFAULT = 10u << 20, FILE_BYTES_MIN = 4096;
-static constexpr int FILE_COUNT_DEFAULT = 5, FILE_COUNT_MAX = 1000;
+// Some ten thousand lines: what a busy host may keep a thread from writing for a moment.
+static constexpr uint64_t QUEUE_BYTES_DEFAULT = 4u << 20;
+// How long a process that ends waits for an output that may be standing still.
+static constexpr auto FLUSH_TIME = std::chrono::seconds(1);
 
-// Guarded by the log's lock. `dated` writes lines with their date; `journal`, where there is one, without: the journal
-// dates its entries itself.
-struct log_outputs {
-    std::shared_ptr<spdlog::logger> dated, journal;
+enum output_form { FORM_DATED, FORM_JOURNAL };
+
+// Before the log is opened lines are written in place, in order with what the program itself writes there.
+struct log_output {
+    output_form form;
+    os_log_target in_place;
+    std::shared_ptr<os_log_queue> queue;
 };
+using log_outputs = std::vector<log_output>;
 
-static std::shared_ptr<spdlog::logger> logger_of(std::vector<spdlog::sink_ptr> sinks)
-{
-    auto logger = std::make_shared<spdlog::logger>("", sinks.begin(), sinks.end());
-    // The same end of line on every host.
-    logger->set_formatter(std::make_unique<spdlog::pattern_formatter>("%v", spdlog::pattern_time_type::local, "\n"));
-    logger->set_level(spdlog::level::trace);
-    // Tracing is too much to be pushed out line by line.
-    logger->flush_on(spdlog::level::debug);
-    return logger;
-}
-
-// Never destroyed: threads that outlive main still log.
+// Guarded by the log's lock. Never destroyed: threads that outlive main still log.
 static log_outputs &outputs()
 {
-    static auto opened = new log_outputs{logger_of({std::make_shared<spdlog::sinks::stderr_sink_mt>()}), nullptr};
+    static auto opened = new log_outputs{{FORM_DATED, os_log_stderr_target(), nullptr}};
     return *opened;
 }
 
-static spdlog::level::level_enum severity(int level)
+// ---- Lines ----------------------------------------------------------------------------------------------------------
+
+static std::string date_text(int64_t ms)
 {
-    constexpr spdlog::level::level_enum SEVERITIES[] = {spdlog::level::trace, spdlog::level::info, spdlog::level::warn,
-                                                        spdlog::level::err, spdlog::level::critical};
-    return SEVERITIES[std::clamp<int>(level, LOG_TRACE, LOG_FATAL) - LOG_TRACE];
+    struct tm parts = {};
+    os_localtime(ms / 1000, &parts);
+    char text[48];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d.%03d", parts.tm_year + 1900, parts.tm_mon + 1,
+                  parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec, static_cast<int>(ms % 1000));
+    return text;
 }
 
 // The priorities of syslog(3) that journals read between angle brackets.
@@ -54,87 +50,103 @@ static int journal_priority(int level)
     return PRIORITIES[std::clamp<int>(level, LOG_TRACE, LOG_FATAL) - LOG_TRACE];
 }
 
-// False for a name that means a device whatever is there. The file's library makes missing folders, which it cannot do
-// behind the prefix of long paths.
-#if defined(_WIN32)
-static bool file_name(const std::string &host, spdlog::filename_t *name)
+// The journal dates its entries itself.
+static std::string entry_of(output_form form, int64_t wall_ms, int level, std::string_view line)
 {
-    std::wstring path;
-    return os_win32_path(host, &path) && os_wide(host, name);
+    std::string entry = form == FORM_JOURNAL ? "<" + std::to_string(journal_priority(level)) + ">" : date_text(wall_ms) + " ";
+    return entry.append(line).append("\n");
 }
-#else
-static bool file_name(const std::string &host, spdlog::filename_t *name)
-{
-    *name = host;
-    return true;
-}
-#endif
 
-static spdlog::sink_ptr file_sink(const os_log_settings &settings)
+// Told by an output's own thread, so that it is dated by the host's clock, whatever is installed.
+template <output_form form> static std::string note_of(int level, uint64_t count)
 {
-    std::string host;
-    spdlog::filename_t name;
-    os_file_info info;
-    if (!os_path_resolve(settings.file, &host) || !file_name(host, &name) ||
-        (os_file_stat(settings.file, 0, &info) && !info.is_regular))
-        return nullptr;
-    uint64_t bytes = settings.file_bytes == 0 ? FILE_BYTES_DEFAULT : std::max(settings.file_bytes, FILE_BYTES_MIN);
-    int count = settings.file_count <= 0 ? FILE_COUNT_DEFAULT : std::min(settings.file_count, FILE_COUNT_MAX);
-    spdlog::file_event_handlers handlers;
-    handlers.after_open = [](const spdlog::filename_t &, std::FILE *stream) { os_stream_keep(stream); };
-    return std::make_shared<spdlog::sinks::rotating_file_sink_mt>(name, static_cast<size_t>(bytes),
-                                                                  static_cast<size_t>(count), false, handlers);
+    std::string line = "[" + std::to_string(level) + "] ... " + std::to_string(count) + " lines were not written";
+    return entry_of(form, os_host_wall_ms(), level, line);
+}
+
+// ---- Opening --------------------------------------------------------------------------------------------------------
+
+static bool add_output(log_outputs *opened, output_form form, os_log_target target, const os_log_settings &settings)
+{
+    uint64_t bytes = settings.queue_bytes == 0 ? QUEUE_BYTES_DEFAULT : settings.queue_bytes;
+    os_log_note note = form == FORM_JOURNAL ? note_of<FORM_JOURNAL> : note_of<FORM_DATED>;
+    opened->push_back({form, {}, os_log_queue_start(std::move(target), bytes, note)});
+    return opened->back().queue != nullptr;
 }
 
 static bool outputs_for(const os_log_settings &settings, log_outputs *opened)
 {
-    auto to_stderr = std::make_shared<spdlog::sinks::stderr_sink_mt>();
     bool is_journal = settings.to_journal && os_stderr_is_journal();
-    std::vector<spdlog::sink_ptr> dated;
-    if (settings.to_stderr && !is_journal)
-        dated.push_back(to_stderr);
     if (settings.file != nullptr) {
-        dated.push_back(file_sink(settings));
-        if (dated.back() == nullptr)
+        os_log_target file;
+        if (!os_log_file_target(settings, &file) || !add_output(opened, FORM_DATED, std::move(file), settings))
             return false;
     }
-    *opened = {logger_of(dated), is_journal ? logger_of({to_stderr}) : nullptr};
-    return true;
+    return (!is_journal && !settings.to_stderr) ||
+           add_output(opened, is_journal ? FORM_JOURNAL : FORM_DATED, os_log_stderr_target(), settings);
+}
+
+static void close_outputs(const log_outputs &closed)
+{
+    auto until = std::chrono::steady_clock::now() + FLUSH_TIME;
+    for (const log_output &output : closed)
+        if (output.queue != nullptr)
+            os_log_queue_end(*output.queue, until);
 }
 
 bool os_log_output_open(const os_log_settings &settings)
 {
+    static std::once_flag s_once;
+    std::call_once(s_once, [] { os_log_at_end(os_log_flush); });
+    log_outputs opened;
     // The file's library answers with exceptions.
     try {
-        log_outputs opened;
-        if (!outputs_for(settings, &opened))
-            return false;
-        outputs() = opened;
-        return true;
+        bool is_opened = outputs_for(settings, &opened);
+        if (is_opened)
+            outputs().swap(opened);
+        close_outputs(opened);
+        return is_opened;
     } catch (...) {
+        close_outputs(opened);
         return false;
     }
 }
 
-static void write_line(spdlog::logger &logger, int level, const std::string &text)
+// ---- Writing --------------------------------------------------------------------------------------------------------
+
+void os_log_output_write(int level, std::string_view line)
 {
-    logger.log(severity(level), spdlog::string_view_t(text.data(), text.size()));
+    int64_t wall_ms = os_wall_ms();
+    for (log_output &output : outputs()) {
+        std::string entry = entry_of(output.form, wall_ms, level, line);
+        if (output.queue != nullptr)
+            os_log_queue_push(*output.queue, level, std::move(entry));
+        else
+            output.in_place.write(entry);
+    }
 }
 
-void os_log_output_write(int level, std::string_view date, std::string_view line)
+void os_log_output_lose(int level)
 {
-    std::string dated(date);
-    write_line(*outputs().dated, level, dated.append(" ").append(line));
-    if (outputs().journal == nullptr)
-        return;
-    std::string entry("<");
-    entry.append(std::to_string(journal_priority(level))).append(">").append(line);
-    write_line(*outputs().journal, level, entry);
+    for (log_output &output : outputs())
+        if (output.queue != nullptr)
+            os_log_queue_lose(*output.queue, level);
+        else
+            output.in_place.write("a log line was lost for want of memory\n");
 }
 
-void os_log_output_flush()
+std::vector<std::shared_ptr<os_log_queue>> os_log_output_queues()
 {
-    outputs().dated->flush();
-    if (outputs().journal != nullptr)
-        outputs().journal->flush();
+    std::vector<std::shared_ptr<os_log_queue>> queues;
+    for (const log_output &output : outputs())
+        if (output.queue != nullptr)
+            queues.push_back(output.queue);
+    return queues;
+}
+
+void os_log_output_flush(const std::vector<std::shared_ptr<os_log_queue>> &queues)
+{
+    auto until = std::chrono::steady_clock::now() + FLUSH_TIME;
+    for (const auto &queue : queues)
+        os_log_queue_flush(*queue, until);
 }

@@ -34,7 +34,7 @@ service_process::~service_process()
 {
     end_now();
     std::string text = log();
-    for (const char *report : {"Sanitizer:", "runtime error:", "lock order"})
+    for (const char *report : {"Sanitizer:", "runtime error:", "lock order", "lock lent"})
         if (size_t at = text.find(report); at != std::string::npos)
             ADD_FAILURE() << text.substr(at > 200 ? at - 200 : 0, 8000);
 }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-inline const os_log_settings s_start_settings = {LOG_REFUSE, 1, nullptr, 0, 0, 0, 0};
+inline const os_log_settings s_start_settings = {LOG_REFUSE, 1, nullptr, 0, 0, 0, 0, 0};
 
 class OsLog : public testing::Test {
 protected:
@@ -19,7 +19,7 @@ protected:
     void open(int level, uint32_t burst = 0, uint64_t file_bytes = 0, int file_count = 0)
     {
         const std::string path = folder_.file("log.txt");
-        const os_log_settings settings = {level, 0, path.c_str(), file_bytes, file_count, 0, burst};
+        const os_log_settings settings = {level, 0, path.c_str(), file_bytes, file_count, 0, burst, 0};
         ASSERT_EQ(os_log_open(&settings), 1);
     }
     // The lines of the file without their dates.

@@ -28,7 +28,7 @@ TEST_F(OsLog, JournalLinesBeginWithTheirPriority)
     struct stat info = {};
     ASSERT_EQ(fstat(STDERR_FILENO, &info), 0);
     setenv("JOURNAL_STREAM", (std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino)).c_str(), 1);
-    const os_log_settings settings = {LOG_TRACE, 1, nullptr, 0, 0, 1, 0};
+    const os_log_settings settings = {LOG_TRACE, 1, nullptr, 0, 0, 1, 0, 0};
     EXPECT_EQ(os_log_open(&settings), 1);
     for (int level = LOG_TRACE; level <= LOG_FATAL; level++)
         log_debug_ex(level, "u", level, "x");

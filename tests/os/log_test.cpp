@@ -195,7 +195,7 @@ TEST_F(OsLog, FloodTakesBoundedRoom)
 
 TEST_F(OsLog, LevelsOutsideTheScaleAreDrawnIn)
 {
-    os_log_settings settings = {0, 0, nullptr, 0, 0, 0, 0};
+    os_log_settings settings = {0, 0, nullptr, 0, 0, 0, 0, 0};
     ASSERT_EQ(os_log_open(&settings), 1);
     EXPECT_EQ(os_log_enabled(LOG_TRACE), 1);
     settings.level = 99;
@@ -209,6 +209,7 @@ TEST_F(OsLog, StandardErrorIsWrittenTo)
     testing::internal::CaptureStderr();
     ASSERT_EQ(os_log_open(&s_start_settings), 1);
     log_debug_ex(LOG_REFUSE, "u", 7, "to the terminal");
+    os_log_flush();
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 MatchesRegex("....-..-.. ..:..:..\\.... \\[2\\] u:7 to the terminal\n"));
 }
@@ -358,7 +359,7 @@ TEST_F(OsLog, FileThatCannotBeOpenedLeavesTheOutputs)
     open(LOG_REFUSE);
     folder_.write("file", "");
     for (const std::string &path : {host_special_file(folder_), folder_.path().string(), folder_.file("file/log.txt")}) {
-        const os_log_settings wrong = {LOG_TRACE, 0, path.c_str(), 0, 0, 0, 0};
+        const os_log_settings wrong = {LOG_TRACE, 0, path.c_str(), 0, 0, 0, 0, 0};
         EXPECT_EQ(os_log_open(&wrong), 0) << path;
     }
     EXPECT_EQ(os_log_open(nullptr), 0);
@@ -367,14 +368,43 @@ TEST_F(OsLog, FileThatCannotBeOpenedLeavesTheOutputs)
     EXPECT_THAT(lines(), ElementsAre("[2] u:1 still here"));
 }
 
+static std::string bytes_of(const std::filesystem::path &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST_F(OsLog, TheLastLineBeforeTheEndIsWrittenWhenTheCallReturns)
+{
+    open(LOG_REFUSE);
+    for (int i = 0; i < 1000; i++)
+        log_debug_ex(LOG_REFUSE, "u", i, "before");
+    log_debug_ex(LOG_FATAL, "u", 1, "the last words");
+    EXPECT_THAT(bytes_of(folder_.path() / "log.txt"), EndsWith(" [5] u:1 the last words\n"));
+}
+
+TEST_F(OsLog, FileThatFailsIsCountedAndSaysNothingElsewhere)
+{
+    // In the way of the older file.
+    folder_.write("log.1.txt/file", "");
+    testing::internal::CaptureStderr();
+    open(LOG_REFUSE, 0, 4096, 1);
+    for (int i = 0; i < 2; i++)
+        log_debug_ex(LOG_REFUSE, "u", i, "%s", std::string(4000, 'x').c_str());
+    log_debug_ex(LOG_REFUSE, "u", 3, "goes on");
+    EXPECT_THAT(lines(), ElementsAre("[2] ... 1 lines were not written", "[2] u:3 goes on"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
 TEST_F(OsLog, WithoutAJournalTheTerminalIsUsed)
 {
     for (const char *stream : {"", "1:2", "nonsense"}) {
         testing::internal::CaptureStderr();
         environment_set("JOURNAL_STREAM", stream);
-        const os_log_settings settings = {LOG_TRACE, 1, nullptr, 0, 0, 1, 0};
+        const os_log_settings settings = {LOG_TRACE, 1, nullptr, 0, 0, 1, 0, 0};
         EXPECT_EQ(os_log_open(&settings), 1);
         log_debug_ex(LOG_REFUSE, "u", 1, "x");
+        os_log_flush();
         environment_set("JOURNAL_STREAM", nullptr);
         EXPECT_THAT(testing::internal::GetCapturedStderr(), EndsWith(" [2] u:1 x\n")) << stream;
     }

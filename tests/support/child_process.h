@@ -12,6 +12,7 @@ struct child_options {
     std::vector<std::string> environment{}; // "NAME=value", beside what the test itself has
     std::string in{}, out{}, err{};         // files of its standard streams; empty: nothing to read, the test's own
     bool out_is_pipe = false;               // `read` takes what it writes to standard output
+    bool err_is_pipe = false;               // or, instead, to standard error
 };
 
 struct child_figures {

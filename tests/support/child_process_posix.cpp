@@ -68,10 +68,10 @@ static void become(const child_options &options, int pipe_end, int parent, char 
     };
     bool is_connected = connect(options.in.empty() ? "/dev/null" : options.in.c_str(), O_RDONLY, STDIN_FILENO);
     if (pipe_end >= 0)
-        is_connected = is_connected && dup2(pipe_end, STDOUT_FILENO) >= 0;
-    else if (!options.out.empty())
+        is_connected = is_connected && dup2(pipe_end, options.err_is_pipe ? STDERR_FILENO : STDOUT_FILENO) >= 0;
+    if (!options.out_is_pipe && !options.out.empty())
         is_connected = is_connected && connect(options.out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
-    if (!options.err.empty())
+    if (!options.err_is_pipe && !options.err.empty())
         is_connected = is_connected && connect(options.err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
     if (is_connected && (options.folder.empty() || chdir(options.folder.c_str()) == 0))
         execve(argv[0], argv, environment);
@@ -84,7 +84,7 @@ bool child_process::start(const std::vector<std::string> &words, const child_opt
     std::vector<std::string> argument_texts = words, environment_texts = environment_with(options.environment);
     std::vector<char *> argv = pointers_to(argument_texts), environment = pointers_to(environment_texts);
     int ends[2] = {-1, -1}, parent = getpid();
-    if (options.out_is_pipe && pipe2(ends, O_CLOEXEC) != 0)
+    if ((options.out_is_pipe || options.err_is_pipe) && pipe2(ends, O_CLOEXEC) != 0)
         return false;
     state_->pid = fork();
     if (state_->pid == 0) {

@@ -195,7 +195,7 @@ bool child_process::start(const std::vector<std::string> &words, const child_opt
     state_->console = std::make_unique<own_console>(nobody->get());
     shared_handle in = stream_open(options.in.empty() ? "NUL" : options.in, GENERIC_READ, OPEN_EXISTING);
     shared_handle out = options.out_is_pipe ? pipe_open(&state_->pipe) : output_open(options.out, STD_OUTPUT_HANDLE);
-    shared_handle err = output_open(options.err, STD_ERROR_HANDLE);
+    shared_handle err = options.err_is_pipe ? pipe_open(&state_->pipe) : output_open(options.err, STD_ERROR_HANDLE);
     start_information streams(state_->console->get(), in->get(), out->get(), err->get());
     std::wstring line = command_line(words), environment = environment_with(options.environment);
     std::wstring folder = wide(options.folder);
