@@ -64,7 +64,7 @@ class os_unlock_guard {
     explicit os_unlock_guard(os_lock_guard &held, os_place place = os_place::current())
         : mutex_(held.mutex()), place_(place)
     {
-        os_mutex_unlock(mutex_);
+        os_mutex_lend_at(mutex_, place_.file_name(), static_cast<int>(place_.line()));
     }
     ~os_unlock_guard() { os_mutex_lock_at(mutex_, place_.file_name(), static_cast<int>(place_.line())); }
     os_unlock_guard(const os_unlock_guard &) = delete;
@@ -75,9 +75,9 @@ class os_unlock_guard {
     os_place place_;
 };
 
-inline void os_sleep_unlocked(os_lock_guard &held, uint32_t ms)
+inline void os_sleep_unlocked(os_lock_guard &held, uint32_t ms, os_place place = os_place::current())
 {
-    os_unlock_guard released(held);
+    os_unlock_guard released(held, place);
     os_sleep(ms);
 }
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-// A thread that holds more ranked locks than this at once has lost its way.
+// A thread that holds more locks than this at once has lost its way.
 static constexpr size_t HELD_MAX = 32;
 
 struct held_lock {
@@ -50,7 +50,7 @@ void os_lock_order_check(const void *mutex, const os_lock_rank &rank, const os_l
 
 void os_lock_order_taken(const void *mutex, const os_lock_rank &rank, const os_lock_place &place)
 {
-    if (rank.rank != 0 && t_held_count < HELD_MAX)
+    if (t_held_count < HELD_MAX)
         t_held[t_held_count++] = {mutex, rank, place};
 }
 
@@ -64,6 +64,23 @@ void os_lock_order_released(const void *mutex)
     for (; i < t_held_count; i++)
         t_held[i - 1] = t_held[i];
     t_held_count--;
+}
+
+void os_lock_order_check_lent(const void *mutex, const os_lock_place &place)
+{
+    size_t times = 0;
+    for (size_t i = 0; i < t_held_count; i++)
+        times += t_held[i].mutex == mutex;
+    if (times == 1 || t_held_count == HELD_MAX)
+        return;
+    std::fprintf(stderr, "lock lent: held %zu times by the thread that lends it at %s:%d\n", times,
+                 text_or(place.file, "?"), place.line);
+    for (size_t i = 0; i < t_held_count; i++)
+        if (t_held[i].mutex == mutex)
+            std::fprintf(stderr, "lock lent: %s (rank %d) taken at %s:%d\n", text_or(t_held[i].rank.name, "?"),
+                         t_held[i].rank.rank, text_or(t_held[i].place.file, "?"), t_held[i].place.line);
+    std::fflush(stderr);
+    std::abort();
 }
 
 #endif

@@ -8,7 +8,7 @@ struct os_lock_place {
     int line;
 };
 
-// What the check knows about a mutex. Rank 0 is not checked.
+// What the check knows about a mutex. Rank 0 has no place in the order.
 struct os_lock_rank {
     int rank;
     const char *name;
@@ -19,8 +19,11 @@ struct os_lock_rank {
 void os_lock_order_check(const void *mutex, const os_lock_rank &rank, const os_lock_place &place);
 void os_lock_order_taken(const void *mutex, const os_lock_rank &rank, const os_lock_place &place);
 void os_lock_order_released(const void *mutex);
+// Before lending: ends the process unless the thread holds the mutex exactly once.
+void os_lock_order_check_lent(const void *mutex, const os_lock_place &place);
 #else
 inline void os_lock_order_check(const void *, const os_lock_rank &, const os_lock_place &) {}
 inline void os_lock_order_taken(const void *, const os_lock_rank &, const os_lock_place &) {}
 inline void os_lock_order_released(const void *) {}
+inline void os_lock_order_check_lent(const void *, const os_lock_place &) {}
 #endif

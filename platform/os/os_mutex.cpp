@@ -48,6 +48,13 @@ int os_mutex_unlock(LMutex *mutex)
     return os_host_mutex_give(impl) ? 1 : 0;
 }
 
+int os_mutex_lend_at(LMutex *mutex, const char *file, int line)
+{
+    if (mutex != nullptr && mutex->impl != nullptr)
+        os_lock_order_check_lent(mutex->impl, {file, line});
+    return os_mutex_unlock(mutex);
+}
+
 void os_mutex_set_rank(LMutex *mutex, int rank, const char *name)
 {
     if (mutex != nullptr && mutex->impl != nullptr)
@@ -91,6 +98,7 @@ int os_cond_wait(LCond *cond, LMutex *mutex, uint32_t ms)
         !os_host_mutex_is_mine(mutex->impl))
         return 0;
     os_mutex_impl *held = mutex->impl;
+    os_lock_order_check_lent(held, {"os_cond_wait", 0});
     os_lock_order_released(held);
     bool is_woken = ms != OS_WAIT_FOREVER && os_clock_is_installed() ? wait_installed(cond->impl, held, ms)
                                                                       : os_host_cond_wait(cond->impl, held, ms);

@@ -298,4 +298,44 @@ TEST_F(OsLockOrderDeathTest, ListsHaveAPlaceToo)
         },
         "table .rank 1. taken at .*mutex_test.cpp:[0-9]+ while queue .rank 9.");
 }
+
+TEST_F(OsLockOrder, ALockThatIsHeldOnceIsLent)
+{
+    for (LMutex *mutex : {&inner(), &unranked()}) {
+        os_lock_guard held(mutex);
+        {
+            os_lock_guard again(mutex);
+        }
+        os_unlock_guard lent(held);
+    }
+}
+
+TEST_F(OsLockOrderDeathTest, ALockThatIsHeldTwiceIsNotLent)
+{
+    for (LMutex *mutex : {&inner(), &unranked()}) {
+        os_mutex_lock_at(mutex, "first.cpp", 7);
+        EXPECT_DEATH(
+            {
+                os_lock_guard held(mutex);
+                os_unlock_guard lent(held);
+            },
+            "held 2 times by the thread that lends it at .*mutex_test.cpp:[0-9]+(.|\n)*taken at first.cpp:7");
+        os_mutex_unlock(mutex);
+    }
+}
+
+TEST_F(OsLockOrderDeathTest, ALockThatIsHeldTwiceIsNotSleptWithout)
+{
+    os_lock_guard first(&inner()), held(&inner());
+    EXPECT_DEATH(os_sleep_unlocked(held, 1), "player .rank 2. taken at .*mutex_test.cpp:[0-9]+");
+}
+
+TEST_F(OsLockOrderDeathTest, ALockThatIsHeldTwiceIsNotWaitedWith)
+{
+    LCond cond = {};
+    ASSERT_EQ(os_cond_init(&cond), 1);
+    os_lock_guard first(&inner()), held(&inner());
+    EXPECT_DEATH(os_cond_wait(&cond, held.mutex(), 1), "held 2 times by the thread that lends it at os_cond_wait");
+    EXPECT_EQ(os_cond_destroy(&cond), 1);
+}
 #endif
