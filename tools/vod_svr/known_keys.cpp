@@ -15,6 +15,7 @@ static constexpr known_key s_known[] = {
     {SVR, "log.file", SETTING_TEXT},
     {SVR, "log.file_bytes", SETTING_NUMBER},
     {SVR, "log.file_count", SETTING_NUMBER},
+    {SVR, "log.queue_bytes", SETTING_NUMBER},
 
     {MS, "listen", SETTING_TEXT},
     {MS, "port", SETTING_NUMBER},

@@ -10,6 +10,7 @@
 
 static constexpr char SVR_CONFIG[] = "etc\\conf\\vod_svr.json";
 static constexpr size_t STORE_ADDRESS_MAX = 1023;
+static constexpr int LOG_QUEUE_BYTES_MIN = 1 << 16, LOG_QUEUE_BYTES_MAX = 1 << 30;
 
 static void log_settings_read(json_object *log, svr_settings *settings)
 {
@@ -21,6 +22,7 @@ static void log_settings_read(json_object *log, svr_settings *settings)
     int bytes = json_object_get_field_int(log, "file_bytes", static_cast<int>(settings->log_file_bytes));
     settings->log_file_bytes = bytes > 0 ? static_cast<uint64_t>(bytes) : settings->log_file_bytes;
     settings->log_file_count = json_object_get_field_int(log, "file_count", settings->log_file_count);
+    settings->log_queue_bytes = json_object_get_field_int(log, "queue_bytes", settings->log_queue_bytes);
 }
 
 // The libraries take a file that they cannot read for a missing one. Here that would drop limits, access rules among
@@ -67,6 +69,10 @@ bool svr_settings_read(svr_settings *settings, std::string *error)
         *error = "log.level in etc/conf/vod_svr.json must be 1 to 5";
         return false;
     }
+    if (settings->log_queue_bytes < LOG_QUEUE_BYTES_MIN || settings->log_queue_bytes > LOG_QUEUE_BYTES_MAX) {
+        *error = "log.queue_bytes in etc/conf/vod_svr.json must be 65536 to 1073741824";
+        return false;
+    }
     return true;
 }
 
@@ -98,6 +104,7 @@ bool svr_settings_apply(const svr_settings &settings, std::string *error)
     log.file = settings.log_file.empty() ? nullptr : settings.log_file.c_str();
     log.file_bytes = settings.log_file_bytes;
     log.file_count = settings.log_file_count;
+    log.queue_bytes = static_cast<uint64_t>(settings.log_queue_bytes);
     if (!os_log_open(&log)) {
         *error = "the log cannot be opened: " + settings.log_file + "; see log.file in etc/conf/vod_svr.json";
         return false;

@@ -17,6 +17,7 @@ struct svr_settings {
     std::string log_file; // empty: none
     uint64_t log_file_bytes = 10u << 20;
     int log_file_count = 5;
+    int log_queue_bytes = 4 << 20;
     // What stands in the three files without effect, a line of words each.
     std::vector<std::string> findings;
 };

@@ -71,7 +71,6 @@ static void stop_service()
 {
     ms_cleanup();
     vod_cleanup();
-    os_log_flush();
 }
 
 static int run(const svr_arguments &arguments)
@@ -125,5 +124,7 @@ int main(int argc, char **argv)
     } catch (const CLI::ParseError &wrong) {
         return app.exit(wrong) == 0 ? EXIT_STOPPED : EXIT_USAGE;
     }
-    return run(arguments);
+    int status = run(arguments);
+    os_log_flush();
+    return status;
 }
