@@ -26,7 +26,7 @@ static int32_t session_of(search_state &state)
     return state.session;
 }
 
-// The service forgets no search by itself. It does not answer this.
+// The service keeps a search for minutes, a place that others may need. It does not answer this.
 static void end_session(search_state &state)
 {
     int32_t session = 0;

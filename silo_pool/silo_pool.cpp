@@ -55,12 +55,24 @@ static void lists_destroy()
     s_conn_pool.free_connections = s_conn_pool.used_connections = nullptr;
 }
 
-static void uri_choose()
+static const char *uri_wanted()
 {
     if (s_silo_pool_uri[0] != '\0')
-        return;
+        return s_silo_pool_uri;
     const char *named = os_environment_get("ZETA_DB_SOCK");
-    text_copy(s_silo_pool_uri, named != nullptr ? named : "127.0.0.1:12777");
+    return named != nullptr ? named : "127.0.0.1:12777";
+}
+
+static void uri_choose()
+{
+    if (const char *uri = uri_wanted(); uri != s_silo_pool_uri)
+        text_copy(s_silo_pool_uri, uri);
+}
+
+bool silo_pool_is_server()
+{
+    std::lock_guard once(s_silo_pool_once);
+    return !std::string_view(uri_wanted()).starts_with("lmdb:");
 }
 
 static void silo_pool_init()

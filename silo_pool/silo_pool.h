@@ -19,6 +19,8 @@ struct silo_connection {
 // Where the store is, at most 1023 bytes. Counts until the first connection is asked for; without it the environment
 // variable ZETA_DB_SOCK counts, then "127.0.0.1:12777".
 void silo_pool_set_db_uri(const char *uri);
+// Whether that is a server, which others share, and no folder of this machine.
+bool silo_pool_is_server();
 // The oldest idle connection, or a new one, which is opened with the pool's lock held. NULL when none can be opened.
 silo_connection *silo_pool_get_connection();
 // One whose store reported an error is closed. At most three are kept idle, none longer than 9999 ms.

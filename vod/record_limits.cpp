@@ -2,6 +2,7 @@
 
 #include "platform/json/json.h"
 #include "platform/os/os_guard.h"
+#include "vod/silo_file_ops.h"
 
 #include <algorithm>
 #include <atomic>
@@ -15,13 +16,33 @@ struct record_limit {
 };
 } // namespace
 
-static record_limit s_waiting_max = {"waiting_max", 4, 1, 64, 4};
+static record_limit s_max_waiting = {"max_waiting", 4, 1, 64, 4};
+// Room for an office behind one address.
+static record_limit s_max_per_address = {"max_per_address", 128, 1, SILO_FINDINGS_MAX, 128};
+static record_limit s_max_on_server = {"max_on_server", 32, 1, SILO_FINDINGS_MAX, 32};
+static record_limit s_idle_seconds = {"idle_seconds", 600, 1, 86400, 600};
 
-static record_limit *const s_limits[] = {&s_waiting_max};
+static record_limit *const s_limits[] = {&s_max_waiting, &s_max_per_address, &s_max_on_server, &s_idle_seconds};
 
 uint32_t record_waiting_max()
 {
-    return s_waiting_max.value;
+    return s_max_waiting.value;
+}
+
+uint32_t record_all_max(bool is_server)
+{
+    return is_server ? s_max_on_server.value.load() : static_cast<uint32_t>(SILO_FINDINGS_MAX);
+}
+
+uint32_t record_address_max(bool is_server)
+{
+    uint32_t wanted = s_max_per_address.value;
+    return is_server ? std::clamp(record_all_max(true) / 2, 1u, wanted) : wanted;
+}
+
+uint64_t record_idle_ms()
+{
+    return uint64_t{1000} * s_idle_seconds.value;
 }
 
 void record_limits_read(json_object *config)

@@ -1,9 +1,10 @@
-// The record worker's operations on the index, and the sessions that they open and close.
+// The record worker's operations on the index.
 #include "vod/record_worker.h"
 
 #include "comm_func/comm_func.h"
 #include "platform/os/os_guard.h"
 #include "vod/record_outbox.h"
+#include "vod/record_sessions.h"
 #include "vod/record_size.h"
 #include "vod/record_text.h"
 
@@ -16,78 +17,17 @@ int32_t s_storage_type;
 static constexpr int32_t RECORD_TYPE_KEPT = 8;     // of any size
 static constexpr int64_t RECORD_SIZE_MIN = 512000; // others are dropped up to this size
 
-// ---- Sessions -------------------------------------------------------------------------------------------------------
-
-static bool session_add(VodRecFindfd *session)
-{
-    DList *sessions = s_lst_findfds;
-    if (sessions == nullptr)
-        return false;
-    dlist_guard held(sessions);
-    return adt_dlist_push_back(sessions, &session) != nullptr;
-}
-
 static MsLink *caller_of(const VodOperateRecItem *item)
 {
     return item->udata == nullptr ? nullptr : item->udata->mslink;
-}
-
-// Empty when the client has gone meanwhile.
-static void caller_name(const VodOperateRecItem *item, char (&name)[RECORD_PEER_NAME])
-{
-    if (!mslink_peer_name(caller_of(item), name, sizeof name))
-        name[0] = '\0';
 }
 
 // A client that finds its search closed or read by another is to be told from the log who it was.
 static void tell_of_others(const VodRecFindfd *session, const VodOperateRecItem *item, const char *what)
 {
     char name[RECORD_PEER_NAME];
-    caller_name(item, name);
+    record_caller_name(item, name);
     LOG(LOG_REFUSE, "the session %d of %s is %s by %s", session->findfd, session->owner_name, what, name);
-}
-
-static bool session_open(int32_t findfd, const VodOperateRecItem *item)
-{
-    auto session = static_cast<VodRecFindfd *>(std::calloc(1, sizeof(VodRecFindfd)));
-    if (session != nullptr) {
-        session->findfd = findfd;
-        session->owner = caller_of(item);
-        caller_name(item, session->owner_name);
-        if (session_add(session))
-            return true;
-    }
-    std::free(session);
-    // Nobody could ever close it.
-    silo_db_find_close(findfd);
-    return LOGGED(false, LOG_SYSTEM, "no memory for the session %d", findfd);
-}
-
-// Takes a session out of the list, null when there is no such one.
-static VodRecFindfd *session_take(int32_t findfd)
-{
-    DList *sessions = s_lst_findfds;
-    if (sessions == nullptr)
-        return nullptr;
-    dlist_guard held(sessions);
-    for (DListNode *node = adt_dlist_head(sessions); node != nullptr; node = adt_dlist_next(node)) {
-        auto session = *static_cast<VodRecFindfd **>(adt_dlist_data(node));
-        if (session->findfd != findfd)
-            continue;
-        session->time = 0;
-        adt_dlist_erase(sessions, node);
-        return session;
-    }
-    return nullptr;
-}
-
-static void session_give_back(VodRecFindfd *session)
-{
-    if (session_add(session))
-        return;
-    LOG(LOG_SYSTEM, "no memory for the session %d", session->findfd);
-    silo_db_find_close(session->findfd);
-    std::free(session);
 }
 
 // ---- Opening and closing --------------------------------------------------------------------------------------------
@@ -97,9 +37,10 @@ static int operate_find_file(VodOperateRecItem *item)
     if (item->size != int32_t{sizeof(VodAsynRec_FindFile)})
         return LOGGED(0, LOG_SYSTEM, "item->size != sizeof(AsynRec_FindFile)");
     auto opit = static_cast<VodAsynRec_FindFile *>(item->param);
-    opit->success = silo_db_find_file(opit->host_id, opit->ch, opit->filetype, &opit->start, &opit->end, &opit->findfd);
+    opit->success = record_session_admit(item) && silo_db_find_file(opit->host_id, opit->ch, opit->filetype, &opit->start,
+                                                                    &opit->end, &opit->findfd);
     if (opit->success)
-        opit->success = session_open(opit->findfd, item);
+        opit->success = record_session_open(opit->findfd, item);
     return 1;
 }
 
@@ -108,7 +49,7 @@ static int operate_find_close(VodOperateRecItem *item)
     if (item->size != int32_t{sizeof(VodAsynRec_FindClose)})
         return LOGGED(0, LOG_SYSTEM, "item->size != sizeof(AsynRec_FindClose)");
     auto opit = static_cast<VodAsynRec_FindClose *>(item->param);
-    VodRecFindfd *session = session_take(opit->findfd);
+    VodRecFindfd *session = record_session_take(opit->findfd);
     if (session == nullptr)
         return LOGGED(0, LOG_SYSTEM, "node == NULL");
     if (session->owner != caller_of(item))
@@ -208,7 +149,7 @@ static int operate_get_file(VodOperateRecItem *item)
         return LOGGED(0, LOG_SYSTEM, "item->size != sizeof(VodAsynRec_GetFile)");
     auto opit = static_cast<VodAsynRec_GetFile *>(item->param);
     // Out of the list it cannot be closed while it is read.
-    VodRecFindfd *session = session_take(opit->findfd);
+    VodRecFindfd *session = record_session_take(opit->findfd);
     if (session == nullptr)
         return LOGGED(0, LOG_SYSTEM, "node == NULL");
     if (session->owner != caller_of(item) && !session->is_shared_told) {
@@ -216,7 +157,7 @@ static int operate_get_file(VodOperateRecItem *item)
         tell_of_others(session, item, "read");
     }
     read_records(opit, record_outbox_room(caller_of(item)));
-    session_give_back(session);
+    record_session_give_back(session, item);
     return 1;
 }
 

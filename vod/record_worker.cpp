@@ -27,7 +27,7 @@ static uint32_t s_asyn_workers;
 static constexpr uint64_t STALL_MS = 1000;
 // How often it is looked whether connections have taken their replies, while commands of theirs wait for that.
 static constexpr uint32_t HELD_UP_MS = 10;
-// Until replies are tried again for which there was no memory.
+// Until that is tried again for which there was no memory.
 static constexpr uint32_t RETRY_MS = 100;
 
 int record_lists_create()
@@ -163,12 +163,13 @@ static void item_done(VodOperateRecItem *item)
     record_pressure_leave(mslink);
 }
 
-static uint32_t replies_try()
+// Tries replies again and closes what was forgotten. In how many milliseconds there may be more of that.
+static uint32_t tend()
 {
     try {
-        return record_outbox_try();
+        return std::min(record_outbox_try(), record_sessions_sweep());
     } catch (const std::exception &error) {
-        return LOGGED(RETRY_MS, LOG_SYSTEM, "record_outbox_try: %s", error.what());
+        return LOGGED(RETRY_MS, LOG_SYSTEM, "record worker: %s", error.what());
     }
 }
 
@@ -195,7 +196,7 @@ int rec_asyn_op_thread_start(void *arg)
         s_asyn_thread_is_terminate.load());
     while (!s_asyn_thread_is_terminate) {
         uint64_t seen = queued_so_far();
-        uint32_t wait_ms = replies_try();
+        uint32_t wait_ms = tend();
         bool is_held_up = false;
         if (VodOperateRecItem *item = queue_take(queue, &is_held_up)) {
             operate(item);

@@ -2,7 +2,7 @@
 // the open search sessions and answers.
 #pragma once
 
-#include "vod/record_item.h"
+#include "vod/record_sessions.h"
 
 #include <atomic>
 
@@ -13,17 +13,6 @@ extern std::atomic<DList *> s_lst_asyn_op;
 
 // Never set: the recordings are always files of this host.
 extern int32_t s_storage_type;
-
-constexpr size_t RECORD_PEER_NAME = 64; // "[address]:port"
-
-// An open session. Its number is all that a client needs to use it, so others than its owner may.
-struct VodRecFindfd {
-    int32_t findfd;
-    int32_t time; // since it was last read; nothing advances it
-    MsLink *owner;
-    char owner_name[RECORD_PEER_NAME];
-    int32_t is_shared_told; // that others read it too
-};
 
 // At most so many records are delivered by one command, whatever it asks for.
 constexpr int32_t RECORD_COUNT_MAX = 10'000;

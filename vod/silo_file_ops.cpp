@@ -3,6 +3,7 @@
 #include "platform/os/os_guard.h"
 #include "silo_pool/rbtree.h"
 #include "silo_pool/silo_orb.h"
+#include "silo_pool/silo_pool.h"
 #include "silo_pool/silo_values.h"
 #include "vod/lock_ranks.h"
 
@@ -64,6 +65,11 @@ static finding *find_by_id(const mod_guard &, int32_t id)
 int silo_db_init()
 {
     return silo_orb_initialize();
+}
+
+bool silo_db_is_server()
+{
+    return silo_pool_is_server();
 }
 
 // ---- Opening and closing --------------------------------------------------------------------------------------------

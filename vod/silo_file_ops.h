@@ -54,6 +54,8 @@ int silo_db_find_file(const char *host_id, int32_t ch, int32_t filetype, const D
 // 0 when `f` holds the next recording, -1 when there is none or no such search. One search is used by one thread at a
 // time.
 int silo_db_get_next_file(int32_t findfd, RecordFileInfo *f);
+// Whether the store is a server that others share, going by its address.
+bool silo_db_is_server();
 // 1 when the search was open, 0 otherwise.
 int silo_db_find_close(int32_t findfd);
 

@@ -45,9 +45,9 @@ bool index_fill(const std::string &folder, const std::vector<indexed_record> &re
     return index_fill_store("lmdb:" + folder, records);
 }
 
-bool raw_search::login(uint16_t port, uint16_t kind)
+bool raw_search::login(uint16_t port, uint16_t kind, const std::string &own_address)
 {
-    if (!client_.connect(port) || !client_.send(raw_request(kind, 0, {})) || client_.receive_code(10).empty())
+    if (!client_.connect(port, own_address) || !client_.send(raw_request(kind, 0, {})) || client_.receive_code(10).empty())
         return false;
     return client_.send(raw_get()) && !client_.receive_code(13).empty();
 }

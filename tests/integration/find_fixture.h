@@ -22,7 +22,7 @@ bool index_fill(const std::string &folder, const std::vector<indexed_record> &re
 // A record-search link, byte by byte.
 class raw_search {
 public:
-    bool login(uint16_t port, uint16_t kind = 0x8006);
+    bool login(uint16_t port, uint16_t kind = 0x8006, const std::string &own_address = "127.0.0.1");
     void command(const std::string &xml, uint32_t id = 9);
     // The next reply's text, put together from its pieces and without its zero; empty when none came.
     std::string reply(uint32_t ms = 5000);

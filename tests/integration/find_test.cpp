@@ -6,6 +6,7 @@
 
 class FindDayTest : public FindTest {
 protected:
+    explicit FindDayTest(const service_settings &of = settings()) : FindTest(of) {}
     std::vector<indexed_record> records() override
     {
         return {{.path = "rec\\a.rec", .channel = 1, .begin = "2024-05-06 10:00:00"},
@@ -25,6 +26,18 @@ protected:
                                        : names_in(search.next(std::atoi(text.c_str() + at + 12), 100));
     }
     using names = std::vector<std::string>;
+};
+
+// One address may have all searches.
+class FindAllTest : public FindDayTest {
+protected:
+    FindAllTest() : FindDayTest(unshared()) {}
+    static service_settings unshared()
+    {
+        service_settings made = settings();
+        made.vod_config = R"({"sleep_interval": 0, "search": {"max_per_address": 1024}})";
+        return made;
+    }
 };
 
 TEST_F(FindDayTest, DeviceChannelTypeAndTimeChoose)
@@ -90,7 +103,7 @@ TEST_F(FindDayTest, WhatCannotBeReadGetsNoReplyAndTheLinkGoesOn)
     EXPECT_GT(search.open(), 0) << "the next reply is that of the next command";
 }
 
-TEST_F(FindDayTest, ADisconnectBeforeTheReplyHarmsNobody)
+TEST_F(FindAllTest, ADisconnectBeforeTheReplyHarmsNobody)
 {
     for (int i = 0; i < rounds(50); i++) {
         raw_search search;
@@ -134,7 +147,7 @@ TEST_F(FindDayTest, AFloodOfCommandsIsAnsweredWhole)
     EXPECT_EQ(names_in(search.next(session, 3)).size(), 3u) << "the last of them is answered";
 }
 
-TEST_F(FindDayTest, ForgottenSessionsAreRefusedBeyondTheirLimitAndWritersGoOn)
+TEST_F(FindAllTest, ForgottenSessionsAreRefusedBeyondTheirLimitAndWritersGoOn)
 {
     raw_search search;
     ASSERT_TRUE(search.login(service.port()));

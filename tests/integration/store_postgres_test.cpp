@@ -186,6 +186,28 @@ TEST_F(StorePostgres, ASilentServerAtTheStartIsGivenUp)
     expect_plays("without a store");
 }
 
+TEST_F(StorePostgres, FewSearchesAreOpenAndOneAddressHasHalfOfThemAtMost)
+{
+    fill(3);
+    serve(server_.uri(PATIENT));
+    ASSERT_TRUE(service->start());
+    raw_search one, other;
+    ASSERT_TRUE(one.login(service->port()) && other.login(service->port(), 0x8006, "127.0.0.2"));
+    int ones = 0, others = 0;
+    for (int i = 0; i < 40; i++)
+        ones += find_answer(one) > 0;
+    EXPECT_EQ(ones, 16);
+    const int session = find_answer(other);
+    EXPECT_EQ(read_on(other, session, 10).names.size(), 3u);
+    for (int i = 0; i < 40; i++)
+        others += find_answer(other) > 0;
+    EXPECT_EQ(others, 15);
+    EXPECT_EQ(pg_ask_server(server_.uri(), "SELECT count(*) FROM pg_stat_activity WHERE application_name = 'silo' AND "
+                                           "state = 'idle in transaction'"),
+              "32");
+    EXPECT_GE(said("is refused: 16 of its address are open;"), 1u);
+}
+
 // ---- More searches than the server takes ----------------------------------------------------------------------------
 
 namespace {

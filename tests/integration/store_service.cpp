@@ -58,7 +58,10 @@ found_names read_on(raw_search &search, int session, int page)
 
 void StoreServiceTest::serve(const std::string &store, uint16_t port)
 {
-    service = std::make_unique<service_process>(store_settings(store, port));
+    service_settings settings = store_settings(store, port);
+    if (!vod_config.empty())
+        settings.vod_config = vod_config;
+    service = std::make_unique<service_process>(settings);
     made = make_recording(service->folder().file("rec/a.rec"));
 }
 

@@ -34,6 +34,7 @@ protected:
     void expect_plays(const std::string &when);
     size_t said(const std::string &text) const;
 
+    std::string vod_config; // empty: the usual one
     std::unique_ptr<service_process> service;
     made_recording made;
 };

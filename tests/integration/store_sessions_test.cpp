@@ -14,6 +14,8 @@ class StoreSessions : public StoreServiceTest {
 protected:
     void SetUp() override
     {
+        // One address stands for all clients.
+        vod_config = R"({"sleep_interval": 0, "search": {"max_per_address": 1024}})";
         serve("lmdb:index");
         ASSERT_TRUE(index_fill("index", numbered_records(300)));
         ASSERT_TRUE(service->start());

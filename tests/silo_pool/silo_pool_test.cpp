@@ -53,6 +53,19 @@ TEST_F(PoolTest, AnEmptyAddressIsNone)
     environment_set("ZETA_DB_SOCK", nullptr);
 }
 
+TEST_F(PoolTest, AnythingButAFolderIsAServer)
+{
+    EXPECT_TRUE(silo_pool_is_server()) << "127.0.0.1:12777";
+    environment_set("ZETA_DB_SOCK", "lmdb:var/index");
+    EXPECT_FALSE(silo_pool_is_server());
+    silo_pool_set_db_uri("postgresql://recorder@10.0.0.1/postgres");
+    EXPECT_TRUE(silo_pool_is_server());
+    silo_pool_set_db_uri("lmdb:D:\\index");
+    silo_pool_release_connection(silo_pool_get_connection());
+    environment_set("ZETA_DB_SOCK", nullptr);
+    EXPECT_FALSE(silo_pool_is_server()) << "what is being used, whatever the environment says later";
+}
+
 TEST_F(PoolTest, AnAddressIsCutTo1023Bytes)
 {
     silo_pool_set_db_uri(std::string(2000, 'a').c_str());

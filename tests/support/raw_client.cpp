@@ -104,9 +104,13 @@ raw_client::raw_client() : socket_(std::make_unique<raw_client_socket>())
 
 raw_client::~raw_client() = default;
 
-bool raw_client::connect(uint16_t port)
+bool raw_client::connect(uint16_t port, const std::string &own_address)
 {
     asio::error_code error;
+    socket_->tcp.open(asio::ip::tcp::v4(), error);
+    socket_->tcp.bind({asio::ip::make_address(own_address), 0}, error);
+    if (error)
+        return false;
     socket_->tcp.connect({asio::ip::address_v4::loopback(), port}, error);
     if (error)
         return false;

@@ -42,8 +42,8 @@ class raw_client {
     raw_client(const raw_client &) = delete;
     raw_client &operator=(const raw_client &) = delete;
 
-    // To 127.0.0.1.
-    bool connect(uint16_t port);
+    // To 127.0.0.1. Other addresses of this machine may stand for other clients.
+    bool connect(uint16_t port, const std::string &own_address = "127.0.0.1");
     // Waits until the bytes are handed to the host; false when the other side is gone.
     bool send(std::span<const uint8_t> bytes);
     // The next whole package, empty when none came in `ms` or the connection ended.

@@ -25,6 +25,7 @@ void fake_index_reset()
     std::lock_guard held(s_fake_index.mutex);
     s_fake_index.init_result = 0;
     s_fake_index.find_result = 1;
+    s_fake_index.is_server = false;
     s_fake_index.records.clear();
     s_fake_index.on_next = nullptr;
     s_fake_index.inits = 0;
@@ -52,6 +53,11 @@ int silo_db_init()
     std::lock_guard held(s_fake_index.mutex);
     s_fake_index.inits++;
     return s_fake_index.init_result;
+}
+
+bool silo_db_is_server()
+{
+    return s_fake_index.is_server;
 }
 
 int silo_db_find_file(const char *host_id, int32_t ch, int32_t filetype, const DVR_TIME *start, const DVR_TIME *end,

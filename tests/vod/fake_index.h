@@ -3,6 +3,7 @@
 
 #include "vod/silo_file_ops.h"
 
+#include <atomic>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -18,6 +19,7 @@ struct asked_search {
 struct fake_index_state {
     int init_result = 0;
     int find_result = 1;
+    std::atomic<bool> is_server = false;
     std::vector<RecordFileInfo> records; // what every search finds
     std::function<void()> on_next;       // called for each record that is read
 

@@ -385,14 +385,14 @@ TEST_F(RecordSearchTest, HowManyCommandsMayWaitIsASetting)
     };
     for (const row &of :
          {row{R"({})", 4, nullptr}, row{R"({"search": {}})", 4, nullptr},
-          row{R"({"search": {"waiting_max": 9}})", 9, nullptr}, row{R"({"search": {"waiting_max": 64}})", 64, nullptr},
-          row{R"({"search": {"waiting_max": 65}})", 64, "search.waiting_max 65 is out of range, 64 is taken"},
-          row{R"({"search": {"waiting_max": 0}})", 1, "search.waiting_max 0 is out of range, 1 is taken"},
-          row{R"({"search": {"waiting_max": -1}})", 1, "search.waiting_max -1 is out of range, 1 is taken"},
-          row{R"({"search": {"waiting_max": "9"}})", 4, nullptr},
-          row{R"({"search": {"waiting_max": null}})", 4, nullptr},
-          row{R"({"search": {"waiting_max": 99999999999}})", 64,
-              "search.waiting_max 2147483647 is out of range, 64 is taken"},
+          row{R"({"search": {"max_waiting": 9}})", 9, nullptr}, row{R"({"search": {"max_waiting": 64}})", 64, nullptr},
+          row{R"({"search": {"max_waiting": 65}})", 64, "search.max_waiting 65 is out of range, 64 is taken"},
+          row{R"({"search": {"max_waiting": 0}})", 1, "search.max_waiting 0 is out of range, 1 is taken"},
+          row{R"({"search": {"max_waiting": -1}})", 1, "search.max_waiting -1 is out of range, 1 is taken"},
+          row{R"({"search": {"max_waiting": "9"}})", 4, nullptr},
+          row{R"({"search": {"max_waiting": null}})", 4, nullptr},
+          row{R"({"search": {"max_waiting": 99999999999}})", 64,
+              "search.max_waiting 2147483647 is out of range, 64 is taken"},
           row{R"({"search": [9]})", 4, nullptr}}) {
         log.clear();
         json_ref config(json_tokener_parse(of.config));
