@@ -92,7 +92,7 @@ private:
         to[length] = '\0';
         return static_cast<int>(length);
     }
-    // Eleven questions a record, as the index is laid down.
+    // Eleven questions a record: one for each of its keys, as the keys stand in docs/record-index.md.
     size_t read_record(MDB_txn *txn, const std::string &id, const bench_question &question)
     {
         char key[64], host[256], text[4096];

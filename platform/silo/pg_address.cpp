@@ -10,7 +10,8 @@
 #include <libpq-fe.h>
 
 static const std::string_view SCHEMES[] = {"postgresql://", "postgres://"};
-// What is laid down for a call into the store is below a second; whoever asks for more knows why.
+// Searches of all clients wait for one call into the store, so the usual ones are below a second; whoever asks for more
+// knows why.
 static constexpr uint32_t LIMIT_MS_MIN = 50, LIMIT_MS_MAX = 60'000;
 
 static size_t scheme_length(std::string_view uri)

@@ -1,4 +1,5 @@
-// The search as it is laid down: one question after the other over plain pairs. What the real one is held against.
+// The search in its plainest form, without cursors and memory: one question after the other over plain pairs.
+// What the real one is held against.
 #pragma once
 
 #include "platform/silo/silo.h"

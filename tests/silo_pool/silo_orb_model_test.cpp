@@ -1,4 +1,4 @@
-// Searches over thousands of changes, each held against the laid-down search over the same pairs.
+// Searches over thousands of changes, each held against the plain search over the same pairs.
 #include "tests/silo_pool/found_records.h"
 #include "tests/silo_pool/index_fixture.h"
 #include "tests/silo_pool/index_writer.h"

@@ -1,4 +1,4 @@
-// The index on every real store: random work of all kinds, each search held against the laid-down one over what the
+// The index on every real store: random work of all kinds, each search held against the plain one over what the
 // store then holds.
 #include "silo_pool/silo_channels.h"
 #include "silo_pool/silo_check.h"

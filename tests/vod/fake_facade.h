@@ -1,4 +1,4 @@
-// A playback facade that records its calls and answers what the test laid down.
+// A playback facade that records its calls and answers what the test has set.
 #pragma once
 
 #include "vod/vod_interface.h"

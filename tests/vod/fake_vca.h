@@ -1,4 +1,4 @@
-// An analysis engine that answers what the test laid down.
+// An analysis engine that answers what the test has set.
 #pragma once
 
 struct fake_vca_state {

@@ -1,4 +1,5 @@
-// Kinds of requests and commands that this build refuses, in the words and the order laid down for them.
+// Kinds of requests and commands that this build refuses. Clients and those who read the log know these answers, so
+// codes, words and order are those of a service that has no storage for them.
 #include "tests/vod/vod_fixture.h"
 
 #include "vod/upload_session.h"
