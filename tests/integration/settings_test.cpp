@@ -139,7 +139,9 @@ TEST_F(SettingsTest, UsableRootsOpenNothingElse)
     EXPECT_TRUE(play_all(service.server(), "rec/in.rec").reached_end);
     EXPECT_EQ(service.log().find("outside access.roots"), std::string::npos);
     EXPECT_FALSE(play_all(service.server(), "rec/../out.rec").result);
-    EXPECT_NE(service.log().find("outside access.roots: rec/../out.rec"), std::string::npos) << service.log();
+    size_t refusal = service.log().find("outside access.roots: ");
+    ASSERT_NE(refusal, std::string::npos) << service.log();
+    EXPECT_NE(service.log().find("out.rec", refusal), std::string::npos) << service.log();
     EXPECT_EQ(service.log().find(OPEN), std::string::npos);
     service.stop();
 }
