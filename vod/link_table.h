@@ -116,7 +116,7 @@ uint32_t vodlinks_count(const vodlinks_guard &held, VOD_LINK_TYPE position);
 void vodlinks_count_up(const vodlinks_guard &held, VOD_LINK_TYPE position);
 void vodlinks_count_down(const vodlinks_guard &held, VOD_LINK_TYPE position);
 
-// Calls `visit` for each taken slot of one type, in slot order.
+// Calls `visit` for each taken slot of one type, in slot order; for those whose request has not filled them yet not at all.
 template <class F> void vodlinks_visit(const vodlinks_guard &, int32_t type, F visit);
 
 // The status is read and written by several threads without the lock.
@@ -179,9 +179,16 @@ handle_orb vodlink_take_play_id(const vodlinks_guard &held, VodLink *link);
 // The slots themselves; for the visits above and for tests.
 extern VodLink s_vodlinks[VOD_LINK_SLOTS];
 
-template <class F> void vodlinks_visit(const vodlinks_guard &, int32_t type, F visit)
+// Between being taken and being filled a slot of any kind looks like a playback without a name.
+inline bool vodlink_is_filled(const vodlinks_guard &, VodLink *link)
+{
+    return link->type != VOD_LINK_TYPE_HARDPLAY || link->mslink != nullptr ||
+           vodlink_status(link) != VOD_LINK_STATUS_REQ;
+}
+
+template <class F> void vodlinks_visit(const vodlinks_guard &held, int32_t type, F visit)
 {
     for (VodLink &link : s_vodlinks)
-        if (link.index != -1 && link.type == type)
+        if (link.index != -1 && link.type == type && vodlink_is_filled(held, &link))
             visit(link);
 }

@@ -143,6 +143,13 @@ static void read_records(VodAsynRec_GetFile *opit, size_t room)
     }
 }
 
+// A session that is being read comes back whatever happens meanwhile.
+struct session_loan {
+    VodRecFindfd *session;
+    const VodOperateRecItem *item;
+    ~session_loan() { record_session_give_back(session, item); }
+};
+
 static int operate_get_file(VodOperateRecItem *item)
 {
     if (item->size != int32_t{sizeof(VodAsynRec_GetFile)})
@@ -152,12 +159,12 @@ static int operate_get_file(VodOperateRecItem *item)
     VodRecFindfd *session = record_session_take(opit->findfd);
     if (session == nullptr)
         return LOGGED(0, LOG_SYSTEM, "node == NULL");
+    session_loan loan = {session, item};
     if (session->owner != caller_of(item) && !session->is_shared_told) {
         session->is_shared_told = 1;
         tell_of_others(session, item, "read");
     }
     read_records(opit, record_outbox_room(caller_of(item)));
-    record_session_give_back(session, item);
     return 1;
 }
 

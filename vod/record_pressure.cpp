@@ -1,8 +1,10 @@
 #include "vod/record_pressure.h"
 
+#include "platform/os/os.h"
 #include "vod/record_limits.h"
 
 #include <mutex>
+#include <new>
 #include <unordered_map>
 
 namespace {
@@ -37,11 +39,12 @@ void record_pressure_leave(MsLink *mslink)
         return;
     waiting_commands &waiting = found->second;
     waiting.count--;
-    bool resumes = waiting.held && waiting.count <= record_waiting_max() / 2;
-    if (resumes)
+    if (waiting.held && waiting.count <= record_waiting_max() / 2) {
+        if (os_fault_point("record_pressure_resume"))
+            throw std::bad_alloc(); // it stays held until the next command is done
+        mslink_hold_reading(mslink, 0);
         waiting.held = false;
+    }
     if (waiting.count == 0)
         s_waiting.erase(found);
-    if (resumes)
-        mslink_hold_reading(mslink, 0);
 }

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <utility>
 
 std::atomic<DList *> s_lst_findfds;
 std::atomic<DList *> s_lst_asyn_op;
@@ -114,7 +115,7 @@ static MsLink *caller_of(const VodOperateRecItem *item)
 }
 
 // The oldest item whose connection has taken its replies so far. `is_held_up` when there are only others.
-static VodOperateRecItem *queue_take(DList *queue, bool *is_held_up)
+static record_item queue_take(DList *queue, bool *is_held_up)
 {
     dlist_guard held(queue);
     *is_held_up = adt_dlist_head(queue) != nullptr;
@@ -123,7 +124,7 @@ static VodOperateRecItem *queue_take(DList *queue, bool *is_held_up)
         if (record_outbox_is_behind(caller_of(item)))
             continue;
         adt_dlist_erase(queue, node);
-        return item;
+        return record_item(item);
     }
     return nullptr;
 }
@@ -139,38 +140,43 @@ static bool is_for_nobody(const VodOperateRecItem *item)
     return vodlink_of_cookie(held, item->udata->link_life) == nullptr;
 }
 
+// Out of memory a step is lost, but not the thread.
+template <class F> static void guarded(const char *what, F step)
+{
+    try {
+        step();
+    } catch (const std::exception &error) {
+        LOG(LOG_SYSTEM, "%s: %s", what, error.what());
+    }
+}
+
 static void operate(VodOperateRecItem *item)
 {
     uint64_t begun = os_tick();
-    try {
+    guarded("deal_with_asyn_rec_operate", [item] {
         if (is_for_nobody(item))
             LOG(LOG_REFUSE, "command => %d is left out, its link has gone", item->command);
         else
             deal_with_asyn_rec_operate(item);
-    } catch (const std::exception &error) {
-        // Out of memory: this command is lost.
-        LOG(LOG_SYSTEM, "deal_with_asyn_rec_operate: %s", error.what());
-    }
+    });
     if (uint64_t took = os_tick() - begun; took > STALL_MS)
         LOG(LOG_SYSTEM, "command => %d took %llu ms, the others had to wait", item->command,
             static_cast<unsigned long long>(took));
 }
 
-static void item_done(VodOperateRecItem *item)
+static void item_done(record_item item)
 {
-    MsLink *mslink = caller_of(item);
-    record_item_free(item);
-    record_pressure_leave(mslink);
+    MsLink *mslink = caller_of(item.get());
+    item.reset();
+    guarded("record_pressure_leave", [mslink] { record_pressure_leave(mslink); });
 }
 
 // Tries replies again and closes what was forgotten. In how many milliseconds there may be more of that.
 static uint32_t tend()
 {
-    try {
-        return std::min(record_outbox_try(), record_sessions_sweep());
-    } catch (const std::exception &error) {
-        return LOGGED(RETRY_MS, LOG_SYSTEM, "record worker: %s", error.what());
-    }
+    uint32_t next_ms = RETRY_MS;
+    guarded("record worker", [&next_ms] { next_ms = std::min(record_outbox_try(), record_sessions_sweep()); });
+    return next_ms;
 }
 
 static uint64_t queued_so_far()
@@ -198,21 +204,21 @@ int rec_asyn_op_thread_start(void *arg)
         uint64_t seen = queued_so_far();
         uint32_t wait_ms = tend();
         bool is_held_up = false;
-        if (VodOperateRecItem *item = queue_take(queue, &is_held_up)) {
-            operate(item);
-            item_done(item);
+        if (record_item item = queue_take(queue, &is_held_up)) {
+            operate(item.get());
+            item_done(std::move(item));
         } else {
             wait_for_more(seen, is_held_up ? std::min(wait_ms, HELD_UP_MS) : wait_ms);
         }
     }
-    record_outbox_clear();
+    guarded("record worker", record_outbox_clear);
     worker_count(-1);
     return 0;
 }
 
 // ---- The end, for tests ---------------------------------------------------------------------------------------------
 
-static VodOperateRecItem *queue_take_any(DList *queue)
+static record_item queue_take_any(DList *queue)
 {
     dlist_guard held(queue);
     DListNode *head = adt_dlist_head(queue);
@@ -220,7 +226,7 @@ static VodOperateRecItem *queue_take_any(DList *queue)
         return nullptr;
     auto item = *static_cast<VodOperateRecItem **>(adt_dlist_data(head));
     adt_dlist_erase(queue, head);
-    return item;
+    return record_item(item);
 }
 
 static VodRecFindfd *sessions_take(DList *sessions)
@@ -238,8 +244,8 @@ static void lists_empty()
 {
     record_outbox_clear();
     if (DList *queue = s_lst_asyn_op)
-        while (VodOperateRecItem *item = queue_take_any(queue))
-            item_done(item);
+        while (record_item item = queue_take_any(queue))
+            item_done(std::move(item));
     if (DList *sessions = s_lst_findfds)
         while (VodRecFindfd *session = sessions_take(sessions)) {
             silo_db_find_close(session->findfd);

@@ -5,6 +5,7 @@
 
 #include "tests/support/manual_clock.h"
 #include "tests/support/temp_folder.h"
+#include "vod/record_limits.h"
 #include "vod/record_text.h"
 
 #include <chrono>
@@ -552,6 +553,27 @@ TEST_F(RecordWorkerTest, AStalledCommandIsToldOnce)
     command(next(1, 1));
     EXPECT_TRUE(soon([&] { return log.count_containing("command => 102 took 1001 ms, the others had to wait") == 1; }));
     record_worker_stop();
+}
+
+TEST_F(RecordWorkerTest, TheThreadOutlivesACommandThatCannotBePutAway)
+{
+    size_t failed = 0;
+    for (uint32_t n = 1; n < 40 && failed == 0; n++) {
+        for (uint32_t i = 0; i < record_waiting_max(); i++)
+            command(close(99));
+        ASSERT_EQ(mslink.holds, 1);
+        os_fault_arm(n);
+        int started = record_worker_start();
+        EXPECT_TRUE(!started || soon([this] { return mslink.holds == 0; }));
+        os_fault_disarm();
+        failed = log.count_containing("std::bad_alloc");
+        size_t answered = replies();
+        command(whole_find_file());
+        EXPECT_TRUE(!started || soon([&] { return replies() == answered + 1; })) << n;
+        record_worker_stop();
+        EXPECT_EQ(mslink.holds, 0) << "the next command lets it go on";
+    }
+    EXPECT_EQ(failed, 1u);
 }
 
 TEST_F(RecordWorkerTest, TheThreadTellsItsStart)

@@ -21,6 +21,29 @@ TEST_F(VodEventTest, StateRequestIsAnsweredWithTheDocumentItself)
     EXPECT_EQ(vodlink_status(link_of(mslink)), VOD_LINK_STATUS_REQ);
 }
 
+TEST_F(VodEventTest, ASlotThatNoRequestHasFilledYetIsNoPlayback)
+{
+    ASSERT_NE(vodlink_create(), nullptr); // as another thread has it for a moment
+    read(mslink, res_package(0x8003, "from_net.xml"));
+    EXPECT_EQ(mslink.last().attr(0), "<?xml version=\"1.0\"?>\n<vod><hardplay play_num=\"0\"/>"
+                                     "<download down_num=\"0\"/></vod>\n");
+}
+
+TEST_F(VodEventTest, APlaybackThatIsBeingClosedIsListedToItsEnd)
+{
+    MsLink player;
+    start_playback(player);
+    {
+        // What its destruction does first.
+        vodlinks_guard held;
+        VodLink *link = link_of(player);
+        link->mslink = nullptr;
+        vodlink_set_status(link, VOD_LINK_STATUS_IS_DESTORY);
+    }
+    read(mslink, res_package(0x8003, "from_net.xml"));
+    EXPECT_NE(mslink.last().attr(0).find("host_01_0_20260102030405_0.rec"), std::string::npos);
+}
+
 TEST_F(VodEventTest, StateRequestListsDownloads)
 {
     VodLink *link = vodlink_create();
