@@ -74,6 +74,29 @@ TEST_F(OrbrecArgumentsTest, InputThatIsNoFilmOrMissingCannotBeRead)
     EXPECT_FALSE(path_exists(folder_.file("out.mp4.part")));
 }
 
+TEST_F(OrbrecArgumentsTest, WithJsonEveryFailureIsAnObject)
+{
+    folder_.write("in.rec", "no recording");
+    struct row {
+        const char *arguments;
+        int status;
+    };
+    for (row each : {row{"--json", 64}, row{"frobnicate --json", 64}, row{"info --json", 64},
+                     row{"export in.rec -o - --json", 64}, row{"import --json in.rec -o out/ --size 3", 64},
+                     row{"info --json missing.rec", 2}, row{"info --json in.rec", 2}, row{"export --json missing.rec -o x", 2},
+                     row{"import --json missing.mp4 -o out/", 2}, row{"check --json --store lmdb:none", 2},
+                     row{"check --json --store nonsense:", 2}, row{"unindex --json in.rec --store lmdb:none", 2},
+                     row{"index --json in.rec", 64}}) {
+        tool_result result = orbrec(folder_, each.arguments);
+        EXPECT_EQ(result.status, each.status) << each.arguments << result.err;
+        json_result told = json_of(result.out);
+        ASSERT_NE(told, nullptr) << each.arguments << result.out;
+        EXPECT_EQ(json_int(told, "status"), each.status) << each.arguments;
+        EXPECT_EQ(json_int(told, "error/exit"), each.status) << each.arguments;
+        EXPECT_NE(json_text(told, "error/text"), "") << each.arguments;
+    }
+}
+
 TEST_F(OrbrecArgumentsTest, SoundWithoutPicturesCannotBeImported)
 {
     const char head[] = "RIFF\044\0\0\0WAVEfmt \020\0\0\0\001\0\001\0\100\037\0\0\100\037\0\0\001\0\010\0data\0\0\0\0";

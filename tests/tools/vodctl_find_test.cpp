@@ -194,3 +194,52 @@ TEST_F(VodctlFindTest, TheTimelineIsJsonToo)
     EXPECT_STREQ(json_object_get_field_string(span, "start"), "03:00:00");
     EXPECT_STREQ(json_object_get_field_string(span, "end"), "04:00:00");
 }
+
+// A service whose records are as it pleases.
+class VodctlHostileFindTest : public VodctlFindTest {
+protected:
+    VodctlHostileFindTest()
+    {
+        service.on(MP_CODE_SEND_CMD_CHS, [this](fake_service &self, MsLink *link, const seen_package &command) {
+            bool is_open = command.text(7).find("\"find_file\"") != std::string::npos;
+            self.reply(link, command,
+                       is_open ? "<command_return name=\"find_file\" result=\"ok\"><session_id>5</session_id>"
+                                 "</command_return>"
+                               : "<command_return name=\"find_next_file\" result=\"end\" count=\"2\">" + records +
+                                     "</command_return>");
+        });
+    }
+    static std::string record(const std::string &size, const std::string &name, int hour = 1)
+    {
+        return "<file><ch>0</ch><filename>" + name + "</filename><size>" + size + "</size>" +
+               time_text("start_time", hour) + time_text("end_time", hour + 1) +
+               "<driveno>0</driveno><startcluster>0</startcluster><filetype>1</filetype><host_id>h</host_id>" +
+               time_text("lock_time", 0) +
+               "<level>0</level><ratio>0</ratio><md5></md5><card_num></card_num></file>";
+    }
+    std::string records; // before the command
+};
+
+TEST_F(VodctlHostileFindTest, SizesThatExceedEveryNumberAreCountedUpToTheLargest)
+{
+    records = record("9223372036854775807", "a.rec") + record("9223372036854775807", "b.rec");
+    child_result found = run({"find", "--host", "h"});
+    EXPECT_EQ(found.status, 0) << found.err;
+    EXPECT_EQ(found.err, "2 recordings, 9223372.0 TB\n");
+}
+
+TEST_F(VodctlHostileFindTest, SizesBelowNothingAndHoursBeyondTheDayAreUnknown)
+{
+    records = record("-5", "a.rec", 70) + record("1000", "b.rec");
+    child_result found = run({"find", "--host", "h"});
+    EXPECT_NE(found.out.find("(unknown)            (unknown)              unknown"), std::string::npos) << found.out;
+    EXPECT_EQ(found.err, "2 recordings, 1.0 kB\n");
+    EXPECT_NE(run({"--json", "find", "--host", "h"}).out.find("\"size\":null"), std::string::npos);
+}
+
+TEST_F(VodctlHostileFindTest, NamesCannotSteerTheTerminal)
+{
+    records = record("1000", "a\xC2\x9B" "31m\xE2\x80\xA8.rec") + record("1000", "b.rec");
+    EXPECT_NE(run({"find", "--host", "h"}).out.find("a?31m?.rec\n"), std::string::npos);
+    EXPECT_NE(run({"find", "--host", "h", "--csv"}).out.find(",a?31m?.rec,"), std::string::npos);
+}

@@ -92,7 +92,8 @@ TEST(VodctlFindTextTest, SizesAreShort)
                                {1'500'000, "1.5 MB"},
                                {5'000'000'000, "5.0 GB"},
                                {INT64_MAX, "9223372.0 TB"},
-                               {-5, "-5 B"}})
+                               {-5, "unknown"},
+                               {INT64_MIN, "unknown"}})
         EXPECT_EQ(size_text(bytes), text) << bytes;
 }
 
@@ -132,9 +133,43 @@ TEST(VodctlFindTextTest, CsvQuotesWhatItMust)
     record.lock_level = 2;
     record.md5 = "cafe";
     EXPECT_EQ(find_csv_row(record), "2024-05-06 10:00:00,2024-05-06 10:10:00,12300000,1,3,recorder-1,"
-                                    "\"a,\"\"b\"\"\n.rec\",2,2024-01-02 03:04:05,cafe\r\n");
+                                    "\"a,\"\"b\"\"?.rec\",2,2024-01-02 03:04:05,cafe\r\n");
     record.end = {};
     EXPECT_NE(find_csv_row(record).find("10:00:00,,12300000"), std::string::npos);
+}
+
+TEST(VodctlFindTextTest, WhatNoRecordingHasIsUnknown)
+{
+    vodclient_record record = record_of("a.rec");
+    record.size = -1;
+    record.end = {2024, 13, 6, 10, 10, 0};
+    record.start = {2024, 5, 6, 99, 0, 0};
+    find_table table;
+    table.has_head = true;
+    EXPECT_EQ(find_table_rows(&table, {record}),
+              "(unknown)            (unknown)              unknown     1     3  recorder-1  a.rec\n");
+    EXPECT_EQ(find_csv_row(record), ",,,1,3,recorder-1,a.rec,0,,\r\n");
+    json_ref object(find_json_of(record));
+    for (const char *key : {"size", "start", "end"}) {
+        json_object *value = object.get();
+        ASSERT_TRUE(json_object_object_get_ex(object.get(), key, &value)) << key;
+        EXPECT_EQ(value, nullptr) << key;
+    }
+    for (const vodclient_time &time : {vodclient_time{2024, 0, 1, 0, 0, 0}, {2024, 1, 0, 0, 0, 0}, {2024, 2, 30, 0, 0, 0},
+                                       {0, 1, 1, 0, 0, 0}, {65535, 1, 1, 0, 0, 0}, {2024, 1, 1, 24, 0, 0},
+                                       {2024, 1, 1, 0, 60, 0}, {2024, 1, 1, 0, 0, 60}})
+        EXPECT_TRUE(when_is_unknown(time) && when_text(time).empty()) << time.year << time.month << time.day;
+    EXPECT_FALSE(when_is_unknown({}) || when_is_unknown({2024, 2, 29, 23, 59, 59}));
+}
+
+TEST(VodctlFindTextTest, NamesSteerNeitherATerminalNorASpreadsheet)
+{
+    vodclient_record record = record_of("\xE2\x80\xAE" "cer.\xC2\x9B" "2J\xFF.rec");
+    record.host_id = "=cmd|'/c calc'!A0";
+    find_table table;
+    std::string row = find_table_rows(&table, {record});
+    EXPECT_NE(row.find("  ?cer.?2J?.rec\n"), std::string::npos) << row;
+    EXPECT_NE(find_csv_row(record).find(",'=cmd|'/c calc'!A0,?cer.?2J?.rec,"), std::string::npos) << find_csv_row(record);
 }
 
 // ---- The coverage of a day ------------------------------------------------------------------------------------------

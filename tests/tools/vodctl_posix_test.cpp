@@ -41,3 +41,33 @@ TEST_F(VodctlPosixTest, ALinkIsFollowedToTheFileThatItReplaces)
     EXPECT_TRUE(std::filesystem::is_symlink("out.rec"));
     EXPECT_EQ(file_text("real/old.rec"), text_of(file));
 }
+
+TEST_F(VodctlPosixTest, ResultsThatCannotBeWrittenAreALocalError)
+{
+    service.on(MP_CODE_REQUEST_RES, [](fake_service &self, MsLink *link, const seen_package &request) {
+        static const std::string STATE = "<?xml version=\"1.0\"?>\n<vod><hardplay play_num=\"0\"/></vod>\n";
+        bool is_state = request.u16(5, 0) == 0x8003;
+        self.accept(link, is_state ? std::vector<uint8_t>(STATE.begin(), STATE.end()) : std::vector<uint8_t>(100));
+    });
+    service.on(MP_CODE_GET_RES, [](fake_service &self, MsLink *link, const seen_package &) { self.data(link, {0}); });
+    service.on(MP_CODE_SEND_CMD_CHS, [](fake_service &self, MsLink *link, const seen_package &command) {
+        bool is_find = command.text(7).find("\"find_file\"") != std::string::npos;
+        bool is_next = command.text(7).find("\"find_next_file\"") != std::string::npos;
+        self.reply(link, command,
+                   is_find   ? "<command_return name=\"find_file\" result=\"ok\"><session_id>5</session_id>"
+                               "</command_return>"
+                   : is_next ? "<command_return name=\"find_next_file\" result=\"end\" count=\"0\"></command_return>"
+                             : "<command_return name=\"get_vod_link_num\" result=\"ok\"><link_num>1</link_num>"
+                               "</command_return>");
+    });
+    for (const std::vector<std::string> &command : {std::vector<std::string>{"links"}, {"--json", "links"}, {"state"},
+                                                    {"--json", "state"}, {"timeline"}, {"--json", "timeline"},
+                                                    {"--json", "find"}, {"find", "--csv"}, {"--help"}}) {
+        std::vector<std::string> words = with_server(command);
+        words.insert(words.begin(), program_beside("vodctl"));
+        child_process process;
+        ASSERT_TRUE(process.start(words, {.out = "/dev/full", .err = "err"}));
+        EXPECT_EQ(process.wait(30'000), 4) << command.back() << file_text("err");
+        EXPECT_NE(file_text("err").find("cannot write to standard output: No space left"), std::string::npos);
+    }
+}

@@ -70,6 +70,16 @@ TEST(VodctlStateTest, AnAnswerThatIsNoStateIsAnError)
     EXPECT_EQ(result.out, "");
 }
 
+TEST(VodctlStateTest, NamesCannotSteerTheTerminal)
+{
+    fake_service service;
+    answer_state(service, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<vod><hardplay play_num=\"&#x9B;2J\"><vodlink "
+                          "filename=\"a&#x202E;&#10;b\" play_pos=\"&#x85;\"/></hardplay></vod>\n");
+    child_result result = run({"state"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, "playbacks: ?2J\n    ? %  a??b\ndownloads: 0\n");
+}
+
 static void answer_counts(fake_service &service)
 {
     service.on(MP_CODE_REQUEST_RES, [](fake_service &self, MsLink *link, const seen_package &) {

@@ -2,6 +2,8 @@
 #include "tests/client/fake_service.h"
 #include "tests/tools/vodctl_process.h"
 
+#include "platform/json/json.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -90,4 +92,34 @@ TEST(VodctlUsageTest, TheServerMayComeFromTheEnvironment)
                [](fake_service &self, MsLink *link, const seen_package &) { self.reject(link, 0x1000008); });
     EXPECT_EQ(run_vodctl({"links"}, {"VOD_SERVER=127.0.0.1:" + std::to_string(ms_listen_port())}).status, 1);
     EXPECT_EQ(service.seen(MP_CODE_REQUEST_RES).size(), 1u);
+}
+
+static void expect_failure_object(const child_result &result, int status, const std::string &shown)
+{
+    EXPECT_EQ(result.status, status) << shown << result.err;
+    json_ref object(json_tokener_parse(result.out.c_str()));
+    ASSERT_NE(object, nullptr) << shown << result.out;
+    EXPECT_EQ(json_object_get_field_int(object.get(), "status", -1), status) << shown;
+    json_object *error = json_object_object_get(object.get(), "error");
+    EXPECT_EQ(json_object_get_field_int(error, "exit", -1), status) << shown;
+    const char *text = json_object_get_field_string(error, "text");
+    EXPECT_TRUE(text != nullptr && *text != '\0') << shown;
+}
+
+TEST(VodctlUsageTest, WrongUsageIsAnObjectToo)
+{
+    temp_folder folder(temp_folder::working_directory::enter);
+    for (const std::vector<std::string> &line :
+         {std::vector<std::string>{"--json"}, {"--json", "dance"}, {"play", "--json"}, {"play", "x", "-o", "-", "--json"},
+          {"--json", "--server", "", "links"}, {"--json", "find", "--from", "tomorrow"}, {"--json", "find", "--csv"},
+          {"timeline", "--json", "--date", "never"}, {"--json", "--timeout", "soon", "links"}})
+        expect_failure_object(run_vodctl(line), 64, line.back());
+}
+
+TEST(VodctlUsageTest, ErrorTextsCannotSteerTheTerminalAndAreValidJson)
+{
+    temp_folder folder(temp_folder::working_directory::enter);
+    child_result result = run_vodctl({"--json", "--server", "x:1", "find", "--from", "\x1b[2J\xC2\x9B\xE2\x80\xAE"});
+    EXPECT_NE(result.err.find("\"?[2J??\" is no time"), std::string::npos) << result.err;
+    expect_failure_object(result, 64, "steer");
 }

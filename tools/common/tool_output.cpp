@@ -1,10 +1,9 @@
 #include "tools/common/tool_output.h"
 
 #include "platform/os/os.h"
+#include "tools/common/tool_report.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 bool tool_output::fail(const std::string &reason)
@@ -16,9 +15,7 @@ bool tool_output::fail(const std::string &reason)
 
 bool tool_output::standard_failed()
 {
-    if (standard_error_ == 0)
-        standard_error_ = errno != 0 ? errno : EIO;
-    return fail(std::strerror(standard_error_));
+    return fail(std::strerror(report_put_error()));
 }
 
 static std::string refusal_text(int result, const std::string &name)
@@ -56,8 +53,8 @@ int tool_output::open(const tool_output_wish &wish)
 
 bool tool_output::write(std::span<const uint8_t> bytes, uint64_t offset)
 {
-    errno = 0;
-    if (is_standard_ && (std::fwrite(bytes.data(), 1, bytes.size(), stdout) != bytes.size() || std::fflush(stdout) != 0))
+    std::string_view text(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+    if (is_standard_ && !(report_put(text) && report_flush()))
         return standard_failed();
     if (!is_standard_ && !os_output_write(file_.get(), bytes.data(), bytes.size(), offset))
         return fail(os_file_error());
@@ -67,9 +64,8 @@ bool tool_output::write(std::span<const uint8_t> bytes, uint64_t offset)
 
 bool tool_output::finish()
 {
-    errno = 0;
     if (is_standard_)
-        return std::fflush(stdout) == 0 || standard_failed();
+        return report_flush() || standard_failed();
     return os_output_finish(file_.get()) == 1 || fail(os_file_error());
 }
 
@@ -91,5 +87,5 @@ void tool_output::drop()
 
 bool tool_output::reader_has_gone() const
 {
-    return is_standard_ && standard_error_ != 0 && os_is_reader_gone(standard_error_) != 0;
+    return is_standard_ && report_put_error() != 0 && os_is_reader_gone(report_put_error()) != 0;
 }

@@ -54,5 +54,4 @@ private:
     std::string name_, error_;
     bool is_standard_ = false;
     uint64_t size_ = 0;
-    int standard_error_ = 0; // errno of the first failure
 };

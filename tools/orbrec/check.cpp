@@ -177,7 +177,7 @@ static void print_line(const finding &found)
                       : found.reason.empty()      ? ""
                                                   : " (left: " + found.reason + ")";
     std::string id = found.id == 0 ? "" : ", entry " + std::to_string(found.id);
-    std::printf("%s%s: %s%s\n", subject.c_str(), id.c_str(), found.text.c_str(), end.c_str());
+    report_line("%s%s: %s%s", subject.c_str(), id.c_str(), found.text.c_str(), end.c_str());
 }
 
 static json_object *finding_json(const finding &found)
@@ -204,9 +204,9 @@ static void report_print(const check_run &run)
     if (!run.command.json) {
         for (const finding &found : run.findings)
             print_line(found);
-        std::printf(
+        report_line(
             "%llu entries, %llu of them hidden; %llu files scanned; %lld problems open, %lld mended, %lld hidden "
-            "now\n",
+            "now",
             static_cast<unsigned long long>(run.counts.entries), static_cast<unsigned long long>(run.counts.hidden),
             static_cast<unsigned long long>(run.counts.files), static_cast<long long>(open),
             static_cast<long long>(mended), static_cast<long long>(hidden));

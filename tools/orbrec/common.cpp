@@ -6,13 +6,12 @@
 
 int orbrec_fail(int status, const std::string &text)
 {
-    std::fputs(("orbrec: " + text + "\n").c_str(), stderr);
-    return status;
+    return report_fail(status, text);
 }
 
 void orbrec_warn(const std::string &text)
 {
-    std::fputs(("orbrec: warning: " + text + "\n").c_str(), stderr);
+    report_warn(text);
 }
 
 static std::atomic<bool> s_is_stopped;
@@ -123,23 +122,7 @@ bool size_parse(const std::string &text, int *width, int *height)
     return wide >= 16 && high >= 16 && wide <= 8192 && high <= 8192 && wide % 2 == 0 && high % 2 == 0;
 }
 
-void json_add(json_object *object, const char *key, const std::string &text)
-{
-    json_object_object_add(object, key, json_object_new_string_len(text.data(), static_cast<int>(text.size())));
-}
-
-void json_add(json_object *object, const char *key, int64_t value)
-{
-    json_object_object_add(object, key, json_object_new_int64(value));
-}
-
-void json_add_flag(json_object *object, const char *key, bool value)
-{
-    json_object_object_add(object, key, json_object_new_boolean(value));
-}
-
 void json_print(json_object *object)
 {
-    std::printf("%s\n",
-                json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE));
+    report_json(object);
 }

@@ -84,7 +84,7 @@ static void report_print(const export_settings &settings, const media_export_tot
         json_add(report.get(), "bytes_skipped", static_cast<int64_t>(totals.bytes_skipped));
         json_print(report.get());
     } else if (settings.output != "-") {
-        std::printf("%s: %llu frames, %.1f s, %llu bytes\n", settings.output.c_str(),
+        report_line("%s: %llu frames, %.1f s, %llu bytes", settings.output.c_str(),
                     static_cast<unsigned long long>(totals.video_frames),
                     static_cast<double>(totals.duration_ms) / 1000, static_cast<unsigned long long>(totals.bytes_out));
     }

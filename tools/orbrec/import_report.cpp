@@ -43,9 +43,9 @@ void import_report::add(const import_flow &flow, int64_t pictures_out, std::span
         json_object_array_add(made, file_json(file));
     json_object_object_add(input, "files", made);
     json_object_array_add(inputs_.get(), input);
-    summaries_ += flow.source.name + ": " + std::to_string(flow.pictures_in) + " pictures in, " +
+    summaries_.push_back(flow.source.name + ": " + std::to_string(flow.pictures_in) + " pictures in, " +
                   std::to_string(pictures_out) + " out, " + std::to_string(flow.video->mended_times()) +
-                  " times mended\n";
+                  " times mended");
 }
 
 void import_report::print(bool as_json, std::span<const written_file> files) const
@@ -57,9 +57,10 @@ void import_report::print(bool as_json, std::span<const written_file> files) con
         return;
     }
     for (const written_file &file : files)
-        std::printf("%s: %lld frames, %lld key frames, %lld audio frames, %lld bytes, %s to %s\n", file.name.c_str(),
+        report_line("%s: %lld frames, %lld key frames, %lld audio frames, %lld bytes, %s to %s", file.name.c_str(),
                     static_cast<long long>(file.frames), static_cast<long long>(file.key_frames),
                     static_cast<long long>(file.audio_frames), static_cast<long long>(file.bytes),
                     local_time_text(file.start_seconds).c_str(), local_time_text(file.end_seconds).c_str());
-    std::fputs(summaries_.c_str(), stdout);
+    for (const std::string &summary : summaries_)
+        report_line("%s", summary.c_str());
 }

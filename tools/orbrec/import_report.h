@@ -15,5 +15,5 @@ public:
 
 private:
     json_ref inputs_{json_object_new_array()};
-    std::string summaries_;
+    std::vector<std::string> summaries_;
 };

@@ -138,7 +138,7 @@ static int unindex_one(const index_command &command, const std::string &name, js
         return orbrec_fail(ORBREC_UNREADABLE, name + " is not in the index");
     json_add(entry, "id", static_cast<int64_t>(id));
     if (!command.json)
-        std::printf("%s: taken out of the index; the file stays\n", name.c_str());
+        report_line("%s: taken out of the index; the file stays", name.c_str());
     return ORBREC_OK;
 }
 

@@ -61,7 +61,7 @@ void index_report::add(const indexed_file &file)
     if (file.result == INDEX_STOPPED)
         status_ = ORBREC_INTERRUPTED;
     else if (!json_ && tells(file))
-        std::printf("%s: %s, %s %u, %s to %s\n", file.facts.file.c_str(), index_result_text(file.result),
+        report_line("%s: %s, %s %u, %s to %s", file.facts.file.c_str(), index_result_text(file.result),
                     file.facts.host.c_str(), file.facts.channel, file.facts.begin.c_str(),
                     file.facts.end.empty() ? "now, still being written" : file.facts.end.c_str());
 }
@@ -77,7 +77,7 @@ int index_report::finish()
     if (json_)
         json_print(all_.get());
     else
-        std::printf("%lld added, %lld updated, %lld replaced, %lld unchanged, %lld failed\n",
+        report_line("%lld added, %lld updated, %lld replaced, %lld unchanged, %lld failed",
                     static_cast<long long>(counts_[INDEX_ADDED]), static_cast<long long>(counts_[INDEX_UPDATED]),
                     static_cast<long long>(counts_[INDEX_REPLACED]), static_cast<long long>(counts_[INDEX_UNCHANGED]),
                     static_cast<long long>(failed));

@@ -3,52 +3,41 @@
 #include "tools/orbrec/recording_handle.h"
 #include "tools/orbrec/recording_reader.h"
 
-#include <algorithm>
 #include <cstdio>
-
-struct frame_line {
-    AVFrameInfo frame;
-    int64_t offset;
-    int32_t bytes;
-    uint32_t abs_time; // 0: none
-};
 
 struct info_walk {
     recording_reader *reader;
     int mode;
-    bool keeps_all; // every frame, not only key frames
-    std::vector<frame_line> lines;
     int64_t frames = 0, key_frames = 0, audio_frames = 0, timed = 0;
     int audio_coder = AVAUDIO_NONE;
     uint32_t first_time = 0, last_time = 0;
 };
 
-static uint32_t abs_time_read(info_walk *walk, int64_t offset, int32_t bytes)
+// 0: none.
+static uint32_t abs_time_read(recording_reader *reader, int mode, int64_t offset, int32_t bytes)
 {
     if (bytes <= 0 || static_cast<size_t>(bytes) > RECORDING_FRAME_BYTES_MAX)
         return 0;
-    byte_vector frame = walk->reader->read_at(static_cast<uint64_t>(offset), static_cast<size_t>(bytes));
+    byte_vector frame = reader->read_at(static_cast<uint64_t>(offset), static_cast<size_t>(bytes));
     uint32_t time = 0;
-    return get_abstime_from_sei(walk->mode, frame.data(), static_cast<int>(frame.size()), &time) ? time : 0;
+    return get_abstime_from_sei(mode, frame.data(), static_cast<int>(frame.size()), &time) ? time : 0;
 }
 
 static int info_visit(void *user, const AVFrameInfo *frame, int64_t offset, int32_t bytes)
 {
     auto *walk = static_cast<info_walk *>(user);
     bool is_key = frame->iFrameType == AVFRAME_TYPE_KEY;
-    frame_line line = {*frame, offset, bytes, is_key ? abs_time_read(walk, offset, bytes) : 0};
+    uint32_t abs_time = is_key ? abs_time_read(walk->reader, walk->mode, offset, bytes) : 0;
     walk->frames++;
     walk->key_frames += is_key ? 1 : 0;
     walk->audio_frames += frame->uiAudioFrmCount;
     if (frame->uiAudioFrmCount > 0)
         walk->audio_coder = frame->iAudioEncode;
-    if (line.abs_time != 0) {
-        walk->first_time = walk->timed == 0 ? line.abs_time : walk->first_time;
-        walk->last_time = line.abs_time;
+    if (abs_time != 0) {
+        walk->first_time = walk->timed == 0 ? abs_time : walk->first_time;
+        walk->last_time = abs_time;
         walk->timed++;
     }
-    if (is_key || walk->keeps_all)
-        walk->lines.push_back(line);
     return orbrec_is_stopped() ? 0 : 1;
 }
 
@@ -86,24 +75,48 @@ struct info_facts {
     int64_t modified_seconds;
 };
 
-static json_object *lines_json(const info_walk &walk)
+// ---- The list of frames ---------------------------------------------------------------------------------------------
+
+// A second walk, each frame told as it comes: there may be millions.
+struct frame_list {
+    recording_reader *reader;
+    int mode;
+    bool has_all;      // every frame, not only key frames
+    json_stream *json; // null: lines for people
+};
+
+static json_object *frame_json(const AVFrameInfo &frame, int64_t offset, int32_t bytes, uint32_t abs_time)
 {
-    json_object *lines = json_object_new_array();
-    for (const frame_line &line : walk.lines) {
-        json_object *entry = json_object_new_object();
-        json_add(entry, "number", line.frame.uiFrameNO);
-        json_add_flag(entry, "key", line.frame.iFrameType == AVFRAME_TYPE_KEY);
-        json_add(entry, "time_ms", line.frame.uiTimeStamp);
-        json_add(entry, "offset", line.offset);
-        json_add(entry, "bytes", line.bytes);
-        json_add(entry, "video_bytes", line.frame.uiVideoFrmSize);
-        json_add(entry, "audio_frames", line.frame.uiAudioFrmCount);
-        if (line.abs_time != 0)
-            json_add(entry, "absolute_time", line.abs_time);
-        json_object_array_add(lines, entry);
-    }
-    return lines;
+    json_object *entry = json_object_new_object();
+    json_add(entry, "number", frame.uiFrameNO);
+    json_add_flag(entry, "key", frame.iFrameType == AVFRAME_TYPE_KEY);
+    json_add(entry, "time_ms", frame.uiTimeStamp);
+    json_add(entry, "offset", offset);
+    json_add(entry, "bytes", bytes);
+    json_add(entry, "video_bytes", frame.uiVideoFrmSize);
+    json_add(entry, "audio_frames", frame.uiAudioFrmCount);
+    if (abs_time != 0)
+        json_add(entry, "absolute_time", abs_time);
+    return entry;
 }
+
+static int frame_tell(void *user, const AVFrameInfo *frame, int64_t offset, int32_t bytes)
+{
+    auto *list = static_cast<frame_list *>(user);
+    bool is_key = frame->iFrameType == AVFRAME_TYPE_KEY, goes_on = !orbrec_is_stopped() && report_put_error() == 0;
+    if (!is_key && !list->has_all)
+        return goes_on ? 1 : 0;
+    uint32_t abs_time = is_key ? abs_time_read(list->reader, list->mode, offset, bytes) : 0;
+    if (list->json != nullptr)
+        list->json->add(frame_json(*frame, offset, bytes, abs_time));
+    else
+        report_line("%10u %4s %12u %12lld %10d %6u  %s", frame->uiFrameNO, is_key ? "key" : "-", frame->uiTimeStamp,
+                    static_cast<long long>(offset), bytes, frame->uiAudioFrmCount,
+                    abs_time == 0 ? "" : local_time_text(abs_time).c_str());
+    return goes_on ? 1 : 0;
+}
+
+// ---- Totals ---------------------------------------------------------------------------------------------------------
 
 static json_object *header_json(const recording_head &head)
 {
@@ -119,7 +132,7 @@ static json_object *header_json(const recording_head &head)
     return header;
 }
 
-static void info_print_json(const info_settings &settings, const info_facts &facts, const info_walk &walk)
+static json_ref info_json(const info_facts &facts, const info_walk &walk)
 {
     json_ref all(json_object_new_object());
     json_add(all.get(), "file", facts.name);
@@ -143,43 +156,49 @@ static void info_print_json(const info_settings &settings, const info_facts &fac
         json_add(absolute, "last", walk.last_time);
     }
     json_object_object_add(all.get(), "absolute_time", absolute);
-    if (settings.frames || settings.keys)
-        json_object_object_add(all.get(), settings.frames ? "frame_list" : "key_list", lines_json(walk));
-    json_print(all.get());
+    return all;
 }
 
-static void lines_print(const info_walk &walk)
-{
-    std::printf("\n%10s %4s %12s %12s %10s %6s  %s\n", "number", "kind", "time ms", "offset", "bytes", "audio",
-                "absolute time");
-    for (const frame_line &line : walk.lines)
-        std::printf("%10u %4s %12u %12lld %10d %6u  %s\n", line.frame.uiFrameNO,
-                    line.frame.iFrameType == AVFRAME_TYPE_KEY ? "key" : "-", line.frame.uiTimeStamp,
-                    static_cast<long long>(line.offset), line.bytes, line.frame.uiAudioFrmCount,
-                    line.abs_time == 0 ? "" : local_time_text(line.abs_time).c_str());
-}
-
-static void info_print_text(const info_settings &settings, const info_facts &facts, const info_walk &walk)
+static void info_print_text(const info_facts &facts, const info_walk &walk)
 {
     auto wide = [](int64_t value) { return static_cast<long long>(value); };
-    std::printf("file           %s, %lld bytes, modified %s\n", facts.name.c_str(), wide(facts.info.llFileRealSize),
+    report_line("file           %s, %lld bytes, modified %s", facts.name.c_str(), wide(facts.info.llFileRealSize),
                 local_time_text(facts.modified_seconds).c_str());
-    std::printf("video          %s (mode %d), %dx%d, %d frames a second\n", mode_name(facts.head.mode), facts.head.mode,
+    report_line("video          %s (mode %d), %dx%d, %d frames a second", mode_name(facts.head.mode), facts.head.mode,
                 facts.head.width, facts.head.height, facts.head.frame_rate);
-    std::printf("audio          %s, %lld frames\n", coder_name(walk.audio_coder), wide(walk.audio_frames));
-    std::printf("start          %s\n", head_start(facts.head).c_str());
-    std::printf("duration       %d s, time stamps %u to %u ms\n", facts.info.iTotalTime, facts.info.uiFirstFrmTimeStamp,
+    report_line("audio          %s, %lld frames", coder_name(walk.audio_coder), wide(walk.audio_frames));
+    report_line("start          %s", head_start(facts.head).c_str());
+    report_line("duration       %d s, time stamps %u to %u ms", facts.info.iTotalTime, facts.info.uiFirstFrmTimeStamp,
                 facts.info.uiLastFrmTimeStamp);
-    std::printf("frames         %lld, numbers %d to %d, %lld key frames\n", wide(walk.frames), facts.info.iFirstFrmNo,
+    report_line("frames         %lld, numbers %d to %d, %lld key frames", wide(walk.frames), facts.info.iFirstFrmNo,
                 facts.info.iLastFrmNo, wide(walk.key_frames));
-    std::printf("header totals  %u bytes, %u frames\n", facts.head.total_size, facts.head.frame_count);
+    report_line("header totals  %u bytes, %u frames", facts.head.total_size, facts.head.frame_count);
     if (walk.timed == 0)
-        std::printf("absolute time  none\n");
+        report_line("absolute time  none");
     else
-        std::printf("absolute time  in %lld of %lld key frames, %s to %s\n", wide(walk.timed), wide(walk.key_frames),
+        report_line("absolute time  in %lld of %lld key frames, %s to %s", wide(walk.timed), wide(walk.key_frames),
                     local_time_text(walk.first_time).c_str(), local_time_text(walk.last_time).c_str());
-    if (settings.frames || settings.keys)
-        lines_print(walk);
+}
+
+static void info_print(const info_settings &settings, const info_facts &facts, const info_walk &walk, void *recording)
+{
+    bool has_list = settings.frames || settings.keys;
+    frame_list list = {walk.reader, walk.mode, settings.frames, nullptr};
+    if (settings.json && !has_list)
+        return json_print(info_json(facts, walk).get());
+    if (settings.json) {
+        json_stream stream(info_json(facts, walk).get(), settings.frames ? "frame_list" : "key_list");
+        list.json = &stream;
+        AVFilterVisitFrames(recording, 0, frame_tell, &list);
+        return stream.end();
+    }
+    info_print_text(facts, walk);
+    if (!has_list)
+        return;
+    report_put("\n");
+    report_line("%10s %4s %12s %12s %10s %6s  %s", "number", "kind", "time ms", "offset", "bytes", "audio",
+                "absolute time");
+    AVFilterVisitFrames(recording, 0, frame_tell, &list);
 }
 
 int orbrec_info(const info_settings &settings)
@@ -201,10 +220,9 @@ int orbrec_info(const info_settings &settings)
     info_walk walk = {};
     walk.reader = &reader;
     walk.mode = facts.head.mode;
-    walk.keeps_all = settings.frames;
     AVFilterVisitFrames(recording.get(), 0, info_visit, &walk);
     if (orbrec_is_stopped())
         return orbrec_fail(ORBREC_INTERRUPTED, "stopped");
-    settings.json ? info_print_json(settings, facts, walk) : info_print_text(settings, facts, walk);
-    return ORBREC_OK;
+    info_print(settings, facts, walk, recording.get());
+    return orbrec_is_stopped() ? orbrec_fail(ORBREC_INTERRUPTED, "stopped") : ORBREC_OK;
 }

@@ -146,9 +146,8 @@ static int command_run(const CLI::App &app, const command_settings &settings)
     return index_commands_run(app, settings.index);
 }
 
-int main(int argc, char **argv)
+static int commands_run(int argc, char **argv)
 try {
-    argv = os_program_start(argc, argv);
     CLI::App app("Makes, converts, inspects and checks recording files.", "orbrec");
     // A name that begins with a slash is a name on every host.
     app.allow_windows_style_options(false);
@@ -164,7 +163,7 @@ try {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &wrong) {
-        return app.exit(wrong) == 0 ? ORBREC_OK : ORBREC_USAGE;
+        return app.exit(wrong) == 0 ? int{ORBREC_OK} : report_note(ORBREC_USAGE, wrong.what());
     }
     if (app.get_subcommands().empty())
         return orbrec_fail(ORBREC_USAGE,
@@ -173,4 +172,11 @@ try {
     return command_run(app, settings);
 } catch (const std::exception &failure) {
     return orbrec_fail(ORBREC_MEDIA, failure.what());
+}
+
+int main(int argc, char **argv)
+{
+    argv = os_program_start(argc, argv);
+    report_start("orbrec", argc, argv);
+    return report_end(commands_run(argc, argv), ORBREC_UNWRITABLE, ORBREC_FAULTS);
 }

@@ -1,8 +1,8 @@
 // What the commands of orbrec share: exit statuses, messages, paths, the wish to stop, JSON on standard output.
 #pragma once
 
-#include "platform/json/json.h"
 #include "platform/os/os_guard.h"
+#include "tools/common/tool_report.h"
 
 #include <cstdint>
 #include <string>
@@ -79,7 +79,4 @@ bool local_time_parse(const std::string &text, int64_t *seconds);
 bool duration_parse(const std::string &text, int64_t *seconds);
 bool size_parse(const std::string &text, int *width, int *height);
 
-void json_add(json_object *object, const char *key, const std::string &text);
-void json_add(json_object *object, const char *key, int64_t value);
-void json_add_flag(json_object *object, const char *key, bool value);
 void json_print(json_object *object);

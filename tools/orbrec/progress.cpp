@@ -1,6 +1,7 @@
 #include "tools/orbrec/progress.h"
 
 #include "platform/os/os.h"
+#include "tools/common/tool_text.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -8,8 +9,8 @@
 static constexpr uint64_t REDRAW_MS = 100;
 static constexpr int BAR_WIDTH = 30;
 
-progress_bar::progress_bar(std::string title, int64_t total)
-    : title_(std::move(title)), total_(total), visible_(os_is_terminal(2) == 1)
+progress_bar::progress_bar(const std::string &title, int64_t total)
+    : title_(printable(title)), total_(total), visible_(os_is_terminal(2) == 1)
 {}
 
 void progress_bar::show(int64_t done)

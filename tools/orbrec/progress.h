@@ -6,7 +6,7 @@
 
 class progress_bar {
 public:
-    progress_bar(std::string title, int64_t total);
+    progress_bar(const std::string &title, int64_t total);
     ~progress_bar();
     progress_bar(const progress_bar &) = delete;
     progress_bar &operator=(const progress_bar &) = delete;

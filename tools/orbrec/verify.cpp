@@ -31,7 +31,7 @@ static void fault_add(verify_walk *walk, uint64_t offset, const std::string &tex
         return;
     walk->faults.push_back({offset, text});
     if (!walk->settings.json)
-        std::printf("%s: offset %llu: %s\n", walk->name.c_str(), static_cast<unsigned long long>(offset), text.c_str());
+        report_line("%s: offset %llu: %s", walk->name.c_str(), static_cast<unsigned long long>(offset), text.c_str());
 }
 
 static void check_head(verify_walk *walk, byte_span bytes)
@@ -203,7 +203,7 @@ static int verify_one(const verify_settings &settings, const std::string &name, 
     if (settings.json)
         json_object_array_add(reports, report_json(walk, status));
     else if (status == ORBREC_OK || status == ORBREC_FAULTS)
-        std::printf("%s: %s, %lld frames, %lld key frames, %llu faults\n", name.c_str(),
+        report_line("%s: %s, %lld frames, %lld key frames, %llu faults", name.c_str(),
                     status == ORBREC_OK ? "clean" : "FAULTS", static_cast<long long>(walk.frames),
                     static_cast<long long>(walk.key_frames), static_cast<unsigned long long>(walk.fault_count));
     return status;

@@ -33,26 +33,14 @@ static std::string code_text(uint32_t error_code)
     return text;
 }
 
-int vodctl_fail(const vodctl_settings &settings, int status, const std::string &text, uint32_t error_code)
+int vodctl_fail(int status, const std::string &text, uint32_t error_code)
 {
-    std::string code = error_code == 0 ? "" : " (" + code_text(error_code) + ")";
-    std::fputs(("vodctl: " + text + code + "\n").c_str(), stderr);
-    if (!settings.json)
-        return status;
-    json_ref object(json_object_new_object());
-    json_object *error = json_object_new_object();
-    json_object_object_add(object.get(), "error", error);
-    json_add(error, "exit", status);
-    if (error_code != 0)
-        json_add(error, "code", code_text(error_code));
-    json_add(error, "text", text);
-    json_print(object.get());
-    return status;
+    return report_fail(status, text, error_code == 0 ? "" : code_text(error_code));
 }
 
-int vodctl_fail(const vodctl_settings &settings, const vodclient_result &result)
+int vodctl_fail(const vodclient_result &result)
 {
-    return vodctl_fail(settings, exit_of(result.status), result.text, result.error_code);
+    return vodctl_fail(exit_of(result.status), result.text, result.error_code);
 }
 
 static std::atomic<bool> s_is_stopped;
@@ -69,25 +57,4 @@ void vodctl_signals_install()
 bool vodctl_is_stopped()
 {
     return s_is_stopped;
-}
-
-void json_add(json_object *object, const char *key, const std::string &text)
-{
-    json_object_object_add(object, key, json_object_new_string_len(text.data(), static_cast<int>(text.size())));
-}
-
-void json_add(json_object *object, const char *key, int64_t value)
-{
-    json_object_object_add(object, key, json_object_new_int64(value));
-}
-
-void json_add_flag(json_object *object, const char *key, bool value)
-{
-    json_object_object_add(object, key, json_object_new_boolean(value));
-}
-
-void json_print(json_object *object)
-{
-    std::printf("%s\n",
-                json_object_to_json_string_ext(object, JSON_C_TO_STRING_PRETTY | JSON_C_TO_STRING_NOSLASHESCAPE));
 }

@@ -1,30 +1,27 @@
 // vodctl find: recordings of the service's index.
 #include "tools/vodctl/find.h"
 
-#include "platform/os/os.h"
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 
 namespace {
 struct find_progress {
     find_table table;
     json_ref records{json_object_new_array()};
     uint64_t count = 0;
-    int64_t bytes = 0;
-    int output_error = 0; // errno of the first write that failed
+    int64_t bytes = 0; // of the sizes that are known
 };
 } // namespace
 
 // What is found goes out page by page: who looks on sees it, and a reader that has gone is noticed.
-static void put(find_progress *progress, const std::string &text)
+static bool put(const std::string &text)
 {
-    errno = 0;
-    bool is_put = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-    if (!is_put && progress->output_error == 0)
-        progress->output_error = errno != 0 ? errno : EIO;
+    return report_put(text) && report_flush();
+}
+
+static int64_t sum_of(int64_t sum, int64_t size)
+{
+    return size <= 0 ? sum : size > INT64_MAX - sum ? INT64_MAX : sum + size;
 }
 
 static void put_records(const find_settings &find, const std::vector<vodclient_record> &records,
@@ -32,7 +29,7 @@ static void put_records(const find_settings &find, const std::vector<vodclient_r
 {
     progress->count += records.size();
     for (const vodclient_record &record : records)
-        progress->bytes += record.size;
+        progress->bytes = sum_of(progress->bytes, record.size);
     std::string text;
     if (find.format == find_format::table)
         text = find_table_rows(&progress->table, records);
@@ -42,7 +39,7 @@ static void put_records(const find_settings &find, const std::vector<vodclient_r
     else
         for (const vodclient_record &record : records)
             json_object_array_add(progress->records.get(), find_json_of(record));
-    put(progress, text);
+    put(text);
 }
 
 // Without a device the service does not look at the channel. A page may bring more than is still wanted.
@@ -66,7 +63,7 @@ static vodclient_result read_pages(vodclient_search *search, const find_settings
 {
     std::vector<vodclient_record> records;
     bool is_over = false;
-    while (!is_over && !vodctl_is_stopped() && progress->output_error == 0 &&
+    while (!is_over && !vodctl_is_stopped() && report_put_error() == 0 &&
            (find.limit == 0 || progress->count < find.limit)) {
         if (vodclient_result result = search->next(page_of(find, progress->count), find.with_open, &records, &is_over);
             !result)
@@ -83,8 +80,7 @@ static void put_end(const vodctl_settings &settings, const find_settings &find, 
         json_ref object(json_object_new_object());
         json_add(object.get(), "count", static_cast<int64_t>(progress->count));
         json_object_object_add(object.get(), "recordings", progress->records.release());
-        json_print(object.get());
-        put(progress, "");
+        report_json(object.get());
     } else if (!settings.quiet && find.format == find_format::table) {
         std::fprintf(stderr, "%llu recording%s, %s\n", static_cast<unsigned long long>(progress->count),
                      progress->count == 1 ? "" : "s", size_text(progress->bytes).c_str());
@@ -95,18 +91,14 @@ int vodctl_find(const vodctl_settings &settings, const find_settings &find)
 {
     vodclient_search search;
     if (vodclient_result result = search.open(settings.server, find.request); !result)
-        return vodctl_fail(settings, result);
+        return vodctl_fail(result);
     find_progress progress;
     if (find.format == find_format::csv)
-        put(&progress, find_csv_head());
+        put(find_csv_head());
     if (vodclient_result result = read_pages(&search, find, &progress); !result)
-        return vodctl_fail(settings, result);
+        return vodctl_fail(result);
     if (vodctl_is_stopped())
-        return VODCTL_INTERRUPTED;
-    if (progress.output_error == 0)
-        put_end(settings, find, &progress);
-    if (progress.output_error == 0 || os_is_reader_gone(progress.output_error) != 0)
-        return VODCTL_OK;
-    return vodctl_fail(settings, VODCTL_LOCAL_FILE,
-                       std::string("cannot write to standard output: ") + std::strerror(progress.output_error));
+        return vodctl_fail(VODCTL_INTERRUPTED, "stopped");
+    put_end(settings, find, &progress);
+    return VODCTL_OK;
 }

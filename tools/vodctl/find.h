@@ -36,14 +36,16 @@ int vodctl_timeline(const vodctl_settings &settings, const timeline_settings &ti
 bool when_parse(const std::string &text, const vodclient_time &now, bool is_end, vodclient_time *time);
 // This machine's local time.
 vodclient_time when_now();
-// "2024-05-06 07:08:09"; empty for a time that is all zero.
+// "2024-05-06 07:08:09"; empty for a time that is all zero or that no calendar has.
 std::string when_text(const vodclient_time &time);
+// Neither a time nor all zero.
+bool when_is_unknown(const vodclient_time &time);
 // The calendar day before.
 vodclient_time day_before(const vodclient_time &day);
 
 // ---- Lists of records -----------------------------------------------------------------------------------------------
 
-// "512 B", "1.5 MB"; steps of 1000.
+// "512 B", "1.5 MB"; steps of 1000. "unknown" for what is less than nothing.
 std::string size_text(int64_t bytes);
 // Rows of a table; columns grow with what they have held so far.
 struct find_table {

@@ -43,9 +43,9 @@ void find_command_declare(find_command *command, CLI::App *of)
     app->footer(TIMES);
 }
 
-static int usage(const vodctl_settings &settings, const std::string &text)
+static int usage(const std::string &text)
 {
-    return vodctl_fail(settings, VODCTL_USAGE, text + "; see vodctl find --help");
+    return vodctl_fail(VODCTL_USAGE, text + "; see vodctl find --help");
 }
 
 static auto key_of(const vodclient_time &time)
@@ -58,14 +58,14 @@ int find_command_run(find_command *command, const vodctl_settings &settings)
     find_settings &find = command->find;
     vodclient_time now = when_now();
     if (!when_parse(command->from, now, false, &find.request.start))
-        return usage(settings, "--from: \"" + command->from + "\" is no time");
+        return usage("--from: \"" + command->from + "\" is no time");
     if (!when_parse(command->to, now, true, &find.request.end))
-        return usage(settings, "--to: \"" + command->to + "\" is no time");
+        return usage("--to: \"" + command->to + "\" is no time");
     if (key_of(find.request.end) < key_of(find.request.start))
-        return usage(settings, "--to (" + when_text(find.request.end) + ") is before --from (" +
+        return usage("--to (" + when_text(find.request.end) + ") is before --from (" +
                                    when_text(find.request.start) + ")");
     if (command->csv && settings.json)
-        return usage(settings, "--csv and --json exclude each other");
+        return usage("--csv and --json exclude each other");
     find.format = settings.json ? find_format::json : command->csv ? find_format::csv : find_format::table;
     find.request.channel = find.channel;
     return vodctl_find(settings, find);
@@ -116,7 +116,7 @@ int timeline_command_run(timeline_command *command, const vodctl_settings &setti
     vodclient_time begin, end, now = when_now();
     if (!when_parse(command->date, now, false, &begin) || !when_parse(command->date, now, true, &end) ||
         begin.hour != 0 || end.hour != 23 || end.second != 59)
-        return vodctl_fail(settings, VODCTL_USAGE,
+        return vodctl_fail(VODCTL_USAGE,
                            "--date: \"" + command->date + "\" is no day; see vodctl timeline --help");
     timeline.day = begin;
     timeline.request.start = day_before(begin);

@@ -1,4 +1,5 @@
 // Lists of records for people, for spreadsheets and for programs.
+#include "tools/common/tool_text.h"
 #include "tools/vodctl/find.h"
 
 #include <algorithm>
@@ -9,6 +10,8 @@ std::string size_text(int64_t bytes)
 {
     static constexpr const char *s_units[] = {"B", "kB", "MB", "GB", "TB"};
     char text[48];
+    if (bytes < 0)
+        return "unknown";
     if (bytes < 1000) {
         std::snprintf(text, sizeof text, "%lld B", static_cast<long long>(bytes));
         return text;
@@ -21,15 +24,6 @@ std::string size_text(int64_t bytes)
     }
     std::snprintf(text, sizeof text, "%.1f %s", value, s_units[unit]);
     return text;
-}
-
-// A name must not steer the terminal that it is printed on.
-static std::string printable(const std::string &text)
-{
-    std::string shown = text;
-    std::ranges::replace_if(
-        shown, [](char letter) { return static_cast<unsigned char>(letter) < 0x20 || letter == 0x7F; }, '?');
-    return shown;
 }
 
 // Characters, not bytes.
@@ -46,17 +40,18 @@ static std::string padded(const std::string &text, size_t columns)
 
 static std::string table_row(const find_table &table, const vodclient_record &record)
 {
-    std::string end = when_text(record.end), size = record.size == 0 ? "-" : size_text(record.size);
+    std::string start = when_text(record.start), end = when_text(record.end), size = record.size == 0 ? "-" : size_text(record.size);
     char front[128];
-    std::snprintf(front, sizeof front, "%-19s  %-19s  %9s  %4d  %4d  ", when_text(record.start).c_str(),
-                  end.empty() ? "(recording)" : end.c_str(), size.c_str(), record.file_type, record.channel);
+    const char *no_end = when_is_unknown(record.end) ? "(unknown)" : "(recording)";
+    std::snprintf(front, sizeof front, "%-19s  %-19s  %9s  %4d  %4d  ", start.empty() ? "(unknown)" : start.c_str(),
+                  end.empty() ? no_end : end.c_str(), size.c_str(), record.file_type, record.channel);
     return front + padded(printable(record.host_id), table.host_columns) + "  " + printable(record.file) + "\n";
 }
 
 std::string find_table_rows(find_table *table, const std::vector<vodclient_record> &records)
 {
     for (const vodclient_record &record : records)
-        table->host_columns = std::max(table->host_columns, columns_of(record.host_id));
+        table->host_columns = std::max(table->host_columns, columns_of(printable(record.host_id)));
     std::string text;
     if (!table->has_head && !records.empty()) {
         char front[128];
@@ -71,16 +66,6 @@ std::string find_table_rows(find_table *table, const std::vector<vodclient_recor
 
 // ---- CSV ------------------------------------------------------------------------------------------------------------
 
-static std::string csv_field(const std::string &text)
-{
-    if (text.find_first_of(",\"\r\n") == std::string::npos)
-        return text;
-    std::string quoted = "\"";
-    for (char letter : text)
-        quoted += letter == '"' ? std::string("\"\"") : std::string(1, letter);
-    return quoted + "\"";
-}
-
 std::string find_csv_head()
 {
     return "start,end,size,type,channel,host,file,lock_level,lock_time,md5\r\n";
@@ -88,7 +73,7 @@ std::string find_csv_head()
 
 std::string find_csv_row(const vodclient_record &record)
 {
-    return when_text(record.start) + "," + when_text(record.end) + "," + std::to_string(record.size) + "," +
+    return when_text(record.start) + "," + when_text(record.end) + "," + (record.size < 0 ? "" : std::to_string(record.size)) + "," +
            std::to_string(record.file_type) + "," + std::to_string(record.channel) + "," + csv_field(record.host_id) +
            "," + csv_field(record.file) + "," + std::to_string(record.lock_level) + "," + when_text(record.lock) + "," +
            csv_field(record.md5) + "\r\n";
@@ -111,7 +96,10 @@ json_object *find_json_of(const vodclient_record &record)
     json_add(object, "type", record.file_type);
     json_add_time(object, "start", record.start);
     json_add_time(object, "end", record.end);
-    json_add(object, "size", record.size);
+    if (record.size < 0)
+        json_add_null(object, "size");
+    else
+        json_add(object, "size", record.size);
     json_add(object, "lock_level", record.lock_level);
     json_add_time(object, "lock_time", record.lock);
     json_add(object, "md5", record.md5);

@@ -159,9 +159,22 @@ bool when_parse(const std::string &text, const vodclient_time &now, bool is_end,
     return date_parse(rest, is_end, time);
 }
 
+static bool is_none(const vodclient_time &time)
+{
+    return time.year == 0 && time.month == 0 && time.day == 0;
+}
+
+bool when_is_unknown(const vodclient_time &time)
+{
+    static constexpr uint16_t DAYS[] = {31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    bool is_day = time.year >= 1 && time.year <= 9999 && time.month >= 1 && time.month <= 12 && time.day >= 1 &&
+                  time.day <= DAYS[time.month - 1];
+    return !is_none(time) && (!is_day || time.hour > 23 || time.minute > 59 || time.second > 59);
+}
+
 std::string when_text(const vodclient_time &time)
 {
-    if (time.year == 0 && time.month == 0 && time.day == 0)
+    if (is_none(time) || when_is_unknown(time))
         return {};
     char text[64];
     std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u", time.year, time.month, time.day, time.hour,

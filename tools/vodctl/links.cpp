@@ -20,21 +20,21 @@ int vodctl_links(const vodctl_settings &settings)
 {
     vodclient_login login;
     if (vodclient_result result = login.open(settings.server); !result)
-        return vodctl_fail(settings, result);
+        return vodctl_fail(result);
     json_ref object(json_object_new_object());
     std::string table;
     for (const link_kind &kind : s_link_kinds) {
         int32_t count = 0;
         if (vodclient_result result = login.link_num(kind.kind, &count); !result)
-            return vodctl_fail(settings, result);
+            return vodctl_fail(result);
         json_add(object.get(), kind.key, count);
         char line[64];
         std::snprintf(line, sizeof line, "%-16s %6d\n", kind.title, count);
         table += line;
     }
     if (settings.json)
-        json_print(object.get());
+        report_json(object.get());
     else
-        std::fputs(table.c_str(), stdout);
+        report_put(table);
     return VODCTL_OK;
 }

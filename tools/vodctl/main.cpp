@@ -83,9 +83,9 @@ static void declare_questions(command_line *line)
     line->links_command = line->app.add_subcommand("links", "How many links of each kind the service has.");
 }
 
-static int usage(const vodctl_settings &settings, const std::string &text)
+static int usage(const std::string &text)
 {
-    return vodctl_fail(settings, VODCTL_USAGE, text + "; see vodctl --help");
+    return vodctl_fail(VODCTL_USAGE, text + "; see vodctl --help");
 }
 
 // Fills `*to` from a time option that may be absent; false when it is none or longer than the service can be asked for.
@@ -105,9 +105,9 @@ static int take_play(command_line *line)
     play_settings &play = line->play;
     std::optional<int32_t> duration;
     if (!take_time(line->seek_time, &play.seek_ms))
-        return usage(line->settings, "--seek-time wants seconds or hh:mm:ss, at most 596 hours");
+        return usage("--seek-time wants seconds or hh:mm:ss, at most 596 hours");
     if (!take_time(line->duration, &duration) || duration == 0)
-        return usage(line->settings, "--duration wants seconds or hh:mm:ss, more than 0 and at most 596 hours");
+        return usage("--duration wants seconds or hh:mm:ss, more than 0 and at most 596 hours");
     play.duration_ms = duration.value_or(0);
     if (line->play_command->count("--seek-percent") != 0)
         play.seek_percent = line->seek_percent;
@@ -115,20 +115,20 @@ static int take_play(command_line *line)
         play.seek_kilobyte = line->seek_kilobyte;
     play.format = format_of_name(play.output);
     if (!line->format.empty() && !format_parse(line->format, &play.format))
-        return usage(line->settings, "--format is rec, annexb or mp4");
+        return usage("--format is rec, annexb or mp4");
     if (play.output.empty() || play.file.empty())
-        return usage(line->settings, "FILE and -o must not be empty");
+        return usage("FILE and -o must not be empty");
     if (play.output == "-" && line->settings.json)
-        return usage(line->settings, "--json and -o - both want standard output; name a file");
+        return usage("--json and -o - both want standard output; name a file");
     if (play.output == "-" && os_is_terminal(1))
-        return usage(line->settings, "standard output is a terminal; pipe it somewhere or name a file with -o");
+        return usage("standard output is a terminal; pipe it somewhere or name a file with -o");
     return VODCTL_OK;
 }
 
 static int run(command_line *line)
 {
     if (!server_parse(line->server, &line->settings.server))
-        return usage(line->settings, "--server wants HOST or HOST:PORT");
+        return usage("--server wants HOST or HOST:PORT");
     line->settings.server.timeout_ms = static_cast<uint32_t>(line->timeout_seconds * 1000);
     if (line->state_command->parsed())
         return vodctl_state(line->settings, line->state_name);
@@ -143,11 +143,16 @@ static int run(command_line *line)
     return vodctl_play(line->settings, line->play);
 }
 
-int main(int argc, char **argv)
+// Help or what is wrong, in the words of the parser.
+static int parse_failed(const CLI::App &app, const CLI::ParseError &error)
 {
-    argv = os_program_start(argc, argv);
-    vodctl_signals_install();
-    os_log_set_level(LOG_FATAL); // what went wrong is said by the commands, in words
+    if (app.exit(error) == 0)
+        return VODCTL_OK;
+    return report_note(VODCTL_USAGE, error.what());
+}
+
+static int commands_run(int argc, char **argv)
+{
     try {
         command_line line;
         declare_global(&line);
@@ -158,11 +163,19 @@ int main(int argc, char **argv)
         try {
             line.app.parse(argc, argv);
         } catch (const CLI::ParseError &error) {
-            return line.app.exit(error) == 0 ? VODCTL_OK : VODCTL_USAGE; // exit prints help or what is wrong
+            return parse_failed(line.app, error);
         }
         return run(&line);
     } catch (const std::bad_alloc &) {
-        std::fputs("vodctl: out of memory\n", stderr);
-        return VODCTL_INCOMPLETE;
+        return vodctl_fail(VODCTL_INCOMPLETE, "out of memory");
     }
+}
+
+int main(int argc, char **argv)
+{
+    argv = os_program_start(argc, argv);
+    report_start("vodctl", argc, argv);
+    vodctl_signals_install();
+    os_log_set_level(LOG_FATAL); // what went wrong is said by the commands, in words
+    return report_end(commands_run(argc, argv), VODCTL_LOCAL_FILE);
 }

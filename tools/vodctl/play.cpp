@@ -45,9 +45,9 @@ static int open_output(play_run &run)
     std::string here = play.file, error;
     std::ranges::replace(here, '\\', '/');
     if (run.file.open({.name = play.output, .force = play.force, .inputs = {play.file, here}}) != OS_OUTPUT_OPENED)
-        return vodctl_fail(run.settings, vodctl_is_stopped() ? VODCTL_INTERRUPTED : VODCTL_LOCAL_FILE, run.file.error());
+        return vodctl_fail(vodctl_is_stopped() ? VODCTL_INTERRUPTED : VODCTL_LOCAL_FILE, run.file.error());
     run.output = play_output_open(play, &run.file, &error);
-    return run.output != nullptr ? VODCTL_OK : vodctl_fail(run.settings, VODCTL_LOCAL_FILE, error);
+    return run.output != nullptr ? VODCTL_OK : vodctl_fail(VODCTL_LOCAL_FILE, error);
 }
 
 static vodclient_result open_session(play_run &run)
@@ -200,17 +200,20 @@ static void report(const play_run &run)
     json_add(object.get(), "damaged_bytes", static_cast<int64_t>(totals.damaged_bytes));
     json_add(object.get(), "first_frame_ms", totals.first_ms);
     json_add(object.get(), "last_frame_ms", totals.last_ms);
-    json_add(object.get(), "recording_bytes", static_cast<int64_t>(run.info.total_size));
+    if (run.info.total_size > INT64_MAX)
+        json_add_null(object.get(), "recording_bytes");
+    else
+        json_add(object.get(), "recording_bytes", static_cast<int64_t>(run.info.total_size));
     json_add(object.get(), "recording_frames", run.info.total_frames);
     json_add(object.get(), "recording_seconds", run.info.total_seconds);
     json_add(object.get(), "elapsed_ms", static_cast<int64_t>(elapsed_ms));
     json_add_flag(object.get(), "reached_end", run.end == play_end::complete);
-    json_print(object.get());
+    report_json(object.get());
 }
 
 static int interrupted(play_run &run)
 {
-    return vodctl_fail(run.settings, VODCTL_INTERRUPTED, "stopped; " + run.file.leave());
+    return vodctl_fail(VODCTL_INTERRUPTED, "stopped; " + run.file.leave());
 }
 
 static int write_failure(play_run &run)
@@ -221,13 +224,13 @@ static int write_failure(play_run &run)
         return VODCTL_OK;
     std::string reason = !run.file.error().empty() ? run.file.error() + "; check space and rights"
                                                    : "cannot write " + run.play.output + ": " + run.output->error();
-    return vodctl_fail(run.settings, VODCTL_LOCAL_FILE, reason + "; " + run.file.leave());
+    return vodctl_fail(VODCTL_LOCAL_FILE, reason + "; " + run.file.leave());
 }
 
 static int outcome(play_run &run, const vodclient_result &result)
 {
     if (!result)
-        return vodctl_fail(run.settings, {result.status, result.error_code, result.text + "; " + run.file.leave()});
+        return vodctl_fail({result.status, result.error_code, result.text + "; " + run.file.leave()});
     if (run.end == play_end::write_failed)
         return write_failure(run);
     if (run.end == play_end::interrupted)
@@ -242,7 +245,7 @@ int vodctl_play(const vodctl_settings &settings, const play_settings &play)
     if (int status = open_output(run); status != VODCTL_OK)
         return status;
     if (vodclient_result result = open_session(run); !result)
-        return vodctl_fail(settings, result);
+        return vodctl_fail(result);
     vodclient_result result = start_session(run);
     if (result)
         result = receive(run);

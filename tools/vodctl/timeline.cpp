@@ -1,4 +1,5 @@
 // vodctl timeline: what of a day each channel has.
+#include "tools/common/tool_text.h"
 #include "tools/vodctl/find.h"
 
 #include <algorithm>
@@ -48,6 +49,8 @@ std::vector<channel_coverage> day_coverage(const std::vector<vodclient_record> &
 {
     std::map<std::pair<std::string, int32_t>, std::vector<day_span>> by_channel;
     for (const vodclient_record &record : records) {
+        if (when_is_unknown(record.start) || when_is_unknown(record.end))
+            continue;
         const vodclient_time &end = record.end.year == 0 ? now : record.end;
         day_span span = {second_in(record.start, day), second_in(end, day)};
         if (span.begin < span.end)
@@ -95,7 +98,7 @@ std::string hours_line(uint32_t columns)
 
 static std::string label_of(const channel_coverage &channel)
 {
-    return channel.host_id + " " + std::to_string(channel.channel);
+    return printable(channel.host_id) + " " + std::to_string(channel.channel);
 }
 
 static void print_bars(const timeline_settings &timeline, const std::vector<channel_coverage> &channels)
@@ -106,9 +109,9 @@ static void print_bars(const timeline_settings &timeline, const std::vector<chan
         label_columns = std::max(label_columns, label_of(channel).size());
     auto taken = static_cast<uint32_t>(label_columns) + 1 + PERCENT_COLUMNS;
     uint32_t columns = std::max(timeline.columns > taken ? timeline.columns - taken : 0, BAR_COLUMNS_MIN);
-    std::printf("%-*s %s\n", static_cast<int>(label_columns), "", hours_line(columns).c_str());
+    report_line("%-*s %s", static_cast<int>(label_columns), "", hours_line(columns).c_str());
     for (const channel_coverage &channel : channels)
-        std::printf("%-*s %s %5.1f%%\n", static_cast<int>(label_columns), label_of(channel).c_str(),
+        report_line("%-*s %s %5.1f%%", static_cast<int>(label_columns), label_of(channel).c_str(),
                     coverage_bar(channel.spans, columns, timeline.ascii).c_str(),
                     100.0 * channel.seconds() / DAY_SECONDS);
 }
@@ -140,7 +143,7 @@ static void print_json(const std::string &date, const std::vector<channel_covera
         json_object_object_add(entry, "spans", spans);
         json_object_array_add(list, entry);
     }
-    json_print(object.get());
+    report_json(object.get());
 }
 
 static vodclient_result read_all(const vodctl_settings &settings, const timeline_settings &timeline,
@@ -165,15 +168,15 @@ int vodctl_timeline(const vodctl_settings &settings, const timeline_settings &ti
 {
     std::vector<vodclient_record> records;
     if (vodclient_result result = read_all(settings, timeline, &records); !result)
-        return vodctl_fail(settings, result);
+        return vodctl_fail(result);
     if (vodctl_is_stopped())
-        return VODCTL_INTERRUPTED;
+        return vodctl_fail(VODCTL_INTERRUPTED, "stopped");
     std::vector<channel_coverage> channels = day_coverage(records, timeline.day, when_now());
     std::string date = when_text(timeline.day).substr(0, 10);
     if (settings.json)
         print_json(date, channels);
     else if (channels.empty())
-        std::printf("nothing was recorded on %s\n", date.c_str());
+        report_line("nothing was recorded on %s", date.c_str());
     else
         print_bars(timeline, channels);
     return VODCTL_OK;

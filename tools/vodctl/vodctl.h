@@ -2,7 +2,7 @@
 #pragma once
 
 #include "client/vodclient.h"
-#include "platform/json/json.h"
+#include "tools/common/tool_report.h"
 
 #include <cstdint>
 #include <optional>
@@ -41,17 +41,11 @@ int vodctl_play(const vodctl_settings &settings, const play_settings &play);
 int vodctl_state(const vodctl_settings &settings, const std::string &name);
 int vodctl_links(const vodctl_settings &settings);
 
-// Says on standard error what went wrong and what to do, with --json also as an object on standard output; yields the
-// exit status.
-int vodctl_fail(const vodctl_settings &settings, int status, const std::string &text, uint32_t error_code = 0);
-int vodctl_fail(const vodctl_settings &settings, const vodclient_result &result);
+// Says what went wrong and what to do; yields the exit status.
+int vodctl_fail(int status, const std::string &text, uint32_t error_code = 0);
+int vodctl_fail(const vodclient_result &result);
 
 // Ctrl-C and a polite request to end make vodctl_is_stopped true; a second one ends the process at once. A reader that
 // closes its end of a pipe is told by failing writes, not by a signal.
 void vodctl_signals_install();
 bool vodctl_is_stopped();
-
-void json_add(json_object *object, const char *key, const std::string &text);
-void json_add(json_object *object, const char *key, int64_t value);
-void json_add_flag(json_object *object, const char *key, bool value);
-void json_print(json_object *object);
