@@ -24,11 +24,25 @@ struct waiting_reply {
     int tries = 0;      // of that piece, in vain
     uint64_t due_tick = 0;
 };
+
+struct outbox {
+    std::list<waiting_reply> waiting;
+    // Connections that did not take a reply in all its tries, and have not sent everything yet.
+    std::set<MsLink *> stuck;
+};
 } // namespace
 
-static thread_local std::list<waiting_reply> s_waiting;
-// Connections that did not take a reply in all its tries, and have not sent everything yet.
-static thread_local std::set<MsLink *> s_stuck;
+// A plain pointer, emptied by record_outbox_clear: not every host destroys the objects of a thread before it takes their
+// storage away.
+static thread_local outbox *s_outbox;
+
+// May run out of memory.
+static outbox &own_outbox()
+{
+    if (s_outbox == nullptr)
+        s_outbox = new outbox;
+    return *s_outbox;
+}
 
 // ---- Connections ----------------------------------------------------------------------------------------------------
 
@@ -49,20 +63,19 @@ static bool is_drained_or_gone(MsLink *mslink)
 
 static bool is_stuck(MsLink *mslink)
 {
-    auto found = s_stuck.find(mslink);
-    if (found == s_stuck.end())
+    if (s_outbox == nullptr || !s_outbox->stuck.contains(mslink))
         return false;
     if (!is_drained_or_gone(mslink))
         return true;
-    s_stuck.erase(found);
+    s_outbox->stuck.erase(mslink);
     return false;
 }
 
 static void stuck_add(MsLink *mslink)
 {
-    std::erase_if(s_stuck, is_drained_or_gone);
+    std::erase_if(s_outbox->stuck, is_drained_or_gone);
     try {
-        s_stuck.insert(mslink);
+        s_outbox->stuck.insert(mslink);
     } catch (const std::bad_alloc &) {
         // Then the next one is tried as often as this one was.
     }
@@ -145,16 +158,19 @@ void record_outbox_send(const VodAsynRecUdata &udata, std::string text, const re
                    .tries_max = is_stuck(udata.mslink) ? 1 : TRY_AGIAN_NUM});
     if (try_pieces(&one.front()))
         return;
+    outbox &own = own_outbox();
     // It counts as a command of its connection that is not done.
     record_pressure_enter(udata.mslink);
-    s_waiting.splice(s_waiting.end(), one);
+    own.waiting.splice(own.waiting.end(), one);
 }
 
 bool record_outbox_is_behind(MsLink *mslink)
 {
-    return !is_drained_or_gone(mslink) ||
-           std::ranges::any_of(s_waiting,
-                               [mslink](const waiting_reply &reply) { return reply.udata.mslink == mslink; });
+    if (!is_drained_or_gone(mslink))
+        return true;
+    return s_outbox != nullptr && std::ranges::any_of(s_outbox->waiting, [mslink](const waiting_reply &reply) {
+        return reply.udata.mslink == mslink;
+    });
 }
 
 // True when the reply is gone one way or the other.
@@ -169,11 +185,14 @@ static bool try_again(waiting_reply *reply)
 
 uint32_t record_outbox_try()
 {
+    if (s_outbox == nullptr)
+        return OS_WAIT_FOREVER;
+    std::list<waiting_reply> &waiting = s_outbox->waiting;
     uint64_t now = os_tick(), next = UINT64_MAX;
-    for (auto reply = s_waiting.begin(); reply != s_waiting.end();) {
+    for (auto reply = waiting.begin(); reply != waiting.end();) {
         if (reply->due_tick <= now && try_again(&*reply)) {
             MsLink *mslink = reply->udata.mslink;
-            reply = s_waiting.erase(reply);
+            reply = waiting.erase(reply);
             record_pressure_leave(mslink);
             continue;
         }
@@ -187,10 +206,10 @@ uint32_t record_outbox_try()
 
 void record_outbox_clear()
 {
-    while (!s_waiting.empty()) {
-        MsLink *mslink = s_waiting.front().udata.mslink;
-        s_waiting.pop_front();
-        record_pressure_leave(mslink);
-    }
-    s_stuck.clear();
+    if (s_outbox == nullptr)
+        return;
+    for (const waiting_reply &reply : s_outbox->waiting)
+        record_pressure_leave(reply.udata.mslink);
+    delete s_outbox;
+    s_outbox = nullptr;
 }

@@ -23,5 +23,5 @@ void record_outbox_send(const VodAsynRecUdata &udata, std::string text, const re
 bool record_outbox_is_behind(MsLink *mslink);
 // Tries those that are due. In how many milliseconds the next one is, OS_WAIT_FOREVER when there is none.
 uint32_t record_outbox_try();
-// Drops all of them.
+// Drops all of them. To be called before the thread ends.
 void record_outbox_clear();
