@@ -24,6 +24,11 @@ bool lmdb_file_look_open(mdb_filehandle_t file, lmdb_file_facts *facts);
 bool lmdb_file_extend(mdb_filehandle_t file, uint64_t size);
 // Before the library opens it: lets the file take only the room on the disk that its contents need.
 void lmdb_file_prepare(const char *host);
+// Where this program may give files away: a folder that it has just made gets the owner of the one above; a store that is
+// not there yet gets its files, empty, with the owner of their folder. What an administrator makes would otherwise be
+// closed to the service. Names in the host's form.
+void lmdb_folder_give(const char *host);
+void lmdb_files_give(const char *folder);
 // Lets no child process inherit it.
 void lmdb_file_keep(mdb_filehandle_t file);
 // How large a map is at first. Address space, not memory or disk; where the file is made as long as its map at once, room

@@ -80,7 +80,12 @@ static bool folder_make(std::string folder)
     size_t above = folder.find_last_of("/\\");
     if (above != std::string::npos && above != 0)
         folder_make(folder.substr(0, above)); // whether it is there now, the next step shows
-    return os_directory_create(path);
+    char host[PATH_BYTES_MAX];
+    if (!os_directory_create(path))
+        return false;
+    if (os_path_to_host(path, host, sizeof host))
+        lmdb_folder_give(host);
+    return true;
 }
 
 bool lmdb_folder_make(const std::string &name, lmdb_folder *folder)

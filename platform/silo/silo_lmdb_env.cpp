@@ -60,6 +60,7 @@ static int env_open_files(lmdb_env *env, const lmdb_address &address, const lmdb
     error = error != 0 ? error : env_settings(env, address, file_size);
     if (error != 0)
         return error;
+    lmdb_files_give(folder.host.c_str());
     lmdb_file_prepare((folder.host + "/data.mdb").c_str());
     // Readers are not bound to threads; pages are not cleared before they are filled.
     unsigned flags = MDB_NOTLS | (address.is_synced ? 0u : MDB_NOSYNC);

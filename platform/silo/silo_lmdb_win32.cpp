@@ -57,6 +57,15 @@ void lmdb_file_prepare(const char *host)
     CloseHandle(file);
 }
 
+// Files inherit who may use them from their folder here.
+void lmdb_folder_give(const char *)
+{
+}
+
+void lmdb_files_give(const char *)
+{
+}
+
 // Nothing is inherited that was not opened for it.
 void lmdb_file_keep(mdb_filehandle_t)
 {

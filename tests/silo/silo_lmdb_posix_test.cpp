@@ -105,3 +105,50 @@ TEST(SiloLmdbPosix, NamesThatLookLikeOthersAreFolded)
     trans_ptr trans = writing(db);
     EXPECT_EQ(writing(other), nullptr);
 }
+
+// An administrator makes it, the service shall open it.
+class SiloLmdbOwner : public testing::Test {
+protected:
+    static constexpr uid_t SERVICE = 54321;
+    static constexpr gid_t GROUP = 54322;
+    void SetUp() override
+    {
+        if (geteuid() != 0)
+            GTEST_SKIP() << "only root gives files away";
+        ASSERT_EQ(chown(folder_.path().c_str(), SERVICE, GROUP), 0);
+    }
+    std::string owner(const std::string &name) const
+    {
+        struct stat info = {};
+        EXPECT_EQ(lstat((folder_.path() / name).c_str(), &info), 0) << name;
+        return std::to_string(info.st_uid) + ":" + std::to_string(info.st_gid);
+    }
+    temp_folder folder_;
+};
+
+TEST_F(SiloLmdbOwner, AStoreThatRootMakesBelongsToTheOwnerOfTheFolderAbove)
+{
+    ASSERT_EQ(write_all(silo_opened("lmdb:" + folder_.file("var/index")), {{"a", "1"}}), 0);
+    for (const char *name : {"var", "var/index", "var/index/data.mdb", "var/index/lock.mdb"})
+        EXPECT_EQ(owner(name), "54321:54322") << name;
+    EXPECT_EQ(get(reading(silo_opened("lmdb:" + folder_.file("var/index"))), "a"), "1");
+}
+
+TEST_F(SiloLmdbOwner, WhatIsThereKeepsItsOwner)
+{
+    std::filesystem::create_directory(folder_.path() / "roots");
+    ASSERT_EQ(write_all(silo_opened("lmdb:" + folder_.file("roots")), {{"a", "1"}}), 0);
+    for (const char *name : {"roots", "roots/data.mdb", "roots/lock.mdb"})
+        EXPECT_EQ(owner(name), "0:0") << name;
+}
+
+TEST_F(SiloLmdbOwner, ALinkThatSomebodyPutThereGivesNothingAway)
+{
+    folder_.write("store/.keep", "");
+    ASSERT_EQ(chown((folder_.path() / "store").c_str(), SERVICE, GROUP), 0);
+    std::filesystem::create_symlink(folder_.path() / "secret", folder_.path() / "store/data.mdb");
+    silo_opened("lmdb:" + folder_.file("store"));
+    if (std::filesystem::exists(folder_.path() / "secret")) {
+        EXPECT_EQ(owner("secret"), "0:0");
+    }
+}
