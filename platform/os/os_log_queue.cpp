@@ -182,6 +182,5 @@ void os_log_queue_end(os_log_queue &queue, os_log_deadline until)
     queue_lock held(queue.mutex);
     queue.is_ending = true;
     queue.has_work.notify_one();
-    if (!queue.is_given_up)
-        queue.is_at_rest.wait_until(held, until, [&] { return queue.is_over; });
+    queue.is_at_rest.wait_until(held, until, [&] { return queue.is_over; });
 }

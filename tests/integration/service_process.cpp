@@ -99,6 +99,7 @@ vodclient_server service_process::server() const
 
 std::string service_process::log() const
 {
+    process_.wait_for_rest("vod-log");
     return file_of(folder_.file(LOG_FILE));
 }
 

@@ -48,6 +48,8 @@ public:
     void end_now();
     int pid() const;
     child_figures figures() const;
+    // Waits until each of its threads of that name has nothing to do; where the host does not tell, for a moment.
+    void wait_for_rest(const std::string &thread_name) const;
 
     // What comes out of the pipe, `limit` bytes if there are so many before its end.
     std::string read(size_t limit = SIZE_MAX);

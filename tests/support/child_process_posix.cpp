@@ -202,6 +202,27 @@ static uint64_t bytes_read(const std::string &io)
     return bytes;
 }
 
+// The letter behind the name in /proc/<pid>/task/<tid>/stat: whoever was woken no longer sleeps.
+static bool is_at_rest(const std::string &stat, const std::string &thread_name)
+{
+    size_t end = stat.rfind(')');
+    return end == stat.npos || stat.find("(" + thread_name + ")") == stat.npos || stat.compare(end, 3, ") S") == 0;
+}
+
+void child_process::wait_for_rest(const std::string &thread_name) const
+{
+    auto all_rest = [&] {
+        std::error_code gone;
+        std::filesystem::directory_iterator thread("/proc/" + std::to_string(state_->pid) + "/task", gone), end;
+        for (; !gone && thread != end; thread.increment(gone))
+            if (!is_at_rest(text_of(thread->path() / "stat"), thread_name))
+                return false;
+        return true;
+    };
+    for (uint64_t deadline = os_tick() + 20'000; !all_rest() && os_tick() < deadline; os_sleep(LOOK_MS)) {
+    }
+}
+
 child_figures child_process::figures() const
 {
     std::string proc = "/proc/" + std::to_string(state_->pid);

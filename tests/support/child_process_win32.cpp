@@ -274,6 +274,11 @@ void child_process::close_pipe()
 
 // ---- What it costs --------------------------------------------------------------------------------------------------
 
+void child_process::wait_for_rest(const std::string &) const
+{
+    Sleep(50);
+}
+
 child_figures child_process::figures() const
 {
     return state_->process == nullptr ? child_figures{} : child_figures_of(state_->process->get(), state_->pid);
