@@ -131,8 +131,8 @@ TEST_P(IndexCrash, KilledWriterLosesNothingAndLeavesNothingHalf)
         hear();
         expect_whole(round);
     }
-    // It did get to work in between.
-    EXPECT_GT(commits_, rounds(KILLS) / 2);
+    // It did get to work in between; how often depends on what else the machine has to do.
+    EXPECT_GT(commits_, rounds(KILLS) / 20);
 }
 
 INSTANTIATE_FOR_EACH_STORE(IndexCrash);

@@ -22,7 +22,10 @@ protected:
         StoreTest::SetUp();
         if (store_ == nullptr)
             return;
-        service_ = std::make_unique<service_process>(store_settings(uri()));
+        service_settings settings = store_settings(uri());
+        // All searches are of one address here, and of a server half as many would be allowed as this says.
+        settings.vod_config = R"({"sleep_interval": 0, "search": {"max_per_address": 1024, "max_on_server": 1024}})";
+        service_ = std::make_unique<service_process>(settings);
         ASSERT_TRUE(index_fill_store(uri(), {}));
         ASSERT_TRUE(service_->start());
         made_ = make_recording(service_->folder().file("rec/a.rec"));
