@@ -86,21 +86,21 @@ TEST(CommandTextTest, RefusesADocumentThatDefinesEntities)
 
 TEST(CommandTextTest, EveryNumberSurvivesTheRoundTrip)
 {
-    rc::check([](int32_t value) {
+    EXPECT_TRUE(rc::check([](int32_t value) {
         command_return reply;
-        RC_ASSERT(read("<command_return name=\"playback_control\" result=\"ok\"><value>" + std::to_string(value)
-                           + "</value></command_return>",
+        RC_ASSERT(read("<command_return name=\"playback_control\" result=\"ok\"><value>" + std::to_string(value) +
+                           "</value></command_return>",
                        &reply));
         RC_ASSERT(reply.value == value);
-    });
+    }));
 }
 
 TEST(CommandTextTest, AnyBytesAreReadWithoutHarm)
 {
-    rc::check([](const std::string &noise, uint8_t place) {
+    EXPECT_TRUE(rc::check([](const std::string &noise, uint8_t place) {
         std::string text = PLAYBACK_REPLY;
         text.insert(place % text.size(), noise);
         command_return reply;
         read(text, &reply);
-    });
+    }));
 }

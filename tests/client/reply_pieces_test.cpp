@@ -18,7 +18,7 @@ static command_piece piece_of(const std::string &bytes, uint32_t pieces, uint32_
 
 TEST(ReplyPiecesTest, PiecesMakeTheWhole)
 {
-    rc::check([](const std::vector<uint8_t> &raw, uint8_t size) {
+    EXPECT_TRUE(rc::check([](const std::vector<uint8_t> &raw, uint8_t size) {
         std::string text;
         for (uint8_t byte : raw)
             text += static_cast<char>(byte == 0 ? 1 : byte);
@@ -34,7 +34,7 @@ TEST(ReplyPiecesTest, PiecesMakeTheWhole)
             RC_ASSERT(result == (i + 1 == pieces ? reply_pieces::PIECES_WHOLE : reply_pieces::PIECES_MORE));
         }
         RC_ASSERT(whole == text);
-    });
+    }));
 }
 
 TEST(ReplyPiecesTest, WhatDoesNotFitIsWrongAndTheNextReplyIsReadAllTheSame)

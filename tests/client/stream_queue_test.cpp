@@ -116,13 +116,13 @@ TEST(StreamQueueTest, ASeekKeepsWhatBelongsToNoPosition)
                       VODCLIENT_EVENT_ALARM, VODCLIENT_EVENT_ALARM_EX})
         queue.push(package_of(type));
     queue.seek_granted(queue.seek_marks());
-    EXPECT_EQ(types_left(&queue), (types{VODCLIENT_EVENT_HEAD, VODCLIENT_EVENT_TOTALS, VODCLIENT_EVENT_INT_VALUE,
-                                         VODCLIENT_EVENT_END}));
+    EXPECT_EQ(types_left(&queue),
+              (types{VODCLIENT_EVENT_HEAD, VODCLIENT_EVENT_TOTALS, VODCLIENT_EVENT_INT_VALUE, VODCLIENT_EVENT_END}));
 }
 
 TEST(StreamQueueTest, WindowedCountAlwaysEqualsWhatCanStillBeTaken)
 {
-    rc::check([] {
+    EXPECT_TRUE(rc::check([] {
         stream_queue queue;
         uint32_t before = 0;
         auto steps = *rc::gen::container<std::vector<int>>(rc::gen::inRange(0, 6));
@@ -142,7 +142,7 @@ TEST(StreamQueueTest, WindowedCountAlwaysEqualsWhatCanStillBeTaken)
         uint32_t announced = queue.windowed();
         RC_ASSERT(types_left(&queue).size() == announced);
         RC_ASSERT(queue.windowed() == 0u);
-    });
+    }));
 }
 
 // ---- Reading data packages ------------------------------------------------------------------------------------------

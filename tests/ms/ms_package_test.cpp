@@ -128,7 +128,7 @@ TEST(MpParseTest, NullArgumentsAreRefused)
 
 TEST(MpParseTest, ArbitraryBytesEitherParseWholeOrAreRefused)
 {
-    rc::check([](bytes_t bytes) {
+    EXPECT_TRUE(rc::check([](bytes_t bytes) {
         bytes_t framed = head_bytes(static_cast<uint16_t>(12 + std::min<size_t>(bytes.size(), 60000)));
         framed.insert(framed.end(), bytes.begin(), bytes.end());
         MpPackage package;
@@ -138,7 +138,7 @@ TEST(MpParseTest, ArbitraryBytesEitherParseWholeOrAreRefused)
         for (uint32_t i = 0; i < package.size; i++)
             total += package.attr[i]->len;
         RC_ASSERT(total == framed.size());
-    });
+    }));
 }
 
 TEST(MpFrameTest, LengthIsKnownFromTwelveBytesOn)
@@ -396,8 +396,8 @@ TEST_F(MpBuildTest, LengthThatLeavesTheBufferIsFoundOut)
 
 TEST_F(MpBuildTest, WhatIsBuiltParsesToTheSame)
 {
-    rc::check([this](uint8_t code, uint8_t des, uint8_t src, uint16_t reserved2,
-                     const std::vector<std::pair<uint8_t, bytes_t>> &attrs) {
+    EXPECT_TRUE(rc::check([this](uint8_t code, uint8_t des, uint8_t src, uint16_t reserved2,
+                                 const std::vector<std::pair<uint8_t, bytes_t>> &attrs) {
         RC_ASSERT(mp_build_package(buffer.data(), 65535, code, des, src, reserved2, &built) == 1);
         size_t added = 0;
         for (const auto &[type, value] : attrs) {
@@ -416,7 +416,7 @@ TEST_F(MpBuildTest, WhatIsBuiltParsesToTheSame)
             RC_ASSERT(result.attr[i]->type == attrs[i].first);
             RC_ASSERT(bytes_t(value, value + len) == attrs[i].second);
         }
-    });
+    }));
 }
 
 // ---- The same bytes on every host

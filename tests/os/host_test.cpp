@@ -119,7 +119,7 @@ TEST(OsGuard, WireIntegersAreLittleEndian)
     wire_store<uint32_t>(bytes, 0x11223344);
     EXPECT_EQ(bytes[0], 0x44);
     EXPECT_EQ(bytes[3], 0x11);
-    rc::check("load of store", [](int64_t a, uint16_t b, int32_t c) {
+    EXPECT_TRUE(rc::check("load of store", [](int64_t a, uint16_t b, int32_t c) {
         uint8_t stored[8];
         wire_store(stored, a);
         RC_ASSERT(wire_load<int64_t>(stored) == a);
@@ -127,7 +127,7 @@ TEST(OsGuard, WireIntegersAreLittleEndian)
         RC_ASSERT(wire_load<uint16_t>(stored) == b);
         wire_store(stored, c);
         RC_ASSERT(wire_load<int32_t>(stored) == c);
-    });
+    }));
 }
 
 struct sample_record {

@@ -153,7 +153,7 @@ TEST(OsList, LockIsRecursiveAndKeepsThreadsApart)
 
 TEST(OsList, BehavesLikeAVector)
 {
-    rc::check("insert and erase anywhere", [](const std::vector<std::pair<uint8_t, int>> &steps) {
+    EXPECT_TRUE(rc::check("insert and erase anywhere", [](const std::vector<std::pair<uint8_t, int>> &steps) {
         dlist_ptr list(adt_dlist_create(sizeof(int)));
         std::vector<int> model;
         for (auto [where, value] : steps) {
@@ -173,5 +173,5 @@ TEST(OsList, BehavesLikeAVector)
         RC_ASSERT(forwards(list.get()) == model);
         RC_ASSERT(backwards(list.get()) == model);
         RC_ASSERT(adt_dlist_size(list.get()) == model.size());
-    });
+    }));
 }

@@ -32,12 +32,12 @@ TEST(SiloTime, YearsAreNotPaddedAndLongTextsAreCut)
 
 TEST(SiloTime, IsWrittenAsTheStoresFormatterWritesIt)
 {
-    rc::check([](uint16_t a, uint16_t b, uint16_t c, uint16_t d, uint16_t e, uint16_t f) {
+    EXPECT_TRUE(rc::check([](uint16_t a, uint16_t b, uint16_t c, uint16_t d, uint16_t e, uint16_t f) {
         for (DVR_TIME time :
              {DVR_TIME{a, b, c, d, e, f}, DVR_TIME{uint16_t(a % 3000), uint16_t(b % 13), uint16_t(c % 32),
                                                    uint16_t(d % 24), uint16_t(e % 60), uint16_t(f % 60)}})
             RC_ASSERT(text_of(time) == formatted(time));
-    });
+    }));
 }
 
 static std::pair<int, DVR_TIME> scanned(const std::string &text)
@@ -74,14 +74,14 @@ TEST(SiloTime, NeedsAllSixFields)
 
 TEST(SiloTime, IsReadAsTheStoresFormatterReadsIt)
 {
-    rc::check([](const std::string &text) { expect_as_scanned(text); });
-    rc::check([](uint8_t place, char byte) {
+    EXPECT_TRUE(rc::check([](const std::string &text) { expect_as_scanned(text); }));
+    EXPECT_TRUE(rc::check([](uint8_t place, char byte) {
         std::string text = "2024-03-05 07:08:09";
         text[place % text.size()] = byte;
         expect_as_scanned(text);
         expect_as_scanned(text.substr(0, place % 20));
         expect_as_scanned(text + byte);
-    });
+    }));
 }
 
 template <class T> static void expect_number(const std::string &text, const char *format)
@@ -94,13 +94,13 @@ template <class T> static void expect_number(const std::string &text, const char
 
 TEST(SiloNumber, IsReadAsTheStoresFormatterReadsIt)
 {
-    rc::check([](const std::string &text, uint64_t number, const std::string &tail) {
+    EXPECT_TRUE(rc::check([](const std::string &text, uint64_t number, const std::string &tail) {
         for (const std::string &one : {text, std::to_string(number), std::to_string(number % 10000000000) + tail,
                                        " " + std::to_string(number), "0" + std::to_string(number)}) {
             expect_number<uint64_t>(one, "%lu");
             expect_number<uint32_t>(one, "%u");
         }
-    });
+    }));
 }
 
 TEST(SiloNumber, Boundaries)

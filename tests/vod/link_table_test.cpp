@@ -276,11 +276,11 @@ TEST_F(LinkTableTest, ACookieFindsItsOwnLifeOfTheSlotOnly)
 
 TEST_F(LinkTableTest, AnythingElseIsNoCookie)
 {
-    rc::check([](int64_t value) {
+    EXPECT_TRUE(rc::check([](int64_t value) {
         vodlinks_guard held;
         RC_ASSERT(vodlink_of_cookie(held, static_cast<handle_orb>(value)) == nullptr);
         RC_ASSERT(vodlink_cookie_insert_abstime(static_cast<handle_orb>(value)) == 0);
-    });
+    }));
     vodlinks_guard held;
     EXPECT_EQ(vodlink_of_cookie(held, INVALID_HANDLE_ORB), nullptr);
     EXPECT_EQ(vodlink_of_cookie(held, reinterpret_cast<handle_orb>(&s_vodlinks[0])), nullptr);
@@ -320,7 +320,7 @@ TEST_F(LinkTableTest, CountersStayTrueOverRandomLives)
         VodLink *link;
         VOD_LINK_TYPE counter;
     };
-    rc::check([this](const std::vector<uint8_t> &steps) {
+    EXPECT_TRUE(rc::check([this](const std::vector<uint8_t> &steps) {
         vodlinks_clear();
         std::vector<life> lives;
         for (uint8_t step : steps) {
@@ -337,5 +337,5 @@ TEST_F(LinkTableTest, CountersStayTrueOverRandomLives)
             RC_ASSERT(count(VOD_LINK_ACTTVE_NUM) == lives.size());
             RC_ASSERT(taken_slots() == lives.size());
         }
-    });
+    }));
 }

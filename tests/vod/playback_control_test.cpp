@@ -110,10 +110,10 @@ TEST_F(PlaybackControlTest, ValuesAreClampedNotWrapped)
     EXPECT_EQ(fake_facade_last(), "set_play_direction(77,-2147483648,0)");
     control(34, INT_MIN);
     EXPECT_EQ(fake_facade_last(), "set_play_time(77,-2147483648)");
-    rc::check([this](int32_t value) {
+    EXPECT_TRUE(rc::check([this](int32_t value) {
         for (int code : {12, 24, 25, 30, 31, 34, 35, 36})
             control(code, value);
-    });
+    }));
 }
 
 TEST_F(PlaybackControlTest, MissingElementsAreNoCodeAndZero)

@@ -175,8 +175,8 @@ TEST_F(RecordOutboxTest, NothingIsSearchedForAClientThatHasGoneButItsSearchIsClo
     ASSERT_EQ(record_worker_start(), 1);
     ASSERT_TRUE(soon([] { return s_fake_index.open_count() == 0; }));
     EXPECT_EQ(s_fake_index.searches().size(), 1u);
-    for (const char *line : {"command => 101 is left out, its link has gone",
-                             "command => 102 is left out, its link has gone"})
+    for (const char *line :
+         {"command => 101 is left out, its link has gone", "command => 102 is left out, its link has gone"})
         EXPECT_EQ(log.count(line, LOG_REFUSE), 1u) << line;
 }
 
@@ -254,14 +254,14 @@ static size_t written_size(const RecordFileInfo &record, int32_t count)
 
 TEST_F(RecordRoomTest, NoRecordIsLongerThanItIsTakenFor)
 {
-    rc::check([](const std::vector<uint8_t> &bytes, bool is_random, uint8_t filler) {
+    EXPECT_TRUE(rc::check([](const std::vector<uint8_t> &bytes, bool is_random, uint8_t filler) {
         RecordFileInfo record;
         std::memset(&record, is_random ? filler : 0xFF, sizeof record);
         std::string text(bytes.begin(), bytes.end());
         std::memcpy(record.filename, text.data(), std::min(text.size(), sizeof record.filename));
         RC_ASSERT(written_size(record, RECORD_COUNT_MAX) <= RECORD_REPLY_FRAME + record_reply_size(record));
         RC_ASSERT(record_reply_size(record) <= RECORD_REPLY_MAX);
-    });
+    }));
     for (const char *unit : {"&", "<", ">", "\r", "\"", "\x01", "\xC3\xA9", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80",
                              "\xD6\xD0", "\x81\x40", "\x81\x30\x81\x30", "\xFF"}) {
         std::string text;

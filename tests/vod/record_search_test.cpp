@@ -339,13 +339,13 @@ TEST_F(RecordSearchTest, RandomElementsDoNoHarm)
 {
     static const char *const names[] = {"find_file", "find_next_file", "findfile_close"};
     static const char *const elements[] = {"ch", "filetype", "start_time", "host_id", "session", "count", "year"};
-    rc::check([this](uint8_t name, const std::vector<std::pair<uint8_t, std::string>> &children) {
+    EXPECT_TRUE(rc::check([this](uint8_t name, const std::vector<std::pair<uint8_t, std::string>> &children) {
         std::string xml = std::string("<command name=\"") + names[name % 3] + "\">";
         for (const auto &[element, text] : children)
             xml += std::string("<") + elements[element % 7] + ">" + text.c_str() + "</" + elements[element % 7] + ">";
         command(xml + "</command>");
         work();
-    });
+    }));
     EXPECT_EQ(taken_slots(), 1u);
 }
 
