@@ -52,7 +52,7 @@ protected:
 
 TEST_F(OrbrecSourceTest, TimesThatFallGoOnAfterTheLastAndAreCounted)
 {
-    for (const char *encoder : {"mpeg2video", "libx264"})
+    for (const char *encoder : {"mpeg4", "libx264"})
         for (bool has_audio : {false, true}) {
             make_twice({.encoder = encoder, .frames = 100, .audio = has_audio}, "in.ts");
             tool_result result = import("--force --json in.ts -o r_20240501080000_1.rec");
@@ -71,7 +71,7 @@ TEST_F(OrbrecSourceTest, TimesThatFallGoOnAfterTheLastAndAreCounted)
 
 TEST_F(OrbrecSourceTest, TheSummaryTellsPicturesInOutAndMended)
 {
-    make_twice({.encoder = "mpeg2video", .frames = 50}, "in.ts");
+    make_twice({.encoder = "mpeg4", .frames = 50}, "in.ts");
     EXPECT_THAT(import("in.ts -o rec/").out, HasSubstr("in.ts: 100 pictures in, 100 out, 1 times mended"));
     clip_make(folder_.file("in.avi"), {.encoder = "mpeg4", .frames = 50});
     EXPECT_THAT(import("in.avi --fps 5 -o rec/ --host b").out, HasSubstr("in.avi: 50 pictures in, 10 out, 0 times"));
