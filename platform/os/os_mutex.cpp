@@ -80,13 +80,15 @@ int os_cond_destroy(LCond *cond)
     return 1;
 }
 
-// The installed clock cannot wake anybody, so it is looked at again and again.
+// The installed clock cannot wake anybody, so it is looked at again and again. Who signals between two looks is seen by the
+// count.
 static bool wait_installed(os_cond_impl *cond, os_mutex_impl *mutex, uint32_t ms)
 {
     constexpr uint32_t SLICE_MS = 2;
     uint64_t until = os_tick() + ms;
+    uint32_t seen = cond->wakes;
     do {
-        if (os_host_cond_wait(cond, mutex, ms == 0 ? 0 : SLICE_MS))
+        if (os_host_cond_wait(cond, mutex, ms == 0 ? 0 : SLICE_MS) || cond->wakes != seen)
             return true;
     } while (os_clock_is_installed() && os_tick() < until);
     return false;
@@ -108,10 +110,16 @@ int os_cond_wait(LCond *cond, LMutex *mutex, uint32_t ms)
 
 int os_cond_signal(LCond *cond)
 {
-    return cond != nullptr && cond->impl != nullptr && os_host_cond_signal(cond->impl) ? 1 : 0;
+    if (cond == nullptr || cond->impl == nullptr)
+        return 0;
+    cond->impl->wakes++;
+    return os_host_cond_signal(cond->impl) ? 1 : 0;
 }
 
 int os_cond_broadcast(LCond *cond)
 {
-    return cond != nullptr && cond->impl != nullptr && os_host_cond_broadcast(cond->impl) ? 1 : 0;
+    if (cond == nullptr || cond->impl == nullptr)
+        return 0;
+    cond->impl->wakes++;
+    return os_host_cond_broadcast(cond->impl) ? 1 : 0;
 }

@@ -4,10 +4,15 @@
 #include "platform/os/os.h"
 #include "platform/os/os_lock_order.h"
 
+#include <atomic>
+#include <cstdint>
+
 struct os_mutex_impl {
     os_lock_rank rank;
 };
-struct os_cond_impl {};
+struct os_cond_impl {
+    std::atomic<uint32_t> wakes = 0; // how often it was signalled, for waits that are made of several
+};
 
 // nullptr where the host has no more of them.
 os_mutex_impl *os_host_mutex_new(bool is_recursive);
