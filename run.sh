@@ -112,9 +112,9 @@ play_and_compare() {
   local found=$1 name file
   name=${found##*\\}
   file=$root/recordings/$name
-  "$bin/vodctl" --server "127.0.0.1:$port" --quiet play "$found" -o "$work/play.rec"
+  "$bin/vodctl" --server "127.0.0.1:$port" --quiet play "$found" --force -o "$work/play.rec"
   cmp "$file" "$work/play.rec" || fail "$name: what arrived differs from the file"
-  "$bin/vodctl" --server "127.0.0.1:$port" --quiet play "$found" --format mp4 -o "$work/play.mp4"
+  "$bin/vodctl" --server "127.0.0.1:$port" --quiet play "$found" --force --format mp4 -o "$work/play.mp4"
   local expected arrived
   expected=$("$bin/orbrec" info "$file" --json | sed -n 's/^ *"frames": *\([0-9]*\).*/\1/p')
   arrived=$(frames_of "$work/play.mp4")
